@@ -1,0 +1,10 @@
+// TundrelApi: surface geometry, fields and file formats for optical surface
+// measurements on wind-tunnel models. Include this header for every exported
+// function of the library.
+#pragma once
+
+#include "api/arrayWorks.h"
+#include "api/geo.h"
+#include "api/ngeo.h"
+#include "api/host.h"
+#include "api/formats/formats.h"

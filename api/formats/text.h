@@ -1,0 +1,130 @@
+// The text layer shared by every reader and writer: a whole-file loader, a
+// scanner that reads numbers and words the way a C++ input stream does (but
+// with std::from_chars, without locale or virtual calls), and a buffered
+// writer that prints numbers byte for byte as an output stream with a given
+// precision and fixed or scientific notation would.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+#include "api/export.h"
+
+namespace tundrel::text {
+
+// Reads a whole regular file. False when it cannot be opened or read (a
+// directory, a missing file, a read error).
+TUNDREL_API bool loadFile(const std::string& path, std::string& out);
+
+// Stream-like scanner over text in memory. A failed read sets a sticky fail
+// state, as an input stream's failbit does; later reads fail too.
+class TUNDREL_API Scanner {
+public:
+    explicit Scanner(std::string_view data) noexcept : begin_(data.data()), p_(data.data()), end_(data.data() + data.size()) {}
+
+    bool fail() const noexcept { return failed_; }
+    bool good() const noexcept { return !failed_; }
+    void setFail() noexcept { failed_ = true; }
+    void clearFail() noexcept { failed_ = false; }
+    bool atEnd() const noexcept { return p_ >= end_; }
+    std::size_t position() const noexcept { return static_cast<std::size_t>(p_ - begin_); }
+    void seek(std::size_t pos) noexcept { p_ = begin_ + (pos > size() ? size() : pos); }
+    std::size_t size() const noexcept { return static_cast<std::size_t>(end_ - begin_); }
+    std::string_view rest() const noexcept { return {p_, static_cast<std::size_t>(end_ - p_)}; }
+    int peek() const noexcept { return p_ < end_ ? static_cast<unsigned char>(*p_) : -1; }
+    void advance(std::size_t n = 1) noexcept { p_ = (static_cast<std::size_t>(end_ - p_) < n) ? end_ : p_ + n; }
+
+    // Skips blanks, tabs, line ends (as std::isspace in the C locale).
+    void skipSpace() noexcept;
+
+    // Reads like `stream >> value`: leading whitespace skipped, an optional
+    // sign, then the longest number; fails on anything else or on overflow.
+    bool readInt(std::int32_t& value) noexcept;
+    bool readInt64(std::int64_t& value) noexcept;
+    bool readDouble(double& value) noexcept;
+    // Reads like `stream >> word`: the next run of non-whitespace characters.
+    bool readWord(std::string_view& word) noexcept;
+    bool readWord(std::string& word);
+
+private:
+    const char* begin_;
+    const char* p_;
+    const char* end_;
+    bool failed_ = false;
+};
+
+// Parses a whole token as a double / integer (no trailing characters). Used by
+// readers that split their own tokens.
+TUNDREL_API bool parseDouble(std::string_view token, double& value) noexcept;
+TUNDREL_API bool parseInt(std::string_view token, std::int32_t& value) noexcept;
+
+// Appends a double as `stream << value` does with the given precision (a
+// negative precision counts as 6) in fixed or scientific notation.
+TUNDREL_API void appendDouble(std::string& out, double value, int precision, bool scientific);
+TUNDREL_API void appendInt(std::string& out, std::int64_t value);
+
+// A buffered output file. A failed open, like a failed write, only shows as
+// good() == false, so writers report both at the end as the formats require.
+class TUNDREL_API Writer {
+public:
+    explicit Writer(const std::string& path);
+    ~Writer();
+    Writer(const Writer&) = delete;
+    Writer& operator=(const Writer&) = delete;
+
+    bool opened() const noexcept { return file_ != nullptr; }
+    bool good() const noexcept { return file_ != nullptr && !failed_; }
+    void setFormat(int precision, bool scientific) noexcept {
+        precision_ = precision;
+        scientific_ = scientific;
+    }
+
+    Writer& operator<<(double v) {
+        appendDouble(buf_, v, precision_, scientific_);
+        return spill();
+    }
+    Writer& operator<<(int v) {
+        appendInt(buf_, v);
+        return spill();
+    }
+    Writer& operator<<(long v) {
+        appendInt(buf_, v);
+        return spill();
+    }
+    Writer& operator<<(long long v) {
+        appendInt(buf_, v);
+        return spill();
+    }
+    Writer& operator<<(char c) {
+        buf_.push_back(c);
+        return spill();
+    }
+    Writer& operator<<(std::string_view s) {
+        buf_.append(s);
+        return spill();
+    }
+    Writer& operator<<(const char* s) { return *this << std::string_view(s); }
+    Writer& operator<<(const std::string& s) { return *this << std::string_view(s); }
+    Writer& endl() { return *this << '\n'; }
+
+    // Flushes and closes; returns good() as it stood before closing.
+    bool close();
+
+private:
+    Writer& spill() {
+        if (buf_.size() >= kChunk) flush();
+        return *this;
+    }
+    void flush();
+
+    static constexpr std::size_t kChunk = 1 << 20;
+    std::FILE* file_ = nullptr;
+    std::string buf_;
+    int precision_ = 6;
+    bool scientific_ = false;
+    bool failed_ = false;
+};
+
+}  // namespace tundrel::text

@@ -1,0 +1,25 @@
+#include <iostream>
+
+#include "cli/cli.h"
+
+int main(int argc, char** argv) {
+    CLI::App app{"tundrel: surface geometry and fields of wind-tunnel measurements"};
+    app.require_subcommand(1);
+    int status = 0;
+
+    tundrel::QuietHost quiet;  // messages go to standard error
+    tundrel::HostScope scope(quiet);
+
+    tundrel::cli::addModelCommands(app, status);
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        const int code = app.exit(e);  // prints help or the usage error
+        return code == 0 ? 0 : 2;
+    } catch (const arrayWorks::GenericError& e) {
+        std::cerr << e.message << " (" << e.file << ", line " << e.line << ")\n";
+        return tundrel::cli::kFailure;
+    }
+    return status;
+}

@@ -1,0 +1,165 @@
+#include <gtest/gtest.h>
+
+#include "api/TundrelApi.h"
+#include "tests/test_util.h"
+
+using arrayWorks::GenericError;
+using arrayWorks::IndexError;
+using arrayWorks::StateError;
+
+namespace {
+
+// Runs f, which must throw an error of the family, and returns its record.
+template <class F>
+arrayWorks::ErrorInfo caught(F&& f) {
+    try {
+        f();
+    } catch (const GenericError& e) {
+        return e;
+    }
+    ADD_FAILURE() << "nothing thrown";
+    return {"", 0, "", 0};
+}
+
+}  // namespace
+
+TEST(Errors, RecordsCarryKindCodeFileAndLine) {
+    struct Row {
+        arrayWorks::ErrorInfo e;
+        int code;
+        const char* message;
+    } rows[] = {
+        {IndexError("..\\api\\geo.h", 79), 1, "Index error!"},
+        {arrayWorks::FileError("..\\api\\IOdom.cpp", 65), 4, "File error!"},
+        {StateError("..\\api\\geo.h", 193), 5, "State error!"},
+    };
+    for (const Row& r : rows) {
+        EXPECT_EQ(r.e.code, r.code);
+        EXPECT_STREQ(r.e.message, r.message);
+    }
+    // Thrown as the derived type, caught as the base with the same fields.
+    auto info = caught([] { throw IndexError(arrayWorks::source::geo, 804); });
+    EXPECT_EQ(info.code, 1);
+    EXPECT_STREQ(info.file, "..\\api\\geo.h");
+    EXPECT_EQ(info.line, 804);
+}
+
+TEST(PtrList, CheckedAccessDistinguishesRangeFromEmptySlot) {
+    arrayWorks::PtrList<int> list;
+    EXPECT_EQ(list.size(), 0);
+    EXPECT_FALSE(list.exists(0));
+    EXPECT_EQ(caught([&] { list.get(0); }).code, 1);
+    list.append(std::make_shared<int>(7));
+    list.append(std::make_shared<int>(8));
+    EXPECT_EQ(*list.get(1), 8);
+    EXPECT_EQ(caught([&] { list.get(-1); }).code, 1);
+    EXPECT_EQ(caught([&] { list.get(2); }).code, 1);
+    list.reset(0);
+    EXPECT_FALSE(list.exists(0));
+    EXPECT_EQ(caught([&] { list.get(0); }).code, 5);
+    EXPECT_EQ(*list.get(1), 8);  // a failed check changes nothing
+}
+
+TEST(StructPatch, VariablesAreZeroFilledUniqueAndIndexedIFastest) {
+    StructPatch p(3, 2, 1);
+    EXPECT_EQ(p.N, 6);
+    NodeVariable& x = p.addVariable("X");
+    EXPECT_EQ(&p.addVariable("X"), &x);
+    EXPECT_EQ(p.variableCount(), 1);
+    EXPECT_EQ(x.count, 6);
+    EXPECT_EQ(x.strideJ, 3);
+    for (double v : x.values) EXPECT_EQ(v, 0.0);
+    EXPECT_EQ(p.nodeIndex(2, 1), 5);
+    x.at(2, 1) = 4.5;
+    EXPECT_EQ(x.values[5], 4.5);
+    EXPECT_EQ(p.findVariable("x"), nullptr);  // names are exact
+    auto i_line = caught([&] { p.nodeIndex(3, 0); }).line;
+    auto j_line = caught([&] { p.nodeIndex(0, 2); }).line;
+    EXPECT_EQ(j_line, i_line + 1);
+    EXPECT_EQ(caught([&] { p.variable(1); }).code, 1);
+}
+
+TEST(StructPatch, HostileCountsAreRefused) {
+    EXPECT_THROW(StructPatch(-1, 2, 1), IndexError);
+    EXPECT_THROW(StructPatch(100000, 100000, 1), IndexError);
+}
+
+TEST(Region, CopySharesPatchesAndOutlivesNothing) {
+    region r;
+    r.append(testutil::gridPatch(2, 2));
+    r.Mach = 0.7;
+    std::weak_ptr<StructPatch> watch = r.patches.shared(0);
+    {
+        region copy(r);
+        EXPECT_EQ(&copy.patch(0), &r.patch(0));
+        EXPECT_EQ(copy.Mach, 0.7);
+    }
+    EXPECT_EQ(r.patch(0).N, 4);  // the copy's end left the patch alive
+    r.patches.clear();
+    EXPECT_TRUE(watch.expired());  // and the last holder frees it
+    EXPECT_EQ(caught([&] { r.patch(0); }).code, 1);
+}
+
+TEST(Coordinates, AnyLetterCaseAndLaterDuplicateWins) {
+    StructPatch p(1, 1, 1);
+    p.addVariable("cp");
+    p.addVariable("X");
+    p.addVariable("y");
+    p.addVariable("Z");
+    p.addVariable("x");
+    CoordinateSlots c = findCoordinates(p.variables);
+    EXPECT_TRUE(c.complete());
+    EXPECT_EQ(c.x, 4);
+    EXPECT_EQ(c.y, 2);
+    EXPECT_EQ(c.z, 3);
+}
+
+TEST(FacePatch, LayoutAndVariables) {
+    FacePatch f(4, 8, 2);
+    EXPECT_EQ(f.nodes, 4);
+    EXPECT_EQ(f.I, 4);
+    EXPECT_EQ(f.J, 1);
+    EXPECT_EQ(f.faceIndex.size(), 8u);
+    EXPECT_EQ(f.variableCount(), 0);
+    EXPECT_EQ(f.addVariable("X").values, std::vector<double>(4, 0.0));
+    f.clear();
+    EXPECT_EQ(f.variable(0).count, 0);
+    EXPECT_EQ(f.variable(0).name, "");
+}
+
+TEST(TriangleList, CheckedRowsColumnsAndErase) {
+    arrayWorks::TriangleList t(3, arrayWorks::NodeTriple(1, 2, 3));
+    EXPECT_EQ(arrayWorks::TriangleList(-2, {}).count(), 0);
+    t.get(1, 0) = 10;
+    t.get(2, 2) = 30;
+    auto row_line = caught([&] { t.get(3, 0); }).line;
+    EXPECT_EQ(caught([&] { t.get(0, 3); }).line, row_line + 1);
+    EXPECT_EQ(caught([&] { t.get(0, -1); }).code, 1);
+    t.erase(2);
+    EXPECT_EQ(t.count(), 2);
+    EXPECT_EQ(t.row(1), arrayWorks::NodeTriple(10, 2, 3));
+    t.erase(0);
+    EXPECT_EQ(t.row(0), arrayWorks::NodeTriple(10, 2, 3));
+    EXPECT_EQ(caught([&] { t.erase(1); }).code, 1);
+    arrayWorks::NodeTriple n;
+    EXPECT_EQ(caught([&] { n[3]; }).code, 1);
+}
+
+TEST(CheckedBlocks, BlockAndNodeChecksCarryTheirLines) {
+    std::vector<double> store(3, 1.0);
+    arrayWorks::CheckedBlocks<double> b;
+    b.blocks.push_back({store.data(), 3});
+    b.blocks.push_back({nullptr, 0});
+    EXPECT_EQ(b.at(0, 2), 1.0);
+    struct Row {
+        int block, node, code, line;
+    } rows[] = {{2, 0, 1, 192}, {-1, 0, 1, 192}, {1, 0, 5, 193}, {0, 3, 1, 79}, {0, -1, 1, 79}};
+    for (const Row& r : rows) {
+        auto e = caught([&] { b.at(r.block, r.node); });
+        EXPECT_EQ(e.code, r.code) << r.block << "," << r.node;
+        EXPECT_EQ(e.line, r.line) << r.block << "," << r.node;
+        EXPECT_STREQ(e.file, "..\\api\\geo.h");
+    }
+    arrayWorks::CheckedArray<double> empty;
+    EXPECT_EQ(caught([&] { empty.at(0); }).line, 77);
+}

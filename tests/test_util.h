@@ -1,0 +1,108 @@
+// Helpers shared by the tests: scratch files and a scripted host.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "api/TundrelApi.h"
+
+namespace testutil {
+
+namespace fs = std::filesystem;
+
+// A fresh directory per test, removed afterwards.
+class ScratchDir {
+public:
+    ScratchDir() {
+        const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
+        std::string name = std::string(info->test_suite_name()) + "_" + info->name();
+        for (char& c : name)
+            if (c == '/') c = '_';
+        path_ = fs::temp_directory_path() / ("tundrel_test_" + std::to_string(::getpid())) / name;
+        fs::remove_all(path_);
+        fs::create_directories(path_);
+    }
+    ~ScratchDir() {
+        std::error_code ec;
+        fs::remove_all(path_, ec);
+    }
+    std::string file(const std::string& name) const { return (path_ / name).string(); }
+    const fs::path& path() const { return path_; }
+
+private:
+    fs::path path_;
+};
+
+inline void writeFile(const std::string& path, const std::string& text) {
+    std::ofstream f(path, std::ios::binary);
+    f << text;
+}
+
+inline std::string readFile(const std::string& path) {
+    std::ifstream f(path, std::ios::binary);
+    std::ostringstream s;
+    s << f.rdbuf();
+    return s.str();
+}
+
+inline std::string dataFile(const std::string& name) { return std::string(TUNDREL_TEST_DATA) + "/" + name; }
+
+// A test fixture with a scratch directory and a scripted host installed.
+class HostTest : public ::testing::Test {
+protected:
+    tundrel::ScriptedHost host;
+    tundrel::HostScope scope{host};
+    ScratchDir dir;
+
+    const std::vector<std::string>& messages() const { return host.messages; }
+};
+
+// A structured patch with x, y, z (and optional extra variables) on a grid.
+inline std::shared_ptr<StructPatch> gridPatch(int I, int J, std::vector<std::string> extra = {}) {
+    auto p = std::make_shared<StructPatch>(I, J, 1);
+    auto& x = p->addVariable("x");
+    auto& y = p->addVariable("y");
+    auto& z = p->addVariable("z");
+    for (int j = 0; j < J; ++j)
+        for (int i = 0; i < I; ++i) {
+            const std::size_t n = static_cast<std::size_t>(i + I * j);
+            x.values[n] = i;
+            y.values[n] = j;
+            z.values[n] = 0.5 * i * j;
+        }
+    for (std::size_t e = 0; e < extra.size(); ++e) {
+        auto& v = p->addVariable(extra[e]);
+        for (std::size_t n = 0; n < v.values.size(); ++n) v.values[n] = 10.0 * (e + 1) + n;
+    }
+    return p;
+}
+
+// Runs the `tundrel` command with arguments (shell words) and collects its
+// exit status and what it printed on both streams.
+struct CliRun {
+    int status;
+    std::string out;
+};
+
+inline CliRun runCli(const std::string& args) {
+    const std::string cmd = std::string(TUNDREL_CLI) + " " + args + " 2>&1";
+    CliRun r{-1, {}};
+    FILE* p = ::popen(cmd.c_str(), "r");
+    if (p == nullptr) return r;
+    char buf[4096];
+    std::size_t n;
+    while ((n = std::fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
+    const int rc = ::pclose(p);
+    r.status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
+    return r;
+}
+
+}  // namespace testutil
