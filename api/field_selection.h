@@ -1,0 +1,263 @@
+// The field container: blocks of surface nodes (one per patch) with their
+// positions and layout, and an ordered list of named functions with one value
+// per node of every block. The function "$_selection" is the user's node
+// selection (one byte a node, nonzero = selected), "$_N" the node normals.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "api/export.h"
+#include "api/geo.h"
+#include "api/zvec.h"
+
+namespace arrayWorks {
+
+inline constexpr const char* kSelectionName = "$_selection";
+inline constexpr const char* kNormalsName = "$_N";
+// A scalar value meaning "no value at this node".
+inline constexpr double kNoValue = -1e10;
+// The message that refuses a new function named like an existing one.
+inline constexpr const char* kDuplicateNameMessage = "The function name alredy exist";
+
+// Line numbers of the selection checks, as the errors report them.
+namespace selection_lines {
+inline constexpr int kNotFound = 26;
+inline constexpr int kNotASelection = 28;
+inline constexpr int kNodeBlock = 117;
+inline constexpr int kNodeIndex = 118;
+inline constexpr int kBlock = 126;
+inline constexpr int kEmptyBlock = 136;
+}  // namespace selection_lines
+
+// 0 nothing selected, 1 all selected, 2 partly selected.
+enum SelectionState : int { NothingSelected = 0, AllSelected = 1, PartlySelected = 2 };
+
+enum class FunctionKind { Scalar, Vector, Selection };
+
+// One named function on the container's node layout.
+class TUNDREL_API FieldFunction {
+public:
+    explicit FieldFunction(std::string name) : name_(std::move(name)) {}
+    FieldFunction(const FieldFunction&) = delete;
+    FieldFunction& operator=(const FieldFunction&) = delete;
+    virtual ~FieldFunction() = default;
+
+    virtual FunctionKind kind() const = 0;
+    virtual int blockCount() const = 0;
+    virtual std::string name() const { return name_; }
+    void rename(std::string name) { name_ = std::move(name); }
+
+protected:
+    std::string name_;
+};
+
+// A function whose values are of type V: one contiguous array of every node,
+// block after block, seen through one checked array per block.
+template <class V>
+class BlockFunction final : public FieldFunction {
+public:
+    BlockFunction(std::string name, const std::vector<int>& nodeCounts, const V& fill = V{})
+        : FieldFunction(std::move(name)) {
+        std::size_t total = 0;
+        for (int n : nodeCounts) total += static_cast<std::size_t>(n);
+        storage_.assign(total, fill);
+        std::size_t offset = 0;
+        for (int n : nodeCounts) {
+            values.blocks.push_back({storage_.data() + offset, n});
+            offset += static_cast<std::size_t>(n);
+        }
+    }
+
+    FunctionKind kind() const override {
+        if constexpr (std::is_same_v<V, double>) return FunctionKind::Scalar;
+        else if constexpr (std::is_same_v<V, unsigned char>) return FunctionKind::Selection;
+        else return FunctionKind::Vector;
+    }
+    int blockCount() const override { return static_cast<int>(values.blocks.size()); }
+
+    // Checked value of node n of block b.
+    V& at(int b, int n) const { return values.at(b, n); }
+    // Every value, block after block (node n of block b at offset(b) + n).
+    V* data() noexcept { return storage_.data(); }
+    const V* data() const noexcept { return storage_.data(); }
+    std::size_t size() const noexcept { return storage_.size(); }
+
+    CheckedBlocks<V> values;
+
+private:
+    std::vector<V> storage_;
+};
+
+using ScalarFunction = BlockFunction<double>;
+using VectorFunction = BlockFunction<z::zVec<double>>;
+using SelectionFunction = BlockFunction<unsigned char>;
+
+// How the nodes of a block are connected.
+struct BlockLayout {
+    enum class Kind { Structured, Faces };
+    Kind kind = Kind::Structured;
+    int nodes = 0;
+    // Structured blocks: nodes per row (the patch's I) and rows (J); node n
+    // lies in row n / rowLength, column n % rowLength.
+    int rowLength = 0;
+    int rows = 0;
+    // Face blocks: three node numbers a triangle.
+    std::vector<std::int32_t> triangles;
+    // The name of the patch the block was made from.
+    std::string name;
+
+    int triangleCount() const noexcept { return static_cast<int>(triangles.size() / 3); }
+};
+
+template <class Vec>
+class FieldMaster {
+public:
+    FieldMaster() = default;
+    FieldMaster(const FieldMaster&) = delete;
+    FieldMaster& operator=(const FieldMaster&) = delete;
+    FieldMaster(FieldMaster&&) noexcept = default;
+    FieldMaster& operator=(FieldMaster&&) noexcept = default;
+    virtual ~FieldMaster() = default;
+
+    virtual int blockCount() const { return static_cast<int>(layouts_.size()); }
+    virtual int nodeCount(int b) const { return layout(b).nodes; }
+
+    // ---- node layout and positions -------------------------------------
+    // Appends a block with its node positions (one per node). Blocks are
+    // added before any function; adding one later throws StateError.
+    int addBlock(BlockLayout layout, std::vector<Vec> positions) {
+        if (!functions.empty() || static_cast<int>(positions.size()) != layout.nodes || layout.nodes < 0)
+            throw StateError(source::field_selection, __LINE__);
+        offsets_.push_back(positions_.size());
+        positions_.insert(positions_.end(), positions.begin(), positions.end());
+        layouts_.push_back(std::move(layout));
+        return blockCount() - 1;
+    }
+    const BlockLayout& layout(int b) const {
+        if (b < 0 || b >= blockCount()) throw IndexError(source::field_selection, __LINE__);
+        return layouts_[static_cast<std::size_t>(b)];
+    }
+    // Node count of every block, in order.
+    std::vector<int> nodeCounts() const {
+        std::vector<int> counts;
+        for (const auto& l : layouts_) counts.push_back(l.nodes);
+        return counts;
+    }
+    // Nodes of all blocks together; block b starts at offset(b).
+    std::size_t totalNodes() const noexcept { return positions_.size(); }
+    std::size_t offset(int b) const {
+        layout(b);
+        return offsets_[static_cast<std::size_t>(b)];
+    }
+    const Vec& position(int b, int n) const {
+        if (n < 0 || n >= layout(b).nodes) throw IndexError(source::field_selection, __LINE__);
+        return positions_[offsets_[static_cast<std::size_t>(b)] + static_cast<std::size_t>(n)];
+    }
+    // Every position, block after block.
+    const std::vector<Vec>& positions() const noexcept { return positions_; }
+    std::vector<Vec>& positions() noexcept { return positions_; }
+
+    // ---- functions --------------------------------------------------------
+    int functionCount() const noexcept { return static_cast<int>(functions.size()); }
+
+    FieldFunction* functionAt(int i) const {
+        if (i < 0 || i >= functionCount()) throw IndexError(source::geo, geo_lines::kFunctionIndex);
+        return functions[static_cast<std::size_t>(i)].get();
+    }
+
+    // Index of the first function of exactly that name, or -1.
+    int findFunction(const std::string& name) const {
+        for (int i = 0; i < functionCount(); ++i) {
+            const auto& f = functions[static_cast<std::size_t>(i)];
+            if (f && f->name() == name) return i;
+        }
+        return -1;
+    }
+    bool hasFunction(const std::string& name) const { return findFunction(name) >= 0; }
+
+    // The function at i as a value type, or nullptr when it is of another kind.
+    template <class V>
+    BlockFunction<V>* functionAs(int i) const {
+        return dynamic_cast<BlockFunction<V>*>(functionAt(i));
+    }
+    ScalarFunction* scalar(int i) const { return functionAs<double>(i); }
+    VectorFunction* vector(int i) const { return functionAs<z::zVec<double>>(i); }
+
+    // Appends a complete new function (one value per node of every block) and
+    // returns it. Names are not checked here; the operations that add a
+    // function refuse duplicates themselves.
+    template <class V>
+    BlockFunction<V>& addFunction(const std::string& name, const V& fill = V{}) {
+        auto f = std::make_shared<BlockFunction<V>>(name, nodeCounts(), fill);
+        BlockFunction<V>& ref = *f;
+        functions.push_back(std::move(f));
+        return ref;
+    }
+    ScalarFunction& addScalar(const std::string& name, double fill = 0.0) { return addFunction<double>(name, fill); }
+    VectorFunction& addVector(const std::string& name, const z::zVec<double>& fill = {}) {
+        return addFunction<z::zVec<double>>(name, fill);
+    }
+    SelectionFunction& addSelection(const std::string& name = kSelectionName, unsigned char fill = 0) {
+        return addFunction<unsigned char>(name, fill);
+    }
+
+    // ---- selection --------------------------------------------------------
+    SelectionFunction& selection() const {
+        for (int i = 0;; ++i) {
+            if (i >= functionCount()) throw IndexError(source::field_selection, selection_lines::kNotFound);
+            const FieldFunction* f = functionAt(i);
+            if (f == nullptr || f->name() != kSelectionName) continue;
+            auto* s = dynamic_cast<SelectionFunction*>(functionAt(i));
+            if (s == nullptr) throw IndexError(source::field_selection, selection_lines::kNotASelection);
+            return *s;
+        }
+    }
+
+    SelectionState blockSelectionState(int b) const { return classify(selection(), b); }
+
+    SelectionState selectionState() const {
+        if (blockCount() < 1) return NothingSelected;
+        const SelectionFunction& s = selection();
+        bool anyAll = false;
+        for (int b = 0; b < blockCount(); ++b) {
+            const SelectionState st = classify(s, b);
+            if (st == PartlySelected) return PartlySelected;
+            anyAll = anyAll || st == AllSelected;
+        }
+        return anyAll ? AllSelected : NothingSelected;
+    }
+
+    unsigned char isSelected(int b, int n) const {
+        if (b < 0 || b >= blockCount()) throw IndexError(source::field_selection, selection_lines::kNodeBlock);
+        if (n < 0 || n >= nodeCount(b)) throw IndexError(source::field_selection, selection_lines::kNodeIndex);
+        return selection().at(b, n);
+    }
+
+    // The ordered list of functions.
+    std::vector<std::shared_ptr<FieldFunction>> functions;
+
+private:
+    SelectionState classify(const SelectionFunction& s, int b) const {
+        if (b < 0 || b >= blockCount()) throw IndexError(source::field_selection, selection_lines::kBlock);
+        const int nodes = nodeCount(b);
+        if (nodes < 1) throw IndexError(source::field_selection, selection_lines::kEmptyBlock);
+        bool some = false, someNot = false;
+        for (int n = 0; n < nodes; ++n) (s.at(b, n) != 0 ? some : someNot) = true;
+        if (some && someNot) return PartlySelected;
+        return some ? AllSelected : NothingSelected;
+    }
+
+    std::vector<BlockLayout> layouts_;
+    std::vector<Vec> positions_;
+    std::vector<std::size_t> offsets_;
+};
+
+}  // namespace arrayWorks
+
+// The field container of the library's exported operations.
+using FieldMasterD = arrayWorks::FieldMaster<z::zVec<double>>;

@@ -1,0 +1,45 @@
+// A bounding volume hierarchy (Embree 3) over the triangles of a surface:
+// obstruction tests between two surface nodes, the first face along a ray,
+// and the closest point of the surface.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+#include "api/export.h"
+#include "api/fields/surface.h"
+
+namespace tundrel {
+
+struct SurfaceHit {
+    double distance = 0.0;       // along the ray, or to the closest point
+    double x = 0.0, y = 0.0, z = 0.0;  // the point on the surface
+    std::int32_t triangle = -1;  // index into Surface::triangles / 3
+};
+
+class TUNDREL_API SurfaceBvh {
+public:
+    // Builds the hierarchy over surface.triangles at surface.x/y/z. The
+    // surface must outlive the hierarchy.
+    explicit SurfaceBvh(const Surface& surface);
+    ~SurfaceBvh();
+    SurfaceBvh(const SurfaceBvh&) = delete;
+    SurfaceBvh& operator=(const SurfaceBvh&) = delete;
+
+    // True when a triangle that touches neither node a nor node b crosses the
+    // segment between the two nodes. Safe to call from several threads.
+    bool occluded(std::int32_t a, std::int32_t b) const;
+
+    // The first triangle met by the ray origin + t * direction, 0 < t <= maxDistance.
+    std::optional<SurfaceHit> firstHit(const double origin[3], const double direction[3], double maxDistance) const;
+
+    // The closest point of the surface to p within maxDistance.
+    std::optional<SurfaceHit> closestPoint(const double p[3], double maxDistance) const;
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace tundrel
