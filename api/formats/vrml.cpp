@@ -13,7 +13,7 @@
 // file: transforms of the scene graph are walked through, not applied.
 //
 //   VRML 1.0: IndexedFaceSet uses the last Coordinate3 before it; a Separator
-//   restores the coordinates that were current where it began; "USE name"
+//   (or WWWAnchor) restores the coordinates that were current where it began; "USE name"
 //   makes a DEF'd Coordinate3 current again.
 //   VRML 2.0: IndexedFaceSet takes its points from its coord field
 //   (Coordinate, DEF name Coordinate, or USE of a Coordinate DEF'd anywhere
@@ -261,7 +261,7 @@ private:
             return true;
         }
         if (type == "IndexedFaceSet") return v1_ ? faceSet1() : faceSet2(depth);
-        if (v1_ && type == "Separator") {
+        if (v1_ && (type == "Separator" || type == "WWWAnchor")) {
             Points saved = current_;
             if (!walk(Tok::Close, depth)) return false;
             current_ = std::move(saved);
