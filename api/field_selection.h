@@ -263,19 +263,21 @@ public:
         return classify(selection(), b, nodes);
     }
 
-    // 2 when some block is partly selected; else 1 when some block is fully
-    // selected (even if others are not selected at all); else 0.
+    // Every block is classified, in order; then 2 when some block is partly
+    // selected; else 1 when some block is fully selected (even if others are
+    // not selected at all); else 0.
     SelectionState selectionState() const {
         if (blockCount() < 1) return NothingSelected;
         const SelectionFunction* s = nullptr;
-        bool anyAll = false;
+        bool anyPart = false, anyAll = false;
         for (int b = 0; b < blockCount(); ++b) {
             const int nodes = checkBlock(b);
             if (s == nullptr) s = &selection();
             const SelectionState st = classify(*s, b, nodes);
-            if (st == PartlySelected) return PartlySelected;
+            anyPart = anyPart || st == PartlySelected;
             anyAll = anyAll || st == AllSelected;
         }
+        if (anyPart) return PartlySelected;
         return anyAll ? AllSelected : NothingSelected;
     }
 

@@ -1,5 +1,6 @@
 #include "api/fields/normals.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace tundrel {
@@ -29,9 +30,11 @@ void gridNormals(const Vec* p, int I, int J, Vec* out) {
             const Vec di = at(hi(i, I), j) - at(lo(i), j);
             const Vec dj = at(i, hi(j, J)) - at(i, lo(j));
             Vec n = di.cross(dj);
-            // A product small against its factors is no direction at all.
-            const double scale = di.length() * dj.length();
-            if (!(n.length() > 1e-12 * scale)) {
+            // A difference that is rounding noise against the other (a row
+            // collapsed to a point), or a product small against its factors,
+            // gives no direction.
+            const double li = di.length(), lj = dj.length();
+            if (!(std::min(li, lj) > 1e-10 * std::max(li, lj)) || !(n.length() > 1e-12 * li * lj)) {
                 n = {};
                 for (int cj = j - 1; cj <= j; ++cj)
                     for (int ci = i - 1; ci <= i; ++ci) {
