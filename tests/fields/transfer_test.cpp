@@ -233,21 +233,31 @@ TEST_F(Transfer, OddPatchesAreTakenAsFarAsTheyGo) {
     EXPECT_EQ(field.layout(1).faceIndex.size(), 16u);
 }
 
-TEST_F(Transfer, AnAptModelComesBackUnchanged) {
+// Models read from files come back unchanged (up to the patch names).
+class TransferFile : public testutil::HostTest, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(TransferFile, ComesBackUnchanged) {
     region model;
-    region_fe none;
-    ASSERT_TRUE(import_data(testutil::dataFile("wing.apt"), false, model, none));
-    ASSERT_GT(model.patchCount(), 0);
-    Region_to_fieldMaster(model, none, field, flow);
+    region_fe modelFe;
+    ASSERT_TRUE(import_data(testutil::dataFile(GetParam()), false, model, modelFe));
+    ASSERT_GT(model.patchCount() + modelFe.patchCount(), 0);
+    FieldMasterD field;
+    z::ambientFlow flow;
+    Region_to_fieldMaster(model, modelFe, field, flow);
     region back;
     region_fe backFe;
     fieldMaster_to_Region(field, flow, back, backFe);
     ASSERT_EQ(back.patchCount(), model.patchCount());
-    EXPECT_EQ(backFe.patchCount(), 0);
+    ASSERT_EQ(backFe.patchCount(), modelFe.patchCount());
     for (int k = 0; k < model.patchCount(); ++k) expectSameVariables(model.patch(k), back.patch(k), k);
-
+    for (int k = 0; k < modelFe.patchCount(); ++k) {
+        expectSameVariables(modelFe.patch(k), backFe.patch(k), model.patchCount() + k);
+        EXPECT_EQ(backFe.patch(k).faceIndex, modelFe.patch(k).faceIndex);
+    }
     EXPECT_TRUE(messages().empty());
 }
+
+INSTANTIATE_TEST_SUITE_P(Files, TransferFile, ::testing::Values("wing.apt", "mesher_v1.wrl", "toolkit_v2.wrl"));
 
 // ---- the operations that are not available ------------------------------------------
 
