@@ -85,16 +85,23 @@ void blockRefine(benchmark::State& state, Size s) {
     perTriangle(state, s.faces());
 }
 
-// Remembers seconds per iteration of each run for the ratio table.
+// Remembers the seconds an iteration took, wall clock and CPU, of each run
+// for the ratio table.
+struct Seconds {
+    double real, cpu;
+};
+
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& r : runs)
-            if (r.run_type == Run::RT_Iteration && r.iterations > 0)
-                seconds[r.benchmark_name()] = r.real_accumulated_time / static_cast<double>(r.iterations);
+        for (const Run& r : runs) {
+            if (r.run_type != Run::RT_Iteration || r.iterations <= 0) continue;
+            const double n = static_cast<double>(r.iterations);
+            seconds[r.run_name.function_name] = {r.real_accumulated_time / n, r.cpu_accumulated_time / n};
+        }
         ConsoleReporter::ReportRuns(runs);
     }
-    std::map<std::string, double> seconds;
+    std::map<std::string, Seconds> seconds;
 };
 
 std::string name(const char* what, int faces) { return std::string(what) + "/" + std::to_string(faces); }
@@ -123,16 +130,24 @@ int main(int argc, char** argv) {
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
 
-    std::printf("\n%10s %18s %18s %14s\n", "triangles", "hashed ns/tri", "linear ns/tri", "linear/hashed");
-    for (const Size& s : kShared) {
-        const auto h = reporter.seconds.find(name("refine_hashed", s.faces()));
-        const auto l = reporter.seconds.find(name("refine_linear", s.faces()));
-        if (h == reporter.seconds.end() || l == reporter.seconds.end()) continue;
-        std::printf("%10d %18.1f %18.1f %14.1f\n", s.faces(), 1e9 * h->second / s.faces(), 1e9 * l->second / s.faces(),
-                    l->second / h->second);
-    }
-    const auto big = reporter.seconds.find(name("refine_hashed", kLarge.faces()));
-    if (big != reporter.seconds.end())
-        std::printf("%10d %18.1f %18s %14s\n", kLarge.faces(), 1e9 * big->second / kLarge.faces(), "(not run)", "-");
+    // Per triangle, wall clock (CPU in brackets), and linear over hashed.
+    std::printf("\n%10s %24s %24s %20s\n", "triangles", "hashed ns/tri (cpu)", "linear ns/tri (cpu)",
+                "linear/hashed (cpu)");
+    auto row = [&](int faces) {
+        const auto h = reporter.seconds.find(name("refine_hashed", faces));
+        const auto l = reporter.seconds.find(name("refine_linear", faces));
+        if (h == reporter.seconds.end()) return;
+        const Seconds hs = h->second;
+        std::printf("%10d %15.1f (%6.1f)", faces, 1e9 * hs.real / faces, 1e9 * hs.cpu / faces);
+        if (l == reporter.seconds.end()) {
+            std::printf(" %24s %20s\n", "(not run)", "-");
+            return;
+        }
+        const Seconds ls = l->second;
+        std::printf(" %15.1f (%6.1f) %11.1f (%6.1f)\n", 1e9 * ls.real / faces, 1e9 * ls.cpu / faces,
+                    ls.real / hs.real, ls.cpu / hs.cpu);
+    };
+    for (const Size& s : kShared) row(s.faces());
+    row(kLarge.faces());
     return 0;
 }

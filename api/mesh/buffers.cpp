@@ -51,19 +51,24 @@ void takeBuffer(region_fe& buffer, region_fe& r) {
 class HashedEdges {
 public:
     explicit HashedEdges(int faces) {
-        // About 1.5 edges a face on a closed or gridded surface.
+        // About 1.5 edges a face on a closed or gridded surface: the table
+        // ends about three quarters full for those, and grows beyond that.
         rehash(std::bit_ceil(std::max<std::size_t>(16, 2 * static_cast<std::size_t>(faces))));
     }
+
+    // Starts loading the slot of (a, b) ahead of its lookup: on a large
+    // patch nearly every lookup would otherwise wait for memory.
+    void prefetch(std::int32_t a, std::int32_t b) const { __builtin_prefetch(&slots_[slot(makeKey(a, b))]); }
 
     // The midpoint of (a, b), or `next` stored as its midpoint when new.
     std::int32_t find(std::int32_t a, std::int32_t b, std::int32_t next) {
         const std::uint64_t key = makeKey(a, b);
         for (std::size_t s = slot(key);; s = (s + 1) & mask_) {
-            if (keys_[s] == key) return mids_[s];
-            if (keys_[s] == kEmpty) {
-                keys_[s] = key;
-                mids_[s] = next;
-                if (++size_ * 4 > keys_.size() * 3) rehash(keys_.size() * 2);
+            Slot& at = slots_[s];
+            if (at.key == key) return at.mid;
+            if (at.key == kEmpty) {
+                at = {key, next};
+                if (++size_ * 4 > slots_.size() * 3) rehash(slots_.size() * 2);
                 return next;
             }
         }
@@ -71,6 +76,10 @@ public:
 
 private:
     static constexpr std::uint64_t kEmpty = ~std::uint64_t{0};
+    struct Slot {
+        std::uint64_t key;  // the lower node number in the high half
+        std::int32_t mid;
+    };
 
     static std::uint64_t makeKey(std::int32_t a, std::int32_t b) {
         const auto lo = static_cast<std::uint32_t>(std::min(a, b));
@@ -81,23 +90,19 @@ private:
         return static_cast<std::size_t>((key * 0x9E3779B97F4A7C15ull) >> shift_);
     }
     void rehash(std::size_t capacity) {
-        std::vector<std::uint64_t> keys(capacity, kEmpty);
-        std::vector<std::int32_t> mids(capacity);
+        std::vector<Slot> old(capacity, Slot{kEmpty, 0});
+        old.swap(slots_);
         mask_ = capacity - 1;
         shift_ = 64 - std::countr_zero(capacity);
-        for (std::size_t s = 0; s < keys_.size(); ++s) {
-            if (keys_[s] == kEmpty) continue;
-            std::size_t t = slot(keys_[s]);
-            while (keys[t] != kEmpty) t = (t + 1) & mask_;
-            keys[t] = keys_[s];
-            mids[t] = mids_[s];
+        for (const Slot& e : old) {
+            if (e.key == kEmpty) continue;
+            std::size_t t = slot(e.key);
+            while (slots_[t].key != kEmpty) t = (t + 1) & mask_;
+            slots_[t] = e;
         }
-        keys_.swap(keys);
-        mids_.swap(mids);
     }
 
-    std::vector<std::uint64_t> keys_;
-    std::vector<std::int32_t> mids_;
+    std::vector<Slot> slots_;
     std::size_t size_ = 0, mask_ = 0;
     int shift_ = 0;
 };
@@ -129,8 +134,10 @@ std::shared_ptr<FacePatch> refine(const FacePatch& p) {
     const int outLength = checkedCount(16 * static_cast<std::int64_t>(faces));
     if (p.faceIndex.size() < 4 * static_cast<std::size_t>(faces)) throw IndexError(source::ngeo, __LINE__);
 
-    std::vector<std::int32_t> index(static_cast<std::size_t>(outLength));
+    std::vector<std::int32_t> index;
+    index.reserve(static_cast<std::size_t>(outLength));
     std::vector<std::pair<std::int32_t, std::int32_t>> ends;  // of each midpoint, in order
+    ends.reserve(static_cast<std::size_t>(faces) * 3 / 2 + 16);
     Edges edges(faces);
     const std::int32_t nodes = p.nodes;
     auto midpoint = [&](std::int32_t a, std::int32_t b) {
@@ -141,8 +148,16 @@ std::shared_ptr<FacePatch> refine(const FacePatch& p) {
     };
 
     const std::int32_t* in = p.faceIndex.data();
-    std::int32_t* out = index.data();
+    constexpr int kAhead = 16;  // faces
     for (int f = 0; f < faces; ++f, in += 4) {
+        if constexpr (requires { edges.prefetch(0, 0); }) {
+            if (f + kAhead < faces) {
+                const std::int32_t* ahead = in + 4 * kAhead;
+                edges.prefetch(ahead[0], ahead[1]);
+                edges.prefetch(ahead[1], ahead[2]);
+                edges.prefetch(ahead[2], ahead[0]);
+            }
+        }
         const std::int32_t p0 = in[0], p1 = in[1], p2 = in[2];
         if (p0 < 0 || p0 >= nodes || p1 < 0 || p1 >= nodes || p2 < 0 || p2 >= nodes)
             throw IndexError(source::ngeo, __LINE__);
@@ -150,12 +165,13 @@ std::shared_ptr<FacePatch> refine(const FacePatch& p) {
         const std::int32_t m1 = midpoint(p1, p2);
         const std::int32_t m2 = midpoint(p2, p0);
         const std::int32_t quads[16] = {p0, m0, m2, -1, m0, p1, m1, -1, m1, p2, m2, -1, m0, m1, m2, -1};
-        out = std::copy(std::begin(quads), std::end(quads), out);
+        index.insert(index.end(), std::begin(quads), std::end(quads));
     }
 
     const int outNodes = checkedCount(static_cast<std::int64_t>(nodes) + static_cast<std::int64_t>(ends.size()));
-    auto q = std::make_shared<FacePatch>(outNodes, outLength, outFaces);
+    auto q = std::make_shared<FacePatch>(outNodes, 0, outFaces);  // the index list is filled here
     q->name = p.name;
+    q->indexLength = outLength;
     q->faceIndex = std::move(index);
     for (const auto& v : p.variables) {
         if (!v) throw arrayWorks::StateError(source::ngeo, __LINE__);
