@@ -172,17 +172,17 @@ TEST(Refine, ClosedSphereStaysClosedAndOrientedTwiceOver) {
 
 TEST(Refine, HashedAndLinearEdgeSearchesAgree) {
     // A gridded patch with every third face turned round, so that shared
-    // edges are met in the same and in the opposite direction; and separate
-    // triangles, whose edges outgrow the table's first size.
+    // edges are met in the same and in the opposite direction; and a strip,
+    // whose edges outgrow the table's first size.
     region reg;
     reg.append(testutil::gridPatch(7, 5, {"Cp"}));
     region_fe fe;
     ASSERT_TRUE(converter_reg_to_reg_fe(reg, fe));
     FacePatch& p = fe.patch(0);
     for (int f = 0; f < p.faces; f += 3) std::swap(p.faceIndex[4 * f], p.faceIndex[4 * f + 1]);
-    V apart;
-    for (int t = 0; t < 40; ++t) apart.insert(apart.end(), {3 * t, 3 * t + 2, 3 * t + 1, -1});
-    fe.append(facePatch(120, apart, {"X", "Y", "Z", "Cp"}));
+    V strip;
+    for (int t = 0; t < 32; ++t) strip.insert(strip.end(), {t + t % 2, t + 1 - t % 2, t + 2, -1});
+    fe.append(facePatch(34, strip, {"X", "Y", "Z", "Cp"}));
 
     for (const FacePatch* q : {&fe.patch(0), &fe.patch(1)}) {
         auto hashed = tundrel::mesh::refinedPatch(*q, EdgeSearch::hashed);
@@ -191,7 +191,7 @@ TEST(Refine, HashedAndLinearEdgeSearchesAgree) {
         for (int v = 0; v < 4; ++v) EXPECT_EQ(hashed->variable(v).values, linear->variable(v).values);
     }
     EXPECT_EQ(tundrel::mesh::refinedPatch(p)->nodes, 35 + 6 * 5 + 7 * 4 + 6 * 4);  // nodes + edges of the grid
-    EXPECT_EQ(tundrel::mesh::refinedPatch(fe.patch(1))->nodes, 120 + 120);
+    EXPECT_EQ(tundrel::mesh::refinedPatch(fe.patch(1))->nodes, 34 + 65);
 
     p.faceIndex[6] = 35;  // not a node
     EXPECT_THROW(tundrel::mesh::refinedPatch(p), arrayWorks::IndexError);
