@@ -36,7 +36,7 @@ bool converter_reg_to_reg_fe(region& src, region_fe& dst) {
 
         const int faces = checkedCount(2 * static_cast<std::int64_t>(I - 1) * (J - 1));
         const int length = checkedCount(4 * static_cast<std::int64_t>(faces));
-        const int nodes = I * J;  // within N, which fits
+        const int nodes = checkedCount(static_cast<std::int64_t>(I) * J);  // K may be 0
         auto f = std::make_shared<FacePatch>(nodes, length, faces);
         f->name = "Patch___" + std::to_string(n);
 
