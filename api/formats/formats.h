@@ -32,3 +32,10 @@ TUNDREL_API std::shared_ptr<StructPatch> transpose_patch(const StructPatch& p);
 TUNDREL_API bool read_apt(const std::string& file, region& reg);
 TUNDREL_API bool write_apt(const std::string& file, region& reg, region_fe& reg_fe, int first, int last,
                            int precision, bool scientific);
+
+TUNDREL_API bool read_fld(const std::string& file, region& reg);
+TUNDREL_API bool write_fld(const std::string& file, region& reg, int first, int last, int precision, bool scientific);
+
+TUNDREL_API bool read_dat(const std::string& file, region& reg, region_fe& reg_fe);
+TUNDREL_API bool write_dat(const std::string& file, region& reg, region_fe& reg_fe, int first, int last,
+                           int precision, bool scientific);

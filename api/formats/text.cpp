@@ -87,7 +87,25 @@ bool scanDouble(const char*& p, const char* end, double& value) noexcept {
 }  // namespace
 
 void Scanner::skipSpace() noexcept {
-    while (p_ < end_ && isSpace(*p_)) ++p_;
+    if (!sep_.commas && !sep_.hashComments) {
+        while (p_ < end_ && isSpace(*p_)) ++p_;
+        return;
+    }
+    while (p_ < end_) {
+        const char c = *p_;
+        if (isSpace(c) || (c == ',' && sep_.commas)) {
+            ++p_;
+        } else if (c == '#' && sep_.hashComments) {
+            skipLine();
+        } else {
+            break;
+        }
+    }
+}
+
+void Scanner::skipLine() noexcept {
+    const void* nl = p_ < end_ ? std::memchr(p_, '\n', static_cast<std::size_t>(end_ - p_)) : nullptr;
+    p_ = nl != nullptr ? static_cast<const char*>(nl) + 1 : end_;
 }
 
 bool Scanner::readInt(std::int32_t& value) noexcept {
@@ -128,6 +146,73 @@ bool Scanner::readWord(std::string& word) {
     std::string_view w;
     if (!readWord(w)) return false;
     word.assign(w);
+    return true;
+}
+
+namespace {
+inline bool endsName(char c, bool commas) noexcept {
+    switch (c) {
+        case '=': case '(': case ')': case '[': case ']': case '"': return true;
+        case ',': return commas;
+        default: return isSpace(c);
+    }
+}
+}  // namespace
+
+bool Scanner::readName(std::string_view& name) noexcept {
+    if (failed_) return false;
+    skipSpace();
+    const char* s = p_;
+    while (p_ < end_ && !endsName(*p_, sep_.commas)) ++p_;
+    if (p_ == s) {
+        failed_ = true;
+        return false;
+    }
+    name = std::string_view(s, static_cast<std::size_t>(p_ - s));
+    return true;
+}
+
+bool Scanner::readQuoted(std::string& text) {
+    if (failed_) return false;
+    skipSpace();
+    if (p_ >= end_ || *p_ != '"') {
+        failed_ = true;
+        return false;
+    }
+    text.clear();
+    for (const char* q = p_ + 1; q < end_; ++q) {
+        if (*q == '\\' && q + 1 < end_ && q[1] == '"') {
+            text.push_back('"');
+            ++q;
+        } else if (*q == '"') {
+            p_ = q + 1;
+            return true;
+        } else {
+            text.push_back(*q);
+        }
+    }
+    failed_ = true;
+    return false;
+}
+
+bool Scanner::accept(char c) noexcept {
+    if (failed_) return false;
+    skipSpace();
+    if (p_ < end_ && *p_ == c) {
+        ++p_;
+        return true;
+    }
+    return false;
+}
+
+bool equalsIgnoreCase(std::string_view a, std::string_view b) noexcept {
+    if (a.size() != b.size()) return false;
+    for (std::size_t k = 0; k < a.size(); ++k) {
+        char x = a[k], y = b[k];
+        if (x >= 'A' && x <= 'Z') x = static_cast<char>(x - 'A' + 'a');
+        if (y >= 'A' && y <= 'Z') y = static_cast<char>(y - 'A' + 'a');
+        if (x != y) return false;
+    }
     return true;
 }
 

@@ -18,11 +18,20 @@ namespace tundrel::text {
 // directory, a missing file, a read error).
 TUNDREL_API bool loadFile(const std::string& path, std::string& out);
 
+// What separates tokens besides whitespace. The default is an input
+// stream's view (whitespace only); Tecplot-style files also take commas
+// between values and '#' comments that run to the end of the line.
+struct Separators {
+    bool commas = false;
+    bool hashComments = false;
+};
+
 // Stream-like scanner over text in memory. A failed read sets a sticky fail
 // state, as an input stream's failbit does; later reads fail too.
 class TUNDREL_API Scanner {
 public:
-    explicit Scanner(std::string_view data) noexcept : begin_(data.data()), p_(data.data()), end_(data.data() + data.size()) {}
+    explicit Scanner(std::string_view data, Separators separators = {}) noexcept
+        : begin_(data.data()), p_(data.data()), end_(data.data() + data.size()), sep_(separators) {}
 
     bool fail() const noexcept { return failed_; }
     bool good() const noexcept { return !failed_; }
@@ -36,8 +45,11 @@ public:
     int peek() const noexcept { return p_ < end_ ? static_cast<unsigned char>(*p_) : -1; }
     void advance(std::size_t n = 1) noexcept { p_ = (static_cast<std::size_t>(end_ - p_) < n) ? end_ : p_ + n; }
 
-    // Skips blanks, tabs, line ends (as std::isspace in the C locale).
+    // Skips blanks, tabs, line ends (as std::isspace in the C locale), and
+    // commas and comments when the separators say so.
     void skipSpace() noexcept;
+    // Skips to just after the next line end (or to the end).
+    void skipLine() noexcept;
 
     // Reads like `stream >> value`: leading whitespace skipped, an optional
     // sign, then the longest number; fails on anything else or on overflow.
@@ -48,12 +60,26 @@ public:
     bool readWord(std::string_view& word) noexcept;
     bool readWord(std::string& word);
 
+    // Reads a name: the next run of characters that are neither separators
+    // nor one of = ( ) [ ] ". Fails (sticky) when there is none.
+    bool readName(std::string_view& name) noexcept;
+    // Reads a double-quoted string; inside it \" stands for a quote. Fails
+    // (sticky) when the next token does not start with a quote or the string
+    // is not closed.
+    bool readQuoted(std::string& text);
+    // Skips separators; true and past it when the next character is `c`.
+    bool accept(char c) noexcept;
+
 private:
     const char* begin_;
     const char* p_;
     const char* end_;
+    Separators sep_;
     bool failed_ = false;
 };
+
+// Compares ASCII text ignoring letter case (keywords of text formats).
+TUNDREL_API bool equalsIgnoreCase(std::string_view a, std::string_view b) noexcept;
 
 // Parses a whole token as a double / integer (no trailing characters). Used by
 // readers that split their own tokens.
