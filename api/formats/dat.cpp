@@ -6,6 +6,7 @@
 // point and block packing, triangles and quadrilaterals.
 #include <cstring>
 #include <limits>
+#include <unordered_set>
 
 #include "api/formats/date.h"
 #include "api/formats/formats.h"
@@ -129,7 +130,7 @@ public:
                 default: skipRecord(nullptr); break;
             }
         }
-        if (!haveVariables_) throw Failure{kNoVariables};
+        if (!haveVariables_) throw Failure{haveTitle_ ? kNoVariables : kNoTitle};
         if (!anyZone_) throw Failure{kNoSurfaces};
     }
 
@@ -166,11 +167,9 @@ private:
         }
         haveVariables_ = true;
         if (names_.size() < 3) throw Failure{kFewVariables};
-        for (std::size_t a = 0; a < names_.size(); ++a) {
-            if (names_[a].empty()) throw Failure{kWrongNames};
-            for (std::size_t b = 0; b < a; ++b)
-                if (names_[a] == names_[b]) throw Failure{kWrongNames};
-        }
+        std::unordered_set<std::string_view> seen;
+        for (const std::string& n : names_)
+            if (n.empty() || !seen.insert(n).second) throw Failure{kWrongNames};
         // The library's geometry is a surface in space: x, y and z are needed.
         bool x = false, y = false, z = false;
         for (const std::string& n : names_) {
@@ -351,7 +350,12 @@ private:
         variableBudget_ -= names_.size();
         std::vector<double*> columns;
         columns.reserve(names_.size());
-        for (const std::string& name : names_) columns.push_back(patch.addVariable(name).values.data());
+        // The names are distinct: no lookup of existing variables is needed.
+        for (const std::string& name : names_) {
+            auto v = std::make_shared<NodeVariable>(name, patch.I, patch.J, patch.K);
+            columns.push_back(v->values.data());
+            patch.variables.append(std::move(v));
+        }
         return columns;
     }
 

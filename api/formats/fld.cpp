@@ -2,6 +2,7 @@
 // names, then per patch "A B" (B the fast direction), four boundary words and
 // A*B points of x, y, z and the extras; Mach, alpha and beta close the file.
 #include <limits>
+#include <unordered_map>
 
 #include "api/formats/date.h"
 #include "api/formats/formats.h"
@@ -70,10 +71,19 @@ bool read_fld(const std::string& file, region& reg) {
         }
         auto patch = std::make_shared<StructPatch>(B, A, 1);
         patch->name = "Patch_" + std::to_string(p);
-        std::vector<double*> columns;
-        for (const std::string& name : names) columns.push_back(patch->addVariable(name).values.data());
         // A name given twice is one variable; its later column wins, as the
         // reads land in it in file order.
+        std::vector<double*> columns;
+        std::unordered_map<std::string_view, double*> byName;
+        for (const std::string& name : names) {
+            auto [slot, added] = byName.try_emplace(name, nullptr);
+            if (added) {
+                auto v = std::make_shared<NodeVariable>(name, patch->I, patch->J, patch->K);
+                slot->second = v->values.data();
+                patch->variables.append(std::move(v));
+            }
+            columns.push_back(slot->second);
+        }
         for (std::int64_t n = 0; n < points && in.good(); ++n)
             for (double* column : columns) in.readDouble(column[n]);
         reg.append(std::move(patch));
