@@ -4,6 +4,7 @@
 // the flow conditions. The reader takes the classic zone keywords (I, J, K, N,
 // E, F, ET, DT) and the current ones (ZONETYPE, NODES, ELEMENTS, DATAPACKING),
 // point and block packing, triangles and quadrilaterals.
+#include <algorithm>
 #include <cstring>
 #include <limits>
 #include <unordered_set>
@@ -299,7 +300,14 @@ private:
                 continue;
             }
             const std::string keyText(key);
-            if (!in_.accept('=')) throw Failure{kBadZone};
+            if (!in_.accept('=')) {
+                // Data may begin with a value written for a non-finite number.
+                if (equalsIgnoreCase(key.substr(0, 3), "nan") || equalsIgnoreCase(key.substr(0, 3), "inf")) {
+                    in_.seek(at);
+                    break;
+                }
+                throw Failure{kBadZone};
+            }
             attribute(z, keyText, readValue());
         }
         return z;
@@ -312,10 +320,9 @@ private:
         return numbers == 0 || numbers <= remaining / 2 + 1;
     }
 
-    void value(double& out) {
-        if (in_.readDouble(out)) return;
-        // Values that the writer prints for non-finite numbers.
-        in_.clearFail();
+    // A value that is not a decimal number: what the writer prints for
+    // non-finite numbers, or the end of the zone's data.
+    double special() {
         const std::string_view rest = in_.rest();
         static constexpr std::pair<const char*, double> kSpecial[] = {
             {"-nan", -std::numeric_limits<double>::quiet_NaN()},
@@ -326,21 +333,28 @@ private:
         for (const auto& [word, v] : kSpecial) {
             const std::size_t n = std::strlen(word);
             if (rest.size() >= n && equalsIgnoreCase(rest.substr(0, n), word)) {
-                out = v;
                 in_.advance(n);
-                return;
+                return v;
             }
         }
         throw Failure{kBadZone};
     }
 
+    // `count` values into a table of `width` columns, row by row.
+    void readTable(double* const* columns, std::size_t width, std::size_t count) {
+        for (std::size_t k = in_.readTable(columns, width, 0, count); k < count;) {
+            in_.skipSpace();
+            columns[k % width][k / width] = special();
+            ++k;
+            k += in_.readTable(columns, width, k, count - k);
+        }
+    }
+
     void readValues(const std::vector<double*>& columns, std::size_t points, Packing packing) {
         if (packing == Packing::Point) {
-            for (std::size_t n = 0; n < points; ++n)
-                for (double* column : columns) value(column[n]);
+            readTable(columns.data(), columns.size(), points * columns.size());
         } else {
-            for (double* column : columns)
-                for (std::size_t n = 0; n < points; ++n) value(column[n]);
+            for (double* column : columns) readTable(&column, 1, points);
         }
     }
 
@@ -401,17 +415,40 @@ private:
         // Node numbers count from 1; every face becomes triangles of 0-based
         // numbers ended by -1. A quadrilateral whose last node repeats its
         // third is a triangle.
-        std::vector<std::int32_t> index;
-        index.reserve(static_cast<std::size_t>(E) * (corners == 3 ? 4 : 8));
-        std::int32_t node[4];
-        for (std::uint64_t e = 0; e < E; ++e) {
-            for (std::uint64_t k = 0; k < corners; ++k) {
-                if (!in_.readInt(node[k]) || node[k] < 1 || static_cast<std::uint64_t>(node[k]) > N)
-                    throw Failure{kBadZone};
+        // Read into the front of the index list, then spread out from the
+        // back, each element into its own one or two triangles.
+        const std::size_t slots = corners == 3 ? 4 : 8;
+        std::vector<std::int32_t> index(static_cast<std::size_t>(E) * slots);
+        if (in_.readInts(index.data(), static_cast<std::size_t>(E * corners)) != E * corners)
+            throw Failure{kBadZone};
+        constexpr std::int32_t kUnused = std::numeric_limits<std::int32_t>::min();
+        bool unused = false;
+        for (std::size_t e = static_cast<std::size_t>(E); e-- > 0;) {
+            std::int32_t node[4];
+            for (std::size_t k = 0; k < corners; ++k) {
+                node[k] = index[e * corners + k];
+                if (node[k] < 1 || static_cast<std::uint64_t>(node[k]) > N) throw Failure{kBadZone};
                 --node[k];
             }
-            index.insert(index.end(), {node[0], node[1], node[2], -1});
-            if (corners == 4 && node[3] != node[2]) index.insert(index.end(), {node[0], node[2], node[3], -1});
+            std::int32_t* out = &index[e * slots];
+            out[0] = node[0], out[1] = node[1], out[2] = node[2], out[3] = -1;
+            if (corners == 4) {
+                if (node[3] != node[2]) {
+                    out[4] = node[0], out[5] = node[2], out[6] = node[3], out[7] = -1;
+                } else {
+                    out[4] = kUnused;
+                    unused = true;
+                }
+            }
+        }
+        if (unused) {
+            std::size_t kept = 0;
+            for (std::size_t f = 0; f < index.size(); f += 4)
+                if (index[f] != kUnused) {
+                    std::copy_n(&index[f], 4, &index[kept]);
+                    kept += 4;
+                }
+            index.resize(kept);
         }
         if (index.size() / 4 > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max()))
             throw Failure{kBadZone};
@@ -487,13 +524,13 @@ private:
 }  // namespace
 
 bool read_dat(const std::string& file, region& reg, region_fe& reg_fe) {
-    std::string data;
-    if (!tundrel::text::loadFile(file, data)) {
+    tundrel::text::FileText data;
+    if (!data.open(file)) {
         tundrel::showMessage(kOpenFailed);
         return false;
     }
     try {
-        DatReader(data, reg, reg_fe).run();
+        DatReader(data.view(), reg, reg_fe).run();
     } catch (const Failure& f) {
         tundrel::showMessage(f.message);
         return false;

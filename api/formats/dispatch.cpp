@@ -81,8 +81,12 @@ bool export_data(const std::string& file, int precision, bool split, bool scient
     bool result = true;
     const std::size_t dot = file.rfind('.');
     for (int i = 0; i < count; ++i) {
-        std::string name = file;
-        name.insert(dot == std::string::npos ? name.size() : dot, "_" + std::to_string(i + 1));
+        // Built by appending: g++ 12 at -O3 warns falsely (-Wrestrict) on
+        // "_" + std::to_string(...).
+        std::string name = file.substr(0, dot);
+        name += '_';
+        name += std::to_string(i + 1);
+        if (dot != std::string::npos) name += file.substr(dot);
         result = pass(name, i, i);
     }
     return result;

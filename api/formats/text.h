@@ -6,7 +6,7 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -24,6 +24,26 @@ TUNDREL_API bool loadFile(const std::string& path, std::string& out);
 struct Separators {
     bool commas = false;
     bool hashComments = false;
+};
+
+// A whole regular file's text, mapped into memory where the system allows
+// (no copy), read otherwise. open() is false when the file cannot be opened
+// or read (a directory, a missing file, a read error).
+class TUNDREL_API FileText {
+public:
+    FileText() = default;
+    ~FileText();
+    FileText(const FileText&) = delete;
+    FileText& operator=(const FileText&) = delete;
+
+    bool open(const std::string& path);
+    std::string_view view() const noexcept { return map_ != nullptr ? std::string_view(map_, size_) : copy_; }
+
+private:
+    void release() noexcept;
+    const char* map_ = nullptr;
+    std::size_t size_ = 0;
+    std::string copy_;
 };
 
 // Stream-like scanner over text in memory. A failed read sets a sticky fail
@@ -58,6 +78,15 @@ public:
     bool readDouble(double& value) noexcept;
     // Reads like `stream >> word`: the next run of non-whitespace characters.
     bool readWord(std::string_view& word) noexcept;
+
+    // Bulk reads for long lists of numbers. readTable reads `count` doubles
+    // into a table of `width` columns, row by row, starting at number
+    // `first` (number k goes to columns[k % width][k / width]); readInts reads
+    // `count` integers. Both return how many they read and stop before the
+    // first token that is not a number, without setting the fail state.
+    std::size_t readTable(double* const* columns, std::size_t width, std::size_t first,
+                          std::size_t count) noexcept;
+    std::size_t readInts(std::int32_t* out, std::size_t count) noexcept;
     bool readWord(std::string& word);
 
     // Reads a name: the next run of characters that are neither separators
@@ -91,6 +120,13 @@ TUNDREL_API bool parseInt(std::string_view token, std::int32_t& value) noexcept;
 TUNDREL_API void appendDouble(std::string& out, double value, int precision, bool scientific);
 TUNDREL_API void appendInt(std::string& out, std::int64_t value);
 
+// The same into a buffer with room for kDoubleRoom characters (precision up
+// to kDirectPrecision); returns the end of what was written.
+inline constexpr int kDirectPrecision = 64;
+inline constexpr std::size_t kDoubleRoom = 400;
+TUNDREL_API char* formatDouble(char* out, double value, int precision, bool scientific) noexcept;
+TUNDREL_API char* formatInt(char* out, std::int64_t value) noexcept;
+
 // A buffered output file. A failed open, like a failed write, only shows as
 // good() == false, so writers report both at the end as the formats require.
 class TUNDREL_API Writer {
@@ -100,36 +136,33 @@ public:
     Writer(const Writer&) = delete;
     Writer& operator=(const Writer&) = delete;
 
-    bool opened() const noexcept { return file_ != nullptr; }
-    bool good() const noexcept { return file_ != nullptr && !failed_; }
+    bool opened() const noexcept { return fd_ >= 0; }
+    bool good() const noexcept { return fd_ >= 0 && !failed_; }
     void setFormat(int precision, bool scientific) noexcept {
-        precision_ = precision;
+        precision_ = precision < 0 ? 6 : precision;
         scientific_ = scientific;
     }
 
     Writer& operator<<(double v) {
-        appendDouble(buf_, v, precision_, scientific_);
-        return spill();
+        if (precision_ > kDirectPrecision) return writeSlow(v);
+        room(kDoubleRoom);
+        pos_ = formatDouble(pos_, v, precision_, scientific_);
+        return *this;
     }
-    Writer& operator<<(int v) {
-        appendInt(buf_, v);
-        return spill();
-    }
-    Writer& operator<<(long v) {
-        appendInt(buf_, v);
-        return spill();
-    }
-    Writer& operator<<(long long v) {
-        appendInt(buf_, v);
-        return spill();
-    }
+    Writer& operator<<(int v) { return integer(v); }
+    Writer& operator<<(long v) { return integer(v); }
+    Writer& operator<<(long long v) { return integer(v); }
     Writer& operator<<(char c) {
-        buf_.push_back(c);
-        return spill();
+        room(1);
+        *pos_++ = c;
+        return *this;
     }
     Writer& operator<<(std::string_view s) {
-        buf_.append(s);
-        return spill();
+        if (s.size() > kSlack) return writeLong(s);
+        room(s.size());
+        std::memcpy(pos_, s.data(), s.size());
+        pos_ += s.size();
+        return *this;
     }
     Writer& operator<<(const char* s) { return *this << std::string_view(s); }
     Writer& operator<<(const std::string& s) { return *this << std::string_view(s); }
@@ -139,15 +172,26 @@ public:
     bool close();
 
 private:
-    Writer& spill() {
-        if (buf_.size() >= kChunk) flush();
+    Writer& integer(std::int64_t v) {
+        room(24);
+        pos_ = formatInt(pos_, v);
         return *this;
     }
+    // Makes room for n more characters (n at most kSlack).
+    void room(std::size_t n) {
+        if (static_cast<std::size_t>(limit_ - pos_) < n) flush();
+    }
+    Writer& writeSlow(double v);
+    Writer& writeLong(std::string_view s);
     void flush();
+    void put(const char* data, std::size_t n);
 
     static constexpr std::size_t kChunk = 1 << 20;
-    std::FILE* file_ = nullptr;
-    std::string buf_;
+    static constexpr std::size_t kSlack = 4096;  // room past the chunk for one item
+    int fd_ = -1;
+    char* buf_ = nullptr;
+    char* pos_ = nullptr;
+    char* limit_ = nullptr;
     int precision_ = 6;
     bool scientific_ = false;
     bool failed_ = false;

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <limits>
 
 #include "api/TundrelApi.h"
 #include "api/formats/date.h"
@@ -139,6 +140,7 @@ TEST_P(DatRoundTrip, KeepsGeometryNamesVariablesAndFlow) {
     auto a = testutil::gridPatch(4, 3, {"T"});
     a->name = "upper side";
     a->variable(3).values[5] = std::nan("");
+    a->variable(0).values[0] = std::numeric_limits<double>::infinity();  // the zone's first value
     reg.append(a);
     reg.append(testutil::gridPatch(2, 5, {"T"}));  // unnamed
     fe.Mach = 0.3;
