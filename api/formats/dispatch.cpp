@@ -45,6 +45,7 @@ const Format kFormats[] = {
          return write_fld(f, r, first, last, precision, scientific);
      }},
     {"dat", read_dat, write_dat},
+    {"wrl", read_vrml, write_vrml},
 };
 
 const Format* findFormat(const std::string& ext) {
@@ -81,12 +82,8 @@ bool export_data(const std::string& file, int precision, bool split, bool scient
     bool result = true;
     const std::size_t dot = file.rfind('.');
     for (int i = 0; i < count; ++i) {
-        // Built by appending: g++ 12 at -O3 warns falsely (-Wrestrict) on
-        // "_" + std::to_string(...).
-        std::string name = file.substr(0, dot);
-        name += '_';
-        name += std::to_string(i + 1);
-        if (dot != std::string::npos) name += file.substr(dot);
+        const std::size_t cut = dot == std::string::npos ? file.size() : dot;
+        const std::string name = file.substr(0, cut) + "_" + std::to_string(i + 1) + file.substr(cut);
         result = pass(name, i, i);
     }
     return result;
