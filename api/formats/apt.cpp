@@ -37,7 +37,7 @@ bool read_apt(const std::string& file, region& reg) {
         tundrel::showMessage(kOpenFailed);
         return false;
     }
-    tundrel::text::Scanner in(data);
+    tundrel::text::Scanner in(tundrel::text::withoutByteOrderMark(data));
     for (;;) {
         std::int32_t A = 0, B = 0;
         if (!in.readInt(A) || !in.readInt(B)) return true;

@@ -530,7 +530,7 @@ bool read_dat(const std::string& file, region& reg, region_fe& reg_fe) {
         return false;
     }
     try {
-        DatReader(data.view(), reg, reg_fe).run();
+        DatReader(tundrel::text::withoutByteOrderMark(data.view()), reg, reg_fe).run();
     } catch (const Failure& f) {
         tundrel::showMessage(f.message);
         return false;

@@ -35,11 +35,11 @@ bool read_fld(const std::string& file, region& reg) {
         tundrel::showMessage(kOpenFailed);
         return false;
     }
-    tundrel::text::Scanner in(data);
+    tundrel::text::Scanner in(tundrel::text::withoutByteOrderMark(data));
     const auto remaining = [&] { return in.size() - in.position(); };
 
     std::string title;
-    if (in.readWord(title)) reg.name = title;
+    if (in.readWord(title)) reg.name = std::move(title);
     std::int32_t patches = 0, extras = 0;
     in.readInt(patches);
     in.readInt(extras);
@@ -53,6 +53,11 @@ bool read_fld(const std::string& file, region& reg) {
         names.push_back(std::move(name));
     }
     const std::int64_t perPoint = static_cast<std::int64_t>(names.size());
+    // Empty patches cost a few bytes of text but a full set of variables
+    // each: the variables a file may create are bounded by its size, so that
+    // memory stays proportional to it. A patch with points pays for its
+    // variables with their values and never reaches the bound.
+    std::uint64_t variableBudget = static_cast<std::uint64_t>(in.size()) + 4096;
 
     for (std::int32_t p = 0; p < patches && in.good(); ++p) {
         std::int32_t A = 0, B = 0;
@@ -65,10 +70,11 @@ bool read_fld(const std::string& file, region& reg) {
         // rest of the file can hold end the file like a short point list.
         const std::int64_t points = static_cast<std::int64_t>(A) * B;
         if (A < 0 || B < 0 || points > std::numeric_limits<std::int32_t>::max() ||
-            !fitsInText(points * perPoint, remaining())) {
+            !fitsInText(points * perPoint, remaining()) || variableBudget < names.size()) {
             in.setFail();
             break;
         }
+        variableBudget -= names.size();
         auto patch = std::make_shared<StructPatch>(B, A, 1);
         patch->name = "Patch_" + std::to_string(p);
         // A name given twice is one variable; its later column wins, as the

@@ -5,24 +5,36 @@
 #include <charconv>
 #include <cmath>
 #include <limits>
+#include <memory>
+#include <new>
 #include <type_traits>
 #include <cstring>
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace tundrel::text {
 
-bool loadFile(const std::string& path, std::string& out) {
-    out.clear();
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return false;
-    struct stat st {};
+namespace {
+// Opens a regular file for reading; -1 for anything else. O_NONBLOCK keeps
+// the open of a named pipe without a writer from waiting; it changes nothing
+// for regular files.
+int openRegular(const std::string& path, struct stat& st) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0) return -1;
     if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
         ::close(fd);
-        return false;
+        return -1;
     }
+    return fd;
+}
+}  // namespace
+
+bool loadFile(const std::string& path, std::string& out) {
+    out.clear();
+    struct stat st {};
+    const int fd = openRegular(path, st);
+    if (fd < 0) return false;
     // Straight into the string, in large reads; a file that grows meanwhile
     // is read on to its end.
     std::size_t used = 0;
@@ -50,37 +62,47 @@ bool loadFile(const std::string& path, std::string& out) {
     return true;
 }
 
-FileText::~FileText() { release(); }
+FileText::~FileText() = default;
 
-void FileText::release() noexcept {
-    if (map_ != nullptr) ::munmap(const_cast<char*>(map_), size_);
-    map_ = nullptr;
-    size_ = 0;
-    copy_.clear();
-}
-
+// Read, not mapped: a mapped file that another program cuts short while it
+// is read ends the process with SIGBUS. Read into a buffer that is not
+// zero-filled first.
 bool FileText::open(const std::string& path) {
-    release();
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return false;
+    data_.reset();
+    size_ = 0;
     struct stat st {};
-    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+    const int fd = openRegular(path, st);
+    if (fd < 0) return false;
+    std::size_t capacity = static_cast<std::size_t>(st.st_size) + 1;
+    std::unique_ptr<char[]> buf;
+    std::size_t used = 0;
+    try {
+        buf.reset(new char[capacity]);
+        for (;;) {
+            if (used == capacity) {  // the file grew meanwhile: read on to its end
+                std::unique_ptr<char[]> bigger(new char[capacity * 2]);
+                std::memcpy(bigger.get(), buf.get(), used);
+                buf = std::move(bigger);
+                capacity *= 2;
+            }
+            const std::size_t want = std::min<std::size_t>(capacity - used, std::size_t{1} << 30);
+            const ssize_t n = ::read(fd, buf.get() + used, want);
+            if (n == 0) break;
+            if (n < 0) {
+                if (errno == EINTR) continue;
+                ::close(fd);
+                return false;
+            }
+            used += static_cast<std::size_t>(n);
+        }
+    } catch (const std::bad_alloc&) {
         ::close(fd);
         return false;
     }
-    if (st.st_size > 0) {
-        const auto size = static_cast<std::size_t>(st.st_size);
-        void* m = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
-        if (m != MAP_FAILED) {
-            ::madvise(m, size, MADV_SEQUENTIAL);
-            ::close(fd);
-            map_ = static_cast<const char*>(m);
-            size_ = size;
-            return true;
-        }
-    }
     ::close(fd);
-    return loadFile(path, copy_);
+    data_ = std::move(buf);
+    size_ = used;
+    return true;
 }
 
 namespace {

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -26,9 +27,9 @@ struct Separators {
     bool hashComments = false;
 };
 
-// A whole regular file's text, mapped into memory where the system allows
-// (no copy), read otherwise. open() is false when the file cannot be opened
-// or read (a directory, a missing file, a read error).
+// A whole regular file's text, read into memory. open() is false when the
+// file cannot be opened or read (a directory, a named pipe, a missing file, a
+// read error, no memory for it).
 class TUNDREL_API FileText {
 public:
     FileText() = default;
@@ -37,13 +38,11 @@ public:
     FileText& operator=(const FileText&) = delete;
 
     bool open(const std::string& path);
-    std::string_view view() const noexcept { return map_ != nullptr ? std::string_view(map_, size_) : copy_; }
+    std::string_view view() const noexcept { return {data_.get(), size_}; }
 
 private:
-    void release() noexcept;
-    const char* map_ = nullptr;
+    std::unique_ptr<char[]> data_;
     std::size_t size_ = 0;
-    std::string copy_;
 };
 
 // Stream-like scanner over text in memory. A failed read sets a sticky fail
@@ -106,6 +105,12 @@ private:
     Separators sep_;
     bool failed_ = false;
 };
+
+// The text without a leading UTF-8 byte-order mark, which editors put before
+// text they save as UTF-8 and which is no part of the content.
+inline std::string_view withoutByteOrderMark(std::string_view text) noexcept {
+    return text.substr(0, 3) == "\xEF\xBB\xBF" ? text.substr(3) : text;
+}
 
 // Compares ASCII text ignoring letter case (keywords of text formats).
 TUNDREL_API bool equalsIgnoreCase(std::string_view a, std::string_view b) noexcept;

@@ -1,0 +1,230 @@
+// Memory of a read against the size of the file: the peak of the bytes
+// allocated through operator new while the read runs, counted by this
+// program's own operator new (a program of its own, so that the count sees
+// no other test). Files are made of the cheapest records that still cost the
+// reader memory; a read must grow in proportion to its file, whatever the
+// file holds.
+#include <gtest/gtest.h>
+
+#include <malloc.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+#include <unistd.h>
+
+#include "api/TundrelApi.h"
+#include "tests/test_util.h"
+
+namespace {
+
+std::atomic<std::size_t> live{0};
+std::atomic<std::size_t> peak{0};
+
+// Sizes as the allocator reports them, so that each block is counted alike
+// when it comes and when it goes, and the pointers stay those of malloc.
+void* counted(std::size_t n) noexcept {
+    void* p = std::malloc(n == 0 ? 1 : n);
+    if (p == nullptr) return nullptr;
+    const std::size_t size = ::malloc_usable_size(p);
+    const std::size_t now = live.fetch_add(size) + size;
+    std::size_t seen = peak.load();
+    while (now > seen && !peak.compare_exchange_weak(seen, now)) {
+    }
+    return p;
+}
+
+void release(void* p) noexcept {
+    if (p == nullptr) return;
+    live.fetch_sub(::malloc_usable_size(p));
+    std::free(p);
+}
+
+void* countedOrThrow(std::size_t n) {
+    if (void* p = counted(n)) return p;
+    throw std::bad_alloc();
+}
+
+}  // namespace
+
+void* operator new(std::size_t n) { return countedOrThrow(n); }
+void* operator new[](std::size_t n) { return countedOrThrow(n); }
+void* operator new(std::size_t n, const std::nothrow_t&) noexcept { return counted(n); }
+void* operator new[](std::size_t n, const std::nothrow_t&) noexcept { return counted(n); }
+void operator delete(void* p) noexcept { release(p); }
+void operator delete[](void* p) noexcept { release(p); }
+void operator delete(void* p, std::size_t) noexcept { release(p); }
+void operator delete[](void* p, std::size_t) noexcept { release(p); }
+void operator delete(void* p, const std::nothrow_t&) noexcept { release(p); }
+void operator delete[](void* p, const std::nothrow_t&) noexcept { release(p); }
+
+namespace {
+
+// Bytes a read allocated at its peak above what was held before it.
+struct Measured {
+    std::size_t fileSize;
+    std::size_t peakBytes;
+    bool ok;
+    std::vector<std::string> messages;
+};
+
+Measured measureRead(const testutil::ScratchDir& dir, const std::string& ext, const std::string& text) {
+    const std::string file = dir.file("m." + ext);
+    testutil::writeFile(file, text);
+    tundrel::ScriptedHost host;
+    tundrel::HostScope scope(host);
+    Measured m{text.size(), 0, false, {}};
+    {
+        region reg;
+        region_fe fe;
+        const std::size_t before = live.load();
+        peak.store(before);
+        m.ok = import_data(file, false, reg, fe);
+        m.peakBytes = peak.load() - before;
+    }
+    m.messages = host.messages;
+    return m;
+}
+
+std::string repeated(const std::string& s, std::size_t n) {
+    std::string r;
+    r.reserve(s.size() * n);
+    for (std::size_t k = 0; k < n; ++k) r += s;
+    return r;
+}
+
+// A file of size about proportional to n that is expensive to read.
+struct Costly {
+    const char* name;
+    const char* ext;
+    std::string (*make)(std::size_t n);
+    bool ok;  // the format's result for such a file
+};
+
+void PrintTo(const Costly& c, std::ostream* os) { *os << c.name; }
+
+std::string names(std::size_t n) {
+    std::string s;
+    for (std::size_t k = 0; k < n; ++k) s += " v" + std::to_string(k);
+    return s;
+}
+
+const Costly kCostly[] = {
+    {"aptEmptyPatches", "apt", [](std::size_t n) { return repeated("0 0\n", n); }, true},
+    {"aptOnePointPatches", "apt", [](std::size_t n) { return repeated("1 1 0 0 0\n", n); }, true},
+    // As many names as empty patches: without a bound on the variables,
+    // memory grows with the square of the file.
+    {"fldEmptyPatchesOfManyNames", "fld",
+     [](std::size_t n) {
+         return "w " + std::to_string(n) + " " + std::to_string(n) + names(n) + "\n" + repeated("0 0 W W W W\n", n) +
+                "0 0 0\n";
+     },
+     false},
+    {"datEmptyZonesOfManyVariables", "dat",
+     [](std::size_t n) { return "VARIABLES = x y z" + names(n) + "\n" + repeated("ZONE I=0\n", n); }, false},
+    {"datTriangles", "dat",
+     [](std::size_t n) {
+         return "VARIABLES = x y z\nZONE N=3, E=" + std::to_string(n) + ", ET=TRIANGLE, F=FEPOINT\n0 0 0 1 0 0 0 1 0\n" +
+                repeated("1 2 3\n", n);
+     },
+     true},
+    {"datQuadrilaterals", "dat",
+     [](std::size_t n) {
+         return "VARIABLES = x y z\nZONE N=4, E=" + std::to_string(n) +
+                ", ET=QUADRILATERAL, F=FEPOINT\n0 0 0 1 0 0 0 1 0 1 1 0\n" + repeated("1 2 3 4\n", n);
+     },
+     true},
+    {"vrmlFaceSets", "wrl",
+     [](std::size_t n) {
+         return "#VRML V2.0 utf8\n" +
+                repeated("Shape{geometry IndexedFaceSet{coord Coordinate{point[0 0 0 1 0 0 0 1 0]}coordIndex[0 1 2]}}\n",
+                         n);
+     },
+     true},
+    {"vrmlFaceSetsOverOneLongPointList", "wrl",
+     [](std::size_t n) {
+         return "#VRML V1.0 ascii\nCoordinate3 { point [" + repeated(" 0 0 0", n) + " ] }\n" +
+                repeated("IndexedFaceSet { coordIndex [ 0 1 2 ] }\n", n);
+     },
+     true},
+    {"vrmlLongPolygons", "wrl",
+     [](std::size_t n) {
+         return "#VRML V1.0 ascii\nCoordinate3 { point [ 0 0 0 1 0 0 0 1 0 ] }\nIndexedFaceSet { coordIndex [" +
+                repeated(" 0 1 2", n) + " ] }\n";
+     },
+     true},
+};
+
+// The most a read may hold per byte of its file: a few hundred bytes, which
+// an empty structured patch (patch, three variables and their names in a few
+// bytes of text) comes nearest to.
+constexpr double kBytesPerFileByte = 512;
+
+class ReadMemory : public ::testing::TestWithParam<Costly> {
+protected:
+    testutil::ScratchDir dir;
+};
+
+}  // namespace
+
+// Four times the file, at most a little more than four times the memory,
+// and never more than the bound per byte.
+TEST_P(ReadMemory, GrowsInProportionToTheFile) {
+    const Costly& c = GetParam();
+    const Measured small = measureRead(dir, c.ext, c.make(500));
+    const Measured large = measureRead(dir, c.ext, c.make(2000));
+    EXPECT_EQ(small.ok, c.ok);
+    EXPECT_EQ(large.ok, c.ok);
+    EXPECT_EQ(large.messages.size(), c.ok ? 0u : 1u);
+    const double smallRate = static_cast<double>(small.peakBytes) / static_cast<double>(small.fileSize);
+    const double largeRate = static_cast<double>(large.peakBytes) / static_cast<double>(large.fileSize);
+    RecordProperty("bytes_per_file_byte", std::to_string(largeRate));
+    EXPECT_LE(largeRate, 1.25 * smallRate + 1.0) << small.peakBytes << " bytes for " << small.fileSize << ", "
+                                                 << large.peakBytes << " for " << large.fileSize;
+    EXPECT_LE(largeRate, kBytesPerFileByte);
+}
+
+INSTANTIATE_TEST_SUITE_P(Files, ReadMemory, ::testing::ValuesIn(kCostly),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+// One line of 200 MB of '=' signs, read by every format (one file under four
+// names, to keep the test short): APT finds no patch header, the normal end;
+// FLD takes the line as its title and then finds no counts; DAT finds no
+// TITLE; VRML no header. No read holds more than twice the text.
+TEST(ReadMemoryLongLine, TwoHundredMegabytesInOneLine) {
+    testutil::ScratchDir dir;
+    std::string text(200u << 20, '=');
+    text += '\n';
+    const std::size_t size = text.size();
+    testutil::writeFile(dir.file("long.apt"), text);
+    std::string().swap(text);
+    struct Case {
+        const char* ext;
+        const char* message;  // nullptr: read succeeds
+    };
+    const Case cases[] = {
+        {"apt", nullptr},
+        {"fld", "It's impossible to close FLD file"},
+        {"dat", "Error in the Header of DAT file. Parameter TITLE is absent"},
+        {"wrl", "It is impossible to open VRML or identify it's header"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.ext);
+        const std::string file = dir.file(std::string("long.") + c.ext);
+        if (file != dir.file("long.apt")) {
+            ASSERT_EQ(::link(dir.file("long.apt").c_str(), file.c_str()), 0);
+        }
+        tundrel::ScriptedHost host;
+        tundrel::HostScope scope(host);
+        region reg;
+        region_fe fe;
+        const std::size_t before = live.load();
+        peak.store(before);
+        EXPECT_EQ(import_data(file, false, reg, fe), c.message == nullptr);
+        const std::size_t used = peak.load() - before;
+        EXPECT_EQ(reg.patchCount() + fe.patchCount(), 0);
+        EXPECT_EQ(host.messages, c.message ? std::vector<std::string>{c.message} : std::vector<std::string>{});
+        EXPECT_LE(used, 2 * size + (1u << 20)) << used << " bytes for " << size;
+    }
+}
