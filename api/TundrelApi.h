@@ -11,3 +11,7 @@
 #include "api/field_selection.h"
 #include "api/fields/fields.h"
 #include "api/zvec.h"
+#include "api/markers.h"
+#include "api/markersImport.h"
+#include "api/IOdom.h"
+#include "dialogs/dialogs.h"
