@@ -47,8 +47,8 @@ struct DialogResource {
 
 // Every template of the library, 4000 to 4007 (there is no 4002).
 TUNDREL_API const std::vector<DialogResource>& dialogResources();
-// The template with this id; throws arrayWorks::IndexError for an unknown id.
-TUNDREL_API const DialogResource& dialogResource(int id);
+// The template with this id; nullptr for an id the library has no template of.
+TUNDREL_API const DialogResource* dialogResource(int id);
 
 // Shows a dialog through the host with the wait cursor taken off for the
 // modal loop and put back afterwards. False for Cancel.
