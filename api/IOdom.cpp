@@ -167,9 +167,11 @@ const DOMNode* DomDocumentReader::open(const std::string& file, const std::strin
     }
     const xercesc::DOMDocument* doc = parser_->getDocument();
     if (doc == nullptr || doc->getNodeType() != DOMNode::DOCUMENT_NODE) throw FileError(src::IOdom, 69);
+    // The document type node carries the root's name too; the root is the
+    // element.
     const XmlText name(root);
     for (const DOMNode* n = doc->getFirstChild(); n != nullptr; n = n->getNextSibling())
-        if (XMLString::equals(n->getNodeName(), name.get())) return n;
+        if (n->getNodeType() == DOMNode::ELEMENT_NODE && XMLString::equals(n->getNodeName(), name.get())) return n;
     return nullptr;
 }
 

@@ -29,5 +29,6 @@ bool saveModel(const std::string& file, const WriteOptions& w, region& reg, regi
 
 
 void addModelCommands(CLI::App& app, int& status);   // convert, info
+void addMarkersCommand(CLI::App& app, int& status);  // markers
 
 }  // namespace tundrel::cli

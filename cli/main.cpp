@@ -11,6 +11,7 @@ int main(int argc, char** argv) {
     tundrel::HostScope scope(quiet);
 
     tundrel::cli::addModelCommands(app, status);
+    tundrel::cli::addMarkersCommand(app, status);
 
     try {
         app.parse(argc, argv);
