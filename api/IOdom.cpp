@@ -11,6 +11,7 @@
 #include <xercesc/parsers/XercesDOMParser.hpp>
 #include <xercesc/sax/SAXParseException.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
+#include <xercesc/util/SecurityManager.hpp>
 #include <xercesc/util/XMLString.hpp>
 
 #include "api/formats/text.h"
@@ -145,6 +146,7 @@ void XmlErrorReporter::resetErrors() {}
 DomDocumentReader::DomDocumentReader() {
     try {
         ensurePlatform();
+        security_ = std::make_unique<xercesc::SecurityManager>();
         parser_ = std::make_unique<xercesc::XercesDOMParser>();
     } catch (...) {
         throw FileError(src::IOdom, 65);
@@ -153,6 +155,10 @@ DomDocumentReader::DomDocumentReader() {
     parser_->setValidationScheme(xercesc::XercesDOMParser::Val_Auto);
     parser_->setDoNamespaces(false);
     parser_->setErrorHandler(reporter_.get());
+    // Marker files have no use for entities; a low limit keeps what nested
+    // or repeated entities can expand to within a hundred times the file.
+    security_->setEntityExpansionLimit(100);
+    parser_->setSecurityManager(security_.get());
 }
 
 DomDocumentReader::~DomDocumentReader() = default;

@@ -12,6 +12,7 @@
 
 XERCES_CPP_NAMESPACE_BEGIN
 class DOMNode;
+class SecurityManager;
 class XercesDOMParser;
 XERCES_CPP_NAMESPACE_END
 
@@ -35,7 +36,8 @@ public:
 };
 
 // Holds the DOM parser (automatic validation, no namespaces, entity
-// references expanded, ignorable whitespace dropped) and its reporter. The
+// references expanded, ignorable whitespace dropped, at most 100 entity
+// expansions so that nested entities can't blow up) and its reporter. The
 // nodes that open() yields belong to the parser and live as long as it.
 class TUNDREL_API DomDocumentReader {
 public:
@@ -49,6 +51,7 @@ public:
     const xercesc::DOMNode* open(const std::string& file, const std::string& root);
 
 private:
+    std::unique_ptr<xercesc::SecurityManager> security_;
     std::unique_ptr<xercesc::XercesDOMParser> parser_;
     std::unique_ptr<XmlErrorReporter> reporter_;
 };

@@ -255,6 +255,24 @@ TEST_F(XmlMarkers, ACountBeyondWhatTheFileCanHoldIsRefused) {
     EXPECT_FALSE(s.hasX);
 }
 
+TEST_F(XmlMarkers, NestedEntitiesEndInAFatalErrorNotInMemoryExhaustion) {
+    std::string dtd = "<?xml version=\"1.0\"?>\n<!DOCTYPE ObjectMarkers [\n<!ELEMENT ObjectMarkers ANY>\n"
+                      "<!ENTITY e0 \"1 2 3 4 5 6 7 8 9 \">\n";
+    for (int i = 1; i < 10; ++i) {
+        dtd += "<!ENTITY e" + std::to_string(i) + " \"";
+        for (int k = 0; k < 10; ++k) dtd += "&e" + std::to_string(i - 1) + ";";
+        dtd += "\">\n";
+    }
+    const std::string file = dir.file("bomb.mrk");
+    testutil::writeFile(file, dtd + "]>\n<ObjectMarkers>&e9;</ObjectMarkers>\n");
+    markers s;
+    ::testing::internal::CaptureStderr();
+    EXPECT_THROW(importMarkers(file, s, 0), arrayWorks::FileError);
+    ::testing::internal::GetCapturedStderr();
+    ASSERT_EQ(messages().size(), 1u);
+    EXPECT_EQ(messages()[0].rfind("Fatal Error at file \"" + file + "\"\nline 15\n", 0), 0u) << messages()[0];
+}
+
 TEST_F(XmlMarkers, TheReaderFindsTheRootElementAndYieldsNodesOfTheParser) {
     const std::string file = dir.file("r.mrk");
     testutil::writeFile(file, std::string(kDoctypeWithRepeatedAttribute) + "<!-- a -->\n<ObjectMarkers><NodesNumber>0</NodesNumber></ObjectMarkers>\n");
