@@ -12,6 +12,7 @@
 
 XERCES_CPP_NAMESPACE_BEGIN
 class DOMNode;
+class MemoryManager;
 class SecurityManager;
 class XercesDOMParser;
 XERCES_CPP_NAMESPACE_END
@@ -51,6 +52,7 @@ public:
     const xercesc::DOMNode* open(const std::string& file, const std::string& root);
 
 private:
+    std::unique_ptr<xercesc::MemoryManager> memory_;  // the parser's; outlives it
     std::unique_ptr<xercesc::SecurityManager> security_;
     std::unique_ptr<xercesc::XercesDOMParser> parser_;
     std::unique_ptr<XmlErrorReporter> reporter_;

@@ -230,7 +230,13 @@ INSTANTIATE_TEST_SUITE_P(
                 std::string(kDoctypeWithRepeatedAttribute).substr(0, 22) +
                     "<!DOCTYPE ObjectMarkers [\n<!ELEMENT ObjectMarkers EMPTY>\n]>\n"
                     "<ObjectMarkers><NodesNumber>1</NodesNumber></ObjectMarkers>\n",
-                "Error", 5, 28, "no declaration found for element 'NodesNumber'"}),
+                "Error", 5, 28, "no declaration found for element 'NodesNumber'"},
+        // Xerces leaves parts of the content model behind here; the parser's
+        // memory must still all come back (LeakSanitizer checks).
+        BadCase{"parameterEntityInAContentModel",
+                "<?xml version=\"1.0\"?>\n<!DOCTYPE ObjectMarkers [\n<!ELEMENT ObjectMarkers (Nod%sNumber, Function*)>\n"
+                "]>\n<ObjectMarkers/>\n",
+                "Fatal Error", 3, 30, "parameter entity references are not allowed inside markup in internal subset"}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(XmlMarkers, AMissingFileIsReportedAndGivesFileError) {
