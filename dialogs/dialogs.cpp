@@ -288,16 +288,16 @@ std::string ActiveAxesDialog::exchange(const ControlTexts& typed) {
 }
 
 bool chooseActiveAxes(bool hasX, bool hasY, bool hasZ, bool& direction) {
+    // The axis names are assigned as characters: string literals here set off
+    // a false -Wrestrict of GCC 12 at -O3.
+    char first = 0, second = 0;
+    if (hasX && hasY) first = 'X', second = 'Y';
+    else if (hasX && hasZ) first = 'X', second = 'Z';
+    else if (hasY && hasZ) first = 'Y', second = 'Z';
     ActiveAxesDialog dialog;
-    if (hasX && hasY) {
-        dialog.axis1 = "X";
-        dialog.axis2 = "Y";
-    } else if (hasX && hasZ) {
-        dialog.axis1 = "X";
-        dialog.axis2 = "Z";
-    } else if (hasY && hasZ) {
-        dialog.axis1 = "Y";
-        dialog.axis2 = "Z";
+    if (first != 0) {
+        dialog.axis1.assign(1, first);
+        dialog.axis2.assign(1, second);
     }
     dialog.direction = direction;
     if (!runDialog(dialog)) return false;
