@@ -14,6 +14,7 @@ int main(int argc, char** argv) {
 
     tundrel::cli::addModelCommands(app, status);
     tundrel::cli::addMarkersCommand(app, status);
+    tundrel::cli::addMeshCommands(app, status);
 
     try {
         app.parse(argc, argv);
