@@ -11,7 +11,10 @@
 #include <xercesc/dom/DOM.hpp>
 #include <xercesc/parsers/XercesDOMParser.hpp>
 #include <xercesc/sax/SAXParseException.hpp>
+#include <xercesc/framework/LocalFileInputSource.hpp>
 #include <xercesc/framework/MemoryManager.hpp>
+#include <xercesc/util/XMLEntityResolver.hpp>
+#include <xercesc/util/XMLResourceIdentifier.hpp>
 #include <xercesc/util/OutOfMemoryException.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/SecurityManager.hpp>
@@ -110,6 +113,35 @@ void report(const char* severity, const xercesc::SAXParseException& e) {
               << "\n   Message: " << message << std::endl;
 }
 
+// Whether a system id names a regular file, or may: one that isn't there is
+// left to the parser, which reports it.
+bool mayBeRegularFile(const std::string& path) {
+    std::error_code ec;
+    const auto status = std::filesystem::status(path, ec);
+    return ec || !std::filesystem::exists(status) || std::filesystem::is_regular_file(status);
+}
+
+// External DTDs and entities come from local regular files only: a named pipe
+// would keep the parser waiting, and a marker file has no business reaching
+// out to the network. Anything else ends the parse.
+class LocalFilesOnly : public xercesc::XMLEntityResolver {
+public:
+    xercesc::InputSource* resolveEntity(xercesc::XMLResourceIdentifier* id) override {
+        const XMLCh* system = id->getSystemId();
+        if (system == nullptr || *system == 0) return nullptr;
+        const std::string text = localText(system);
+        const std::size_t colon = text.find(':');
+        const std::size_t slash = text.find('/');
+        if (colon != std::string::npos && (slash == std::string::npos || colon < slash))
+            throw FileError(src::IOdom, 65);  // a URL
+        const XMLCh* base = id->getBaseURI();
+        auto source = base != nullptr && *base != 0 ? std::make_unique<xercesc::LocalFileInputSource>(base, system)
+                                                    : std::make_unique<xercesc::LocalFileInputSource>(system);
+        if (!mayBeRegularFile(localText(source->getSystemId()))) throw FileError(src::IOdom, 65);
+        return source.release();
+    }
+};
+
 // The first child of `parent` named `name` and, when `id` is not empty, with
 // the attribute "id" equal to `id`.
 const DOMNode* findChild(const DOMNode* parent, const XMLCh* name, const XMLCh* id) {
@@ -194,6 +226,8 @@ DomDocumentReader::DomDocumentReader() {
     parser_->setValidationScheme(xercesc::XercesDOMParser::Val_Auto);
     parser_->setDoNamespaces(false);
     parser_->setErrorHandler(reporter_.get());
+    resolver_ = std::make_unique<LocalFilesOnly>();
+    parser_->setXMLEntityResolver(resolver_.get());
     // Marker files have no use for entities; a low limit keeps what nested
     // or repeated entities can expand to within a hundred times the file.
     security_->setEntityExpansionLimit(100);
@@ -205,6 +239,9 @@ DomDocumentReader::~DomDocumentReader() = default;
 const DOMNode* DomDocumentReader::open(const std::string& file, const std::string& root) {
     parser_->setCreateEntityReferenceNodes(false);
     parser_->setIncludeIgnorableWhitespace(false);
+    // Only regular files are parsed: opening a named pipe without a writer
+    // would keep the parser waiting.
+    if (!mayBeRegularFile(file)) throw FileError(src::IOdom, 65);
     try {
         parser_->parse(file.c_str());
     } catch (...) {

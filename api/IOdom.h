@@ -15,6 +15,7 @@ class DOMNode;
 class MemoryManager;
 class SecurityManager;
 class XercesDOMParser;
+class XMLEntityResolver;
 XERCES_CPP_NAMESPACE_END
 
 // Fills `set` from an XML marker file: "ObjectMarkers" holding "NodesNumber"
@@ -56,4 +57,5 @@ private:
     std::unique_ptr<xercesc::SecurityManager> security_;
     std::unique_ptr<xercesc::XercesDOMParser> parser_;
     std::unique_ptr<XmlErrorReporter> reporter_;
+    std::unique_ptr<xercesc::XMLEntityResolver> resolver_;  // external entities: local regular files only
 };

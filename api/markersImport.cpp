@@ -46,7 +46,7 @@ void readImageMarkers(const std::string& file, markers& set, bool flipRows, int 
     std::string data;
     if (!tundrel::text::loadFile(file, data)) throw FileError(src::markersImport, 37);
 
-    tundrel::text::Scanner in(data);
+    tundrel::text::Scanner in(tundrel::text::withoutByteOrderMark(data));
     markers read;
     for (std::int32_t record = 1; record < INT32_MAX; ++record) {
         double X = 0.0, Y = 0.0;
@@ -75,7 +75,7 @@ void readPointMarkers(const std::string& file, markers& set) {
     std::string data;
     if (!tundrel::text::loadFile(file, data)) throw FileError(src::markersImport, 64);
 
-    tundrel::text::Scanner in(data);
+    tundrel::text::Scanner in(tundrel::text::withoutByteOrderMark(data));
     markers read;
     for (std::int32_t record = 1; record < INT32_MAX; ++record) {
         double X = 0.0, Y = 0.0, Z = 0.0;

@@ -62,6 +62,18 @@ inline void checkInvariants(const region& reg, const region_fe& fe) {
     }
 }
 
+// What a text marker reader leaves: records numbered 1, 2, ... in file
+// order, an empty name, all four flags set exactly when something was read,
+// and no more records than the file can hold (each at least `recordBytes`
+// characters with its separators).
+inline void checkTextMarkers(const markers& set, std::size_t size, std::size_t recordBytes) {
+    check(set.name.empty());
+    const bool any = set.count() > 0;
+    check(set.hasX == any && set.hasY == any && set.hasZ == any && set.hasValue == any);
+    check(static_cast<std::size_t>(set.count()) <= size / recordBytes + 1);
+    for (int i = 0; i < set.count(); ++i) check(set.list[static_cast<std::size_t>(i)].number == i + 1);
+}
+
 // Reads the input through import_data as a user would and checks the result.
 inline void importAndCheck(const std::uint8_t* data, std::size_t size, const char* extension) {
     quietHost();
