@@ -56,8 +56,8 @@ void bindRegion(py::class_<Region>& c, const char* patchKind) {
         .def_readwrite("Mach", &Region::Mach)
         .def_readwrite("alpha", &Region::alpha)
         .def_readwrite("beta", &Region::beta)
-        .def("patchCount", &Region::patchCount, "Number of patches.")
-        .def("__len__", &Region::patchCount)
+        .def("patchCount", [](const Region& r) { return r.patchCount(); }, "Number of patches.")
+        .def("__len__", [](const Region& r) { return r.patchCount(); })
         .def(
             "patch", [](const Region& r, int k) { return r.patches.shared(k); }, py::arg("k"),
             (std::string("The ") + patchKind + " at position k (IndexError, or StateError for an empty slot).").c_str())
