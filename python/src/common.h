@@ -75,6 +75,10 @@ void checkFaces(const region_fe& reg_fe);
 // The same for structured patches: one value per node in every variable.
 void checkPatches(const region& reg);
 
+// Raises ValueError while a NumPy view of the container's positions is alive
+// (adding or replacing blocks may move the positions' storage).
+void refuseWhilePositionsViewed(const FieldMasterD& fm);
+
 void bindErrors(py::module_& m);
 void bindGeometry(py::module_& m);
 void bindFields(py::module_& m);

@@ -52,12 +52,6 @@ py::array positionsView(py::object self) {
     return vecView(fm.positions().data(), fm.positions().size(), base);
 }
 
-void refuseWhilePositionsViewed(const FieldMasterD& fm) {
-    if (positionViews().count(&fm) != 0)
-        throw py::value_error(
-            "a NumPy view of this container's positions is alive; add every block before taking `positions`");
-}
-
 // Values of node n of block b are at offset(b) + n; the views cover every block.
 template <class V>
 arrayWorks::BlockFunction<V>* as(FieldFunction& f) {
@@ -131,6 +125,12 @@ std::vector<Vec> toPositions(const py::array_t<double, py::array::c_style | py::
 }
 
 }  // namespace
+
+void refuseWhilePositionsViewed(const FieldMasterD& fm) {
+    if (positionViews().count(&fm) != 0)
+        throw py::value_error(
+            "a NumPy view of this container's positions is alive; set up every block before taking `positions`");
+}
 
 void bindFields(py::module_& m) {
     py::class_<z::ambientFlow>(m, "ambientFlow", "Flow conditions: Mach number, angle of attack, sideslip angle.")
