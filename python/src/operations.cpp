@@ -69,7 +69,7 @@ template <class F>
 
 }  // namespace
 
-void bindOperations(py::module_& m) {
+void bindOperations([[maybe_unused]] py::module_& m) {
 #ifdef TUNDREL_PY_TRANSFER
     m.def(
         "Region_to_fieldMaster",
