@@ -67,9 +67,8 @@ bool CliHost::askOnTerminal(Dialog& dialog) {
             std::cerr << " [" << current << "]: ";
             std::string line;
             if (!std::getline(std::cin, line)) return false;
-            // Assigned from a temporary: g++ 12 at -O3 warns falsely (-Wrestrict) on assigning the literal.
-            for (const auto* r : radios)
-                if (!line.empty()) texts[r->id] = std::string(line == r->label ? "1" : "0");
+            if (!line.empty())
+                for (const auto* r : radios) texts[r->id].assign(1, line == r->label ? '1' : '0');
         }
         if (acceptTexts(*this, dialog, texts).empty()) return true;
     }
