@@ -18,7 +18,7 @@ and along the fuselage crown and side) are a marker file with their
 positions, their port readings (the same flow without the paint's noise) and
 active flags.
 
-Writes, beside this script:
+Writes, beside this script (or into --out DIR):
   wingbody.fld        the model (title, variables x y z cp, flow conditions)
   wingbody_ports.mrk  the pressure ports (XML marker file)
 
@@ -26,6 +26,7 @@ Run with Debian's Python and NumPy:  /usr/bin/python3 examples/make_example.py
 The output is the same on every run (fixed random seed).
 """
 
+import argparse
 import pathlib
 
 import numpy as np
@@ -229,7 +230,11 @@ def write_markers(path, pts, values, active, ids):
     path.write_text("\n".join(text) + "\n")
 
 
-def main():
+def main(argv=None):
+    ap = argparse.ArgumentParser(description="Makes the example wing-body model and its pressure ports.")
+    ap.add_argument("--out", type=pathlib.Path, default=HERE, help="output directory (default: beside this script)")
+    out = ap.parse_args(argv).out
+    out.mkdir(parents=True, exist_ok=True)
     rng = np.random.default_rng(20240611)
     body_pts, body_cp_ = fuselage()
     body_meas = measured(body_cp_, rng)
@@ -238,8 +243,8 @@ def main():
     for mirror in (False, True):
         pts, cp = wing(mirror)
         patches.append((pts, [measured(cp, rng)]))
-    write_fld(HERE / "wingbody.fld", "wingbody", patches, ["cp"], (MACH, ALPHA, BETA))
-    write_markers(HERE / "wingbody_ports.mrk", *ports(rng))
+    write_fld(out / "wingbody.fld", "wingbody", patches, ["cp"], (MACH, ALPHA, BETA))
+    write_markers(out / "wingbody_ports.mrk", *ports(rng))
     nodes = sum(p.shape[0] * p.shape[1] for p, _ in patches)
     print(f"wingbody.fld: {len(patches)} patches, {nodes} nodes; wingbody_ports.mrk written")
 

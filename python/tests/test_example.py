@@ -1,0 +1,48 @@
+"""The bundled example: its files are what its script makes, and the main job
+runs on it."""
+
+import importlib.util
+import sys
+
+import numpy as np
+import pytest
+
+import tundrel
+
+
+def load(example_dir, name):
+    spec = importlib.util.spec_from_file_location(name, example_dir / f"{name}.py")
+    module = importlib.util.module_from_spec(spec)
+    sys.modules[name] = module
+    spec.loader.exec_module(module)
+    return module
+
+
+@pytest.mark.parametrize("name", ["wingbody.fld", "wingbody_ports.mrk"])
+def test_committed_files_are_what_the_script_makes(example_dir, tmp_path, name):
+    load(example_dir, "make_example").main(["--out", str(tmp_path)])
+    assert (tmp_path / name).read_bytes() == (example_dir / name).read_bytes()
+
+
+def test_the_model_reads_as_a_wing_body(example_dir):
+    reg, reg_fe = tundrel.read(example_dir / "wingbody.fld")
+    assert (reg.name, reg.Mach, reg.alpha, reg.beta) == ("wingbody", 0.7, 3.0, 0.0)
+    assert [(p.I, p.J) for p in reg] == [(49, 61), (41, 21), (41, 21)] and len(reg_fe) == 0
+    cp = np.concatenate([p["cp"].values for p in reg])
+    measured = cp[cp > -1e9]
+    assert 0 < np.count_nonzero(cp <= -1e9) < 100            # covered by the wing roots
+    assert -1.7 < measured.min() < -1.0 and 1.0 < measured.max() < 1.2
+
+
+@pytest.mark.skipif(not all(hasattr(tundrel, f) for f in ("self_illumination", "pressure_ports")),
+                    reason="the field operations are not in this build")
+def test_main_job(example_dir, tmp_path, capsys):
+    assert load(example_dir, "process_example").main(["--out", str(tmp_path), "--no-visibility"]) == 0
+    summary = capsys.readouterr().out
+    for word in ("nodes     4711 in 3 patches", "fields    cp, $_N, $_selection, cp_si, cp_ports", "timings"):
+        assert word in summary
+    reg, reg_fe = tundrel.read(tmp_path / "wingbody.dat")
+    assert [v.name for v in reg[0].variables] == ["x", "y", "z", "cp", "cp_si", "cp_ports"]
+    assert reg.name == "wingbody" and reg.Mach == 0.7
+    vrml_reg, vrml_fe = tundrel.read(tmp_path / "wingbody.wrl")
+    assert len(vrml_fe) == 3 and sum(p.nodes for p in vrml_fe) == 4711
