@@ -46,3 +46,13 @@ def test_main_job(example_dir, tmp_path, capsys):
     assert reg.name == "wingbody" and reg.Mach == 0.7
     vrml_reg, vrml_fe = tundrel.read(tmp_path / "wingbody.wrl")
     assert len(vrml_fe) == 3 and sum(p.nodes for p in vrml_fe) == 4711
+
+
+@pytest.mark.skipif(not all(hasattr(tundrel, f) for f in ("self_illumination", "pressure_ports")),
+                    reason="the field operations are not in this build")
+def test_readme_python_example_runs_as_written(example_dir, monkeypatch, capsys):
+    readme = (example_dir.parent / "README.md").read_text()
+    code = readme.split("```python\n", 1)[1].split("```", 1)[0]
+    monkeypatch.chdir(example_dir.parent)
+    exec(compile(code, "README.md", "exec"), {})
+    assert "The function name alredy exist" in capsys.readouterr().out
