@@ -174,7 +174,7 @@ void bindFields(py::module_& m) {
                 l.triangles.assign(a.data(), a.data() + a.size());
             },
             "Face blocks: an (n, 3) array of node numbers (a copy).")
-        .def("triangleCount", &BlockLayout::triangleCount)
+        .def("triangleCount", &BlockLayout::triangleCount, "Number of triangles of a face block.")
         .def_static(
             "structured",
             [](int rowLength, int rows, const std::string& name) {
@@ -205,9 +205,9 @@ void bindFields(py::module_& m) {
     py::class_<FieldFunction, FunctionPtr>(m, "FieldFunction",
                                            "One named function with one value per node of every block.")
         .def_property_readonly("name", &FieldFunction::name)
-        .def("rename", &FieldFunction::rename, py::arg("name"))
+        .def("rename", &FieldFunction::rename, py::arg("name"), "Renames the function (names are not checked).")
         .def_property_readonly("kind", &FieldFunction::kind)
-        .def("blockCount", &FieldFunction::blockCount)
+        .def("blockCount", &FieldFunction::blockCount, "Number of block arrays.")
         .def_property_readonly("values", &functionValues,
                                "Every value, block after block, as an array that views the library's memory: "
                                "float64 (n,) for scalars, float64 (n, 3) for vectors, uint8 (n,) for a selection.")
@@ -226,10 +226,10 @@ void bindFields(py::module_& m) {
         "The field container: blocks of surface nodes (one per patch) and named functions with one value per node. "
         "\"$_selection\" is the node selection, \"$_N\" the node normals; a scalar -1e10 (kNoValue) means no value.")
         .def(py::init<>())
-        .def("blockCount", &FieldMasterD::blockCount)
-        .def("nodeCount", &FieldMasterD::nodeCount, py::arg("b"))
-        .def("nodeCounts", &FieldMasterD::nodeCounts)
-        .def("totalNodes", &FieldMasterD::totalNodes)
+        .def("blockCount", &FieldMasterD::blockCount, "Number of blocks (one per surface patch).")
+        .def("nodeCount", &FieldMasterD::nodeCount, py::arg("b"), "Number of nodes of block b.")
+        .def("nodeCounts", &FieldMasterD::nodeCounts, "Node count of every block, in order.")
+        .def("totalNodes", &FieldMasterD::totalNodes, "Nodes of all blocks together.")
         .def("offset", &FieldMasterD::offset, py::arg("b"), "The first node of block b in the all-blocks arrays.")
         .def("layout", &FieldMasterD::layout, py::arg("b"), "The layout of block b (a copy).")
         .def(
@@ -249,15 +249,15 @@ void bindFields(py::module_& m) {
                 const Vec& v = fm.position(b, n);
                 return py::make_tuple(v.x, v.y, v.z);
             },
-            py::arg("b"), py::arg("n"))
+            py::arg("b"), py::arg("n"), "The position (x, y, z) of node n of block b.")
         .def_property_readonly("positions", &positionsView,
                                "Every node position, block after block, as an (n, 3) view. While such a view is "
                                "alive the container refuses new blocks.")
-        .def("functionCount", &FieldMasterD::functionCount)
+        .def("functionCount", &FieldMasterD::functionCount, "Number of functions.")
         .def("functionAt", &functionAt, py::arg("i"), "The function at i (IndexError out of range).")
         .def("findFunction", &FieldMasterD::findFunction, py::arg("name"),
              "Index of the first function of exactly that name, or -1.")
-        .def("hasFunction", &FieldMasterD::hasFunction, py::arg("name"))
+        .def("hasFunction", &FieldMasterD::hasFunction, py::arg("name"), "True when a function has exactly that name.")
         .def("__getitem__", &byKey, py::arg("key"), "A function by name (KeyError when absent) or index.")
         .def("__contains__", &FieldMasterD::hasFunction)
         .def("__len__", &FieldMasterD::functionCount)
@@ -302,8 +302,10 @@ void bindFields(py::module_& m) {
             "The function \"$_selection\" (IndexError when absent).")
         .def("selectionState", &FieldMasterD::selectionState,
              "NothingSelected, AllSelected (also when whole blocks are selected and others not) or PartlySelected.")
-        .def("blockSelectionState", &FieldMasterD::blockSelectionState, py::arg("b"))
-        .def("isSelected", &FieldMasterD::isSelected, py::arg("b"), py::arg("n"))
+        .def("blockSelectionState", &FieldMasterD::blockSelectionState, py::arg("b"),
+             "NothingSelected, AllSelected or PartlySelected for block b.")
+        .def("isSelected", &FieldMasterD::isSelected, py::arg("b"), py::arg("n"),
+             "The selection byte of node n of block b (nonzero: selected).")
         .def("__repr__", [](const FieldMasterD& fm) {
             return "<FieldMaster " + std::to_string(fm.blockCount()) + " blocks, " + std::to_string(fm.totalNodes()) +
                    " nodes, " + std::to_string(fm.functionCount()) + " functions>";

@@ -120,7 +120,7 @@ void bindGeometry(py::module_& m) {
         .def(
             "variable", [](const PatchBase& p, int k) { return p.variables.shared(k); }, py::arg("k"),
             "The variable at position k (IndexError, or StateError for an empty slot).")
-        .def("variableCount", &PatchBase::variableCount)
+        .def("variableCount", &PatchBase::variableCount, "Number of variables.")
         .def_property_readonly(
             "variables",
             [](const PatchBase& p) {

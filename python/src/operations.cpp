@@ -241,7 +241,7 @@ void bindOperations([[maybe_unused]] py::module_& m) {
         .def_readwrite("hasY", &markers::hasY)
         .def_readwrite("hasZ", &markers::hasZ)
         .def_readwrite("hasValue", &markers::hasValue)
-        .def("count", &markers::count)
+        .def("count", &markers::count, "Number of markers.")
         .def("__len__", &markers::count)
         .def(
             "at", [](const markers& s, int i) { return s.at(i); }, py::arg("i"),
