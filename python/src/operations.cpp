@@ -3,6 +3,7 @@
 // arguments.
 #include <pybind11/stl/filesystem.h>
 
+#include <array>
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
@@ -65,6 +66,21 @@ template <class F>
     settle(added, host.messages);
     if (!added) throw std::runtime_error(std::string(what) + " added no field");
     return fm.functions.back();
+}
+
+// A copy of a face patch with copies of its variables (names, sizes and
+// values as they stand).
+[[maybe_unused]] std::shared_ptr<FacePatch> copyOf(const FacePatch& p) {
+    auto c = std::make_shared<FacePatch>(p.nodes, p.indexLength, p.faces);
+    c->name = p.name;
+    c->faceIndex = p.faceIndex;
+    for (const auto& v : p.variables) {
+        if (!v) continue;
+        auto nv = std::make_shared<NodeVariable>(v->name, v->I, v->J, v->K);
+        nv->values = v->values;
+        c->variables.append(std::move(nv));
+    }
+    return c;
 }
 
 }  // namespace
@@ -301,6 +317,29 @@ void bindOperations([[maybe_unused]] py::module_& m) {
         "(default fieldName + \"_si\"). Only selected nodes take part when something is selected.\n\n"
         "MessageError carries the library's text when the operation refuses (\"The function name alredy "
         "exist\", a ratio outside 0 to 1); IndexError when `fieldName` or \"$_N\" is absent.");
+    m.def(
+        "unvisible_faces_remove",
+        [](region_fe& reg_fe, std::array<double, 3> eye) {
+            checkFaces(reg_fe);
+            // The operation shrinks patches in place. It runs on copies, which
+            // then take the patches' places, so that arrays viewing the
+            // caller's patches stay valid.
+            region_fe work(reg_fe);
+            for (int k = 0; k < work.patchCount(); ++k)
+                if (work.patches.exists(k)) work.patches.set(k, copyOf(work.patch(k)));
+            ScriptedHost host;
+            const int removed =
+                underHost(host, [&] { return unvisible_faces_remove(work, z::zVec<double>(eye[0], eye[1], eye[2])); });
+            for (int k = 0; k < work.patchCount() && k < reg_fe.patchCount(); ++k)
+                if (work.patches.exists(k)) reg_fe.patches.set(k, work.patches.shared(k));
+            settle(true, host.messages);
+            return removed;
+        },
+        py::arg("reg_fe"), py::arg("eye"),
+        "Hidden-face removal for a camera at `eye` (x, y, z): keeps in every face patch only the faces that face "
+        "the camera and that no other face hides, and the nodes they use. Returns the number of faces removed.\n\n"
+        "The patches are replaced by new, reduced ones (the C++ function changes them in place): patches and "
+        "arrays taken from `reg_fe` before the call keep the old faces and values.");
 #endif
 
 #ifdef TUNDREL_PY_PRESSURE_PORTS

@@ -12,7 +12,7 @@ import tundrel
 needs = {
     name: pytest.mark.skipif(not hasattr(tundrel, name), reason=f"{name} is not in this build")
     for name in ("Region_to_fieldMaster", "self_illumination", "pressure_ports", "converter_reg_to_reg_fe",
-                 "importMarkers")
+                 "importMarkers", "unvisible_faces_remove")
 }
 
 
@@ -156,6 +156,20 @@ class TestSelfIllumination:
             tundrel.self_illumination(fm, "absent", ratio=0.5, name="x")
         assert (info.value.file, info.value.line) == ("..\\api\\geo.h", 804)
         assert len(fm) == 3
+
+
+@needs["unvisible_faces_remove"]
+def test_hidden_faces_go_and_old_views_stay(make_triangles):
+    quad = [[0, 0], [1, 0], [0, 1], [1, 1]]
+    r = tundrel.region_fe()
+    for z, name in ((0.0, "back"), (1.0, "front")):
+        r.append(make_triangles([[x, y, z] for x, y in quad], [[0, 1, 2], [2, 1, 3]], name))
+    back_x, back_index = r[0]["X"].values, r[0].faceIndex
+    assert tundrel.unvisible_faces_remove(r, (0.5, 0.5, 10.0)) == 2
+    assert [(p.name, p.nodes, p.faces) for p in r] == [("back", 0, 0), ("front", 4, 2)]
+    np.testing.assert_array_equal(back_x, [0, 1, 0, 1])
+    assert list(back_index) == [0, 1, 2, -1, 2, 1, 3, -1]
+    assert tundrel.unvisible_faces_remove(r, (0.5, 0.5, -10.0)) == 2  # the front seen from behind
 
 
 MARKERS = """<?xml version="1.0"?>
