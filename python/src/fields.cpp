@@ -105,14 +105,20 @@ void checkLayout(const BlockLayout& l, std::size_t positions) {
         throw py::value_error("the layout has " + std::to_string(l.nodes) + " nodes and " + std::to_string(positions) +
                               " positions were given");
     if (l.kind == BlockLayout::Kind::Structured) {
-        if (l.rowLength < 0 || l.rows < 0 || static_cast<std::int64_t>(l.rowLength) * l.rows != l.nodes)
-            throw py::value_error("a structured block needs rowLength * rows == nodes");
+        if (l.rowLength < 0 || l.rows < 0 || l.layers < 0 ||
+            static_cast<std::int64_t>(l.rowLength) * l.rows * l.layers != l.nodes)
+            throw py::value_error("a structured block needs rowLength * rows * layers == nodes");
     } else {
         if (l.triangles.size() % 3 != 0) throw py::value_error("triangles must hold three node numbers each");
         for (std::int32_t n : l.triangles)
             if (n < 0 || n >= l.nodes)
                 throw py::value_error("triangle node " + std::to_string(n) + " is outside 0.." +
                                       std::to_string(l.nodes - 1));
+        if (l.faceIndex.size() % 4 != 0) throw py::value_error("faceIndex must hold four entries a face");
+        for (std::int32_t n : l.faceIndex)
+            if (n < -1 || n >= l.nodes)
+                throw py::value_error("faceIndex entry " + std::to_string(n) + " is not -1 or a node below " +
+                                      std::to_string(l.nodes));
     }
 }
 
@@ -162,6 +168,7 @@ void bindFields(py::module_& m) {
         .def_readwrite("nodes", &BlockLayout::nodes)
         .def_readwrite("rowLength", &BlockLayout::rowLength, "Structured blocks: nodes per row (the patch's I).")
         .def_readwrite("rows", &BlockLayout::rows, "Structured blocks: rows (the patch's J).")
+        .def_readwrite("layers", &BlockLayout::layers, "Structured blocks: grids one after the other (the patch's K).")
         .def_readwrite("name", &BlockLayout::name)
         .def_property(
             "triangles",
@@ -174,21 +181,36 @@ void bindFields(py::module_& m) {
                 l.triangles.assign(a.data(), a.data() + a.size());
             },
             "Face blocks: an (n, 3) array of node numbers (a copy).")
+        .def_property(
+            "faceIndex",
+            [](const BlockLayout& l) {
+                py::array_t<std::int32_t> a(static_cast<py::ssize_t>(l.faceIndex.size()));
+                std::copy(l.faceIndex.begin(), l.faceIndex.end(), a.mutable_data());
+                return a;
+            },
+            [](BlockLayout& l, const py::array_t<std::int32_t, py::array::c_style | py::array::forcecast>& a) {
+                l.faceIndex.assign(a.data(), a.data() + a.size());
+            },
+            "Face blocks: the face index list of the patch, four entries a face (a copy); the way back to "
+            "geometry uses it when set, the triangles otherwise.")
         .def("triangleCount", &BlockLayout::triangleCount, "Number of triangles of a face block.")
         .def_static(
             "structured",
-            [](int rowLength, int rows, const std::string& name) {
-                if (rowLength < 0 || rows < 0 || static_cast<std::int64_t>(rowLength) * rows > INT32_MAX)
-                    throw py::value_error("rowLength and rows must be non-negative, their product below 2**31");
+            [](int rowLength, int rows, int layers, const std::string& name) {
+                if (rowLength < 0 || rows < 0 || layers < 0 ||
+                    static_cast<std::int64_t>(rowLength) * rows * layers > INT32_MAX)
+                    throw py::value_error("rowLength, rows and layers must be non-negative, their product below 2**31");
                 BlockLayout l;
                 l.kind = BlockLayout::Kind::Structured;
                 l.rowLength = rowLength;
                 l.rows = rows;
-                l.nodes = rowLength * rows;
+                l.layers = layers;
+                l.nodes = rowLength * rows * layers;
                 l.name = name;
                 return l;
             },
-            py::arg("rowLength"), py::arg("rows"), py::arg("name") = "", "A structured block of rowLength x rows nodes.")
+            py::arg("rowLength"), py::arg("rows"), py::arg("layers") = 1, py::arg("name") = "",
+            "A structured block of rowLength x rows (x layers) nodes.")
         .def_static(
             "faces",
             [](int nodes, const py::array_t<std::int32_t, py::array::c_style | py::array::forcecast>& triangles,

@@ -11,7 +11,7 @@ S = tundrel.SelectionState
 def two_blocks():
     """A 3 x 2 structured block and a block of two triangles."""
     fm = tundrel.FieldMaster()
-    fm.addBlock(tundrel.BlockLayout.structured(3, 2, "grid"), np.arange(18.0).reshape(6, 3))
+    fm.addBlock(tundrel.BlockLayout.structured(3, 2, name="grid"), np.arange(18.0).reshape(6, 3))
     fm.addBlock(tundrel.BlockLayout.faces(4, [[0, 1, 2], [2, 1, 3]], "tri"), np.ones((4, 3)))
     return fm
 
@@ -89,11 +89,22 @@ class TestRefusals:
             (tundrel.BlockLayout.faces(3, [[0, 1, 3]]), np.zeros((3, 3)), "triangle node 3"),
             (tundrel.BlockLayout.faces(3, [0, 1]), np.zeros((3, 3)), "three node numbers"),
             (tundrel.BlockLayout.structured(2, 2), np.zeros((4, 2)), r"\(n, 3\)"),
+            (tundrel.BlockLayout.structured(2, 2, 2), np.zeros((4, 3)), "8 nodes and 4 positions"),
         ],
     )
     def test_inconsistent_blocks(self, layout, positions, problem):
         with pytest.raises(ValueError, match=problem):
             tundrel.FieldMaster().addBlock(layout, positions)
+
+    def test_layouts_edited_after_making_are_checked(self):
+        grid = tundrel.BlockLayout.structured(2, 2)
+        grid.layers = 2
+        with pytest.raises(ValueError, match=r"rowLength \* rows \* layers == nodes"):
+            tundrel.FieldMaster().addBlock(grid, np.zeros((4, 3)))
+        tri = tundrel.BlockLayout.faces(3, [[0, 1, 2]])
+        tri.faceIndex = [0, 1, 3, -1]
+        with pytest.raises(ValueError, match="faceIndex entry 3"):
+            tundrel.FieldMaster().addBlock(tri, np.zeros((3, 3)))
 
     def test_lookup_errors_carry_their_lines(self):
         fm = two_blocks()
