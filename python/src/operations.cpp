@@ -10,14 +10,10 @@
 
 #include "common.h"
 
-#if __has_include("api/mesh/mesh.h")
+#include "api/fields/fields.h"
 #include "api/mesh/mesh.h"
-#define TUNDREL_PY_MESH 1
-#endif
-#if __has_include("api/mesh/normals.h")
 #include "api/mesh/normals.h"
-#define TUNDREL_PY_TRANSFER 1
-#endif
+
 #if __has_include("api/markersImport.h")
 #include "api/markers.h"
 #include "api/markersImport.h"
@@ -48,7 +44,7 @@ void hostedVoid(F&& f) {
 }
 
 // A patch number that an operation would use unchecked.
-[[maybe_unused]] void checkPatchNumber(const region_fe& r, int k, const char* what) {
+void checkPatchNumber(const region_fe& r, int k, const char* what) {
     if (!r.patches.exists(k))
         throw py::index_error(std::string(what) + ": no face patch " + std::to_string(k) + " (the list holds " +
                               std::to_string(r.patchCount()) + ")");
@@ -85,8 +81,7 @@ template <class F>
 
 }  // namespace
 
-void bindOperations([[maybe_unused]] py::module_& m) {
-#ifdef TUNDREL_PY_TRANSFER
+void bindOperations(py::module_& m) {
     m.def(
         "Region_to_fieldMaster",
         [](const region& reg, const region_fe& reg_fe, FieldMasterD& fm, z::ambientFlow& flow) {
@@ -125,9 +120,7 @@ void bindOperations([[maybe_unused]] py::module_& m) {
     m.def(
         "temperature_gages", [](FieldMasterD& fm) { hostedVoid([&] { ::temperature_gages(fm); }); },
         py::arg("field"), "Not available: raises MessageError(\"Not available\").");
-#endif
 
-#ifdef TUNDREL_PY_MESH
     m.def(
         "converter_reg_to_reg_fe",
         [](region& src, region_fe& dst) {
@@ -229,7 +222,6 @@ void bindOperations([[maybe_unused]] py::module_& m) {
         },
         py::arg("r"), py::arg("patch"), py::arg("node"), py::arg("x"), py::arg("y"), py::arg("z"),
         "Sets the coordinates of a node: 0, or -1 when refused.");
-#endif
 
 #ifdef TUNDREL_PY_MARKERS
     py::class_<marker>(m, "marker", "One marker: x, y, z, value, active, number.")
