@@ -13,3 +13,7 @@
 #include "api/fields/fields.h"
 #include "api/mesh/normals.h"
 #include "api/zvec.h"
+#include "api/markers.h"
+#include "api/markersImport.h"
+#include "api/IOdom.h"
+#include "dialogs/dialogs.h"
