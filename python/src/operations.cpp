@@ -14,11 +14,9 @@
 #include "api/mesh/mesh.h"
 #include "api/mesh/normals.h"
 
-#if __has_include("api/markersImport.h")
 #include "api/markers.h"
 #include "api/markersImport.h"
-#define TUNDREL_PY_MARKERS 1
-#endif
+#include "dialogs/dialogs.h"
 #if __has_include("api/fields/self_illumination.h")
 #include "api/fields/self_illumination.h"
 #include "dialogs/dialogs.h"
@@ -223,7 +221,6 @@ void bindOperations(py::module_& m) {
         py::arg("r"), py::arg("patch"), py::arg("node"), py::arg("x"), py::arg("y"), py::arg("z"),
         "Sets the coordinates of a node: 0, or -1 when refused.");
 
-#ifdef TUNDREL_PY_MARKERS
     py::class_<marker>(m, "marker", "One marker: x, y, z, value, active, number.")
         .def(py::init([](double x, double y, double z, double value, bool active, int number) {
                  return marker{x, y, z, value, active, number};
@@ -284,7 +281,6 @@ void bindOperations(py::module_& m) {
         "Reads a marker file by its extension (mpt, inm, apm, mrk; letter case counts) into `set`. A file that "
         "cannot be read raises FileError, whose `messages` hold the XML parser's report; a parser warning is "
         "issued as MessageWarning.");
-#endif
 
 #ifdef TUNDREL_PY_SELF_ILLUMINATION
     m.def(
