@@ -2,6 +2,9 @@
 runs on it."""
 
 import importlib.util
+import os
+import shlex
+import subprocess
 import sys
 
 import numpy as np
@@ -58,3 +61,27 @@ def test_readme_python_example_runs_as_written(example_dir, monkeypatch, capsys)
     monkeypatch.chdir(example_dir.parent)
     exec(compile(code, "README.md", "exec"), {})
     assert "The function name alredy exist" in capsys.readouterr().out
+
+
+def readme_block(source_dir, heading, language):
+    section = (source_dir / "README.md").read_text().split(heading, 1)[1]
+    return section.split(f"```{language}\n", 1)[1].split("```", 1)[0]
+
+
+@pytest.mark.skipif("TUNDREL_CLI" not in os.environ, reason="TUNDREL_CLI names the tundrel command (set by CTest)")
+def test_readme_commands_run_as_written(example_dir, tmp_path):
+    source = example_dir.parent
+    for d in ("tests", "examples"):
+        (tmp_path / d).symlink_to(source / d)
+    lines = [line.split("#", 1)[0].strip() for line in readme_block(source, "## The command line", "sh").splitlines()]
+    commands = [line for line in lines if line.startswith("$T ")]
+    assert len(commands) >= 8
+    for line in lines:
+        if line.startswith("mkdir "):
+            subprocess.run(shlex.split(line), cwd=tmp_path, check=True)
+    for command in commands:
+        r = subprocess.run([os.environ["TUNDREL_CLI"]] + shlex.split(command)[1:], cwd=tmp_path,
+                           capture_output=True, text=True)
+        assert r.returncode == 0, f"{command}: {r.stderr}"
+        for written in (w for w in shlex.split(command) if w.startswith("out/")):
+            assert (tmp_path / written).stat().st_size > 0, command
