@@ -119,7 +119,8 @@ def main(argv=None):
           f"nodes, {port_field[port_valued].min():.3f} to {port_field[port_valued].max():.3f}; "
           f"rms from {args.field} {np.sqrt(np.mean((port_field - measured)[port_valued & valued] ** 2)):.4f}")
     print(f"written   {dat} ({dat.stat().st_size // 1024} KiB), {wrl} ({wrl.stat().st_size // 1024} KiB)")
-    print("timings   " + ", ".join(f"{label} {t:.2f} s" for label, t in step.times))
+    print("timings   " + ", ".join(f"{label} {t * 1000:.0f} ms" if t < 1 else f"{label} {t:.2f} s"
+                                     for label, t in step.times))
     return 0
 
 
