@@ -3,6 +3,7 @@ runs on it."""
 
 import importlib.util
 import os
+import re
 import shlex
 import subprocess
 import sys
@@ -39,22 +40,23 @@ def test_the_model_reads_as_a_wing_body(example_dir):
     assert -1.7 < measured.min() < -1.0 and 1.0 < measured.max() < 1.2
 
 
-@pytest.mark.skipif(not all(hasattr(tundrel, f) for f in ("self_illumination", "pressure_ports")),
-                    reason="the field operations are not in this build")
+@pytest.mark.skipif(not hasattr(tundrel, "self_illumination"), reason="self_illumination is not in this build")
 def test_main_job(example_dir, tmp_path, capsys):
     assert load(example_dir, "process_example").main(["--out", str(tmp_path), "--no-visibility"]) == 0
     summary = capsys.readouterr().out
-    for word in ("nodes     4711 in 3 patches", "fields    cp, $_N, $_selection, cp_si, cp_ports", "timings"):
+    made = ["cp_si"] + (["cp_ports"] if hasattr(tundrel, "pressure_ports") else [])
+    for word in ("nodes     4711 in 3 patches", "fields    cp, $_N, $_selection, " + ", ".join(made), "timings"):
         assert word in summary
+    near, far = (float(v) for v in re.search(r"root (\S+), elsewhere (\S+)", summary).groups())
+    assert near > 5 * far, "the correction matters most in the wing-fuselage corners"
     reg, reg_fe = tundrel.read(tmp_path / "wingbody.dat")
-    assert [v.name for v in reg[0].variables] == ["x", "y", "z", "cp", "cp_si", "cp_ports"]
+    assert [v.name for v in reg[0].variables] == ["x", "y", "z", "cp"] + made
     assert reg.name == "wingbody" and reg.Mach == 0.7
     vrml_reg, vrml_fe = tundrel.read(tmp_path / "wingbody.wrl")
     assert len(vrml_fe) == 3 and sum(p.nodes for p in vrml_fe) == 4711
 
 
-@pytest.mark.skipif(not all(hasattr(tundrel, f) for f in ("self_illumination", "pressure_ports")),
-                    reason="the field operations are not in this build")
+@pytest.mark.skipif(not hasattr(tundrel, "self_illumination"), reason="self_illumination is not in this build")
 def test_readme_python_example_runs_as_written(example_dir, monkeypatch, capsys):
     readme = (example_dir.parent / "README.md").read_text()
     code = readme.split("```python\n", 1)[1].split("```", 1)[0]
