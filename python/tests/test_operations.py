@@ -11,8 +11,7 @@ import tundrel
 
 needs = {
     name: pytest.mark.skipif(not hasattr(tundrel, name), reason=f"{name} is not in this build")
-    for name in ("Region_to_fieldMaster", "self_illumination", "pressure_ports", "converter_reg_to_reg_fe",
-                 "importMarkers", "unvisible_faces_remove")
+    for name in ("self_illumination", "pressure_ports", "unvisible_faces_remove")
 }
 
 
@@ -47,7 +46,6 @@ def field_of(reg, reg_fe=None):
     return fm, flow
 
 
-@needs["Region_to_fieldMaster"]
 class TestTransfer:
     def test_round_trip_carries_edited_values(self, make_triangles):
         reg_fe = tundrel.region_fe()
@@ -130,12 +128,6 @@ class TestSelfIllumination:
         assert np.all(change[sel == 0] == 0)
         assert np.any(change[sel == 1] != 0)
 
-    def test_no_value_nodes_keep_their_marker(self):
-        fm, _ = field_of(corner())
-        fm["cp"].values[3] = tundrel.kNoValue
-        f = tundrel.self_illumination(fm, "cp", ratio=0.5, name="nv")
-        assert f.values[3] == tundrel.kNoValue and np.all(f.values[4:] > -1e9)
-
     @pytest.mark.parametrize(
         "kwargs, text",
         [
@@ -194,7 +186,6 @@ def marker_file(path, pts, values):
     return path
 
 
-@needs["importMarkers"]
 class TestMarkers:
     def test_read_xml_markers(self, tmp_path):
         f = marker_file(tmp_path / "m.mrk", [[0.1, 1, 0], [0.2, 2, 0]], [-0.5, 0.3])
@@ -215,14 +206,6 @@ class TestMarkers:
         assert info.value.message == "File error!" and info.value.code == 4
         assert len(info.value.messages) == 1 and info.value.messages[0].startswith("Fatal Error at file")
         capfd.readouterr()
-
-    def test_numbering_rule(self):
-        s = tundrel.markers()
-        assert tundrel.addMarker(s, tundrel.marker(number=3)) == 1
-        tundrel.addMarker(s, tundrel.marker(number=7))
-        tundrel.addMarker(s, tundrel.marker(x=1.0))
-        assert [s[i].number for i in range(3)] == [3, 7, 8]
-
 
 @needs["pressure_ports"]
 class TestPressurePorts:
@@ -270,7 +253,6 @@ class TestPressurePorts:
         assert len(fm) == 3
 
 
-@needs["converter_reg_to_reg_fe"]
 class TestMesh:
     def test_triangulated_grid_through_the_views(self, make_grid):
         reg, reg_fe = tundrel.region(), tundrel.region_fe()
@@ -319,15 +301,3 @@ class TestMesh:
         with pytest.raises(IndexError):
             call(r)
         assert len(r) == 1
-
-    def test_cut_out_and_refine(self, make_triangles):
-        r = tundrel.region_fe()
-        r.append(make_triangles([[0, 0, 0], [1, 0, 0], [0, 1, 0], [1, 1, 0]], [[0, 1, 2], [2, 1, 3]]))
-        tundrel.Add_to_regionFe(r, 0, [1])
-        assert r[1].name == "PatchVRML_1" and r[1].nodes == 3
-        np.testing.assert_array_equal(r[1]["X"].values, [1, 0, 1])
-        buf = tundrel.region_fe()
-        tundrel.faces_increase_in_buff(r, buf, 0)
-        assert (buf[0].nodes, buf[0].faces) == (9, 8)
-        tundrel.block_fe_compress(r, [1])
-        assert r[1].faces == 4 and r[0].faces == 2
