@@ -10,4 +10,5 @@
 #include "api/formats/formats.h"
 #include "api/field_selection.h"
 #include "api/fields/fields.h"
+#include "api/fields/self_illumination.h"
 #include "api/zvec.h"

@@ -149,3 +149,65 @@ inline int occludedBruteForce(const std::vector<V>& pos, const std::vector<std::
 }
 
 }  // namespace shapes
+
+#include <functional>
+
+#include "api/fields/self_illumination.h"
+
+namespace shapes {
+
+// The correction as a plain double loop over the container's checked
+// accessors, following the pair rule to the letter. `visible(R, E)` (global
+// node numbers), when given, stands for the obstruction test. magnitude[k]
+// receives |value| plus the summed magnitudes of the shares of node k.
+inline std::vector<double> referenceCorrection(const FieldMasterD& f, const std::string& name, double ratio,
+                                               const std::function<bool(int, int)>& visible = {},
+                                               std::vector<double>* magnitude = nullptr) {
+    const auto& src = *f.scalar(f.findFunction(name));
+    const auto& nrm = *f.vector(f.findFunction(arrayWorks::kNormalsName));
+    const bool all = f.selectionState() == arrayWorks::NothingSelected;
+    auto takes = [&](int b, int n) { return (all || f.isSelected(b, n) != 0) && src.at(b, n) != -1e10; };
+    std::vector<double> area(f.totalNodes(), -1.0);
+    auto areaOf = [&](int b, int n) {
+        double& a = area[f.offset(b) + static_cast<std::size_t>(n)];
+        if (a == -1.0) a = tundrel::nodeArea(f, b, n);
+        return a;
+    };
+    std::vector<double> result(f.totalNodes());
+    if (magnitude != nullptr) magnitude->assign(f.totalNodes(), 0.0);
+    for (int b = 0; b < f.blockCount(); ++b)
+        for (int n = 0; n < f.nodeCount(b); ++n) result[f.offset(b) + static_cast<std::size_t>(n)] = src.at(b, n);
+    for (int bR = 0; bR < f.blockCount(); ++bR)
+        for (int nR = 0; nR < f.nodeCount(bR); ++nR) {
+            if (!takes(bR, nR)) continue;
+            const int gR = static_cast<int>(f.offset(bR)) + nR;
+            const V PR = f.position(bR, nR), NR = nrm.at(bR, nR);
+            const double AR = areaOf(bR, nR);
+            double sum = 0.0, mag = std::abs(src.at(bR, nR));
+            for (int bE = 0; bE < f.blockCount(); ++bE)
+                for (int nE = 0; nE < f.nodeCount(bE); ++nE) {
+                    const int gE = static_cast<int>(f.offset(bE)) + nE;
+                    if (gE == gR || !takes(bE, nE)) continue;
+                    const V PE = f.position(bE, nE), NE = nrm.at(bE, nE);
+                    const V d = PE - PR;
+                    const double r = d.length();
+                    const double m = std::max({std::abs(PR.x), std::abs(PR.y), std::abs(PR.z), std::abs(PE.x),
+                                               std::abs(PE.y), std::abs(PE.z)});
+                    if (!(r > 1e-10 * m)) continue;
+                    const V u = d / r;
+                    const double cosR = NR.dot(u), cosE = NE.dot(-u);
+                    if (!(cosR > 0 && cosE > 0)) continue;
+                    if (visible && !visible(gR, gE)) continue;
+                    const double AE = areaOf(bE, nE);
+                    const double S = std::sqrt(kPi * r * r + cosR * AR);
+                    const double share = (S - r * std::sqrt(kPi)) * src.at(bE, nE) * AE * cosE * ratio / (2 * S * AR);
+                    sum += share;
+                    mag += std::abs(share);
+                }
+            if (AR > 0) result[static_cast<std::size_t>(gR)] -= sum;
+            if (magnitude != nullptr) (*magnitude)[static_cast<std::size_t>(gR)] = mag;
+        }
+    return result;
+}
+
+}  // namespace shapes

@@ -1,0 +1,348 @@
+// The self-illumination correction: node areas, the pair kernel and the
+// entry with its dialog.
+//
+// The kernel works on flat arrays of the participating nodes. Every unordered
+// pair {i, j}, i < j in running order, is visited once, by row i: the
+// distance, the direction and both cosines are the same for the two
+// directions (up to sign, exactly), so one visit gives the share that i
+// receives from j and the one j receives from i, with the same arithmetic as
+// two separate visits. Row i adds the first to its own sum and the second to
+// a column of sums that belongs to the thread running the row; the columns of
+// all threads are added up at the end. Memory: one double a participant and
+// thread, besides the flat arrays. The obstruction test, when asked for, runs
+// once for each unordered pair that faces itself, inside the same visit: no
+// table of pairs is kept at all.
+#include "api/fields/self_illumination.h"
+
+#include <omp.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <exception>
+#include <memory>
+
+#include "api/fields/surface_bvh.h"
+#include "api/host.h"
+
+namespace tundrel {
+
+namespace {
+
+constexpr double kPi = 3.14159265358979;
+
+using arrayWorks::BlockLayout;
+
+// The eight neighbours in ring order, as (column, row) offsets.
+constexpr int kRing[8][2] = {{1, 0}, {1, 1}, {0, 1}, {-1, 1}, {-1, 0}, {-1, -1}, {0, -1}, {1, -1}};
+
+// Area of node n of a structured block; at(k) gives the position of node k
+// of the block as three doubles.
+template <class At>
+double gridNodeArea(const BlockLayout& l, int n, At at) {
+    const int ni = l.rowLength > 0 ? l.rowLength : l.nodes;
+    const int row = n / ni, col = n % ni;
+    double p[3];
+    at(n, p);
+    double v[8][3];
+    for (int k = 0; k < 8; ++k) {
+        const int c = col + kRing[k][0], r = row + kRing[k][1];
+        const bool inside = c >= 0 && c < ni && r >= 0 && static_cast<long long>(r) * ni + c < l.nodes;
+        double q[3] = {p[0], p[1], p[2]};
+        if (inside) at(r * ni + c, q);
+        for (int a = 0; a < 3; ++a) v[k][a] = q[a] - p[a];
+    }
+    double sum = 0.0;
+    for (int k = 0; k < 8; ++k) {
+        const double* a = v[k];
+        const double* b = v[(k + 1) % 8];
+        const double cx = a[1] * b[2] - a[2] * b[1], cy = a[2] * b[0] - a[0] * b[2], cz = a[0] * b[1] - a[1] * b[0];
+        sum += std::sqrt(cx * cx + cy * cy + cz * cz);
+    }
+    return 0.125 * sum;
+}
+
+// A third of the area of a triangle.
+double triangleThird(const double* p, const double* q, const double* r) {
+    const double e1[3] = {q[0] - p[0], q[1] - p[1], q[2] - p[2]};
+    const double e2[3] = {r[0] - p[0], r[1] - p[1], r[2] - p[2]};
+    const double cx = e1[1] * e2[2] - e1[2] * e2[1], cy = e1[2] * e2[0] - e1[0] * e2[2],
+                 cz = e1[0] * e2[1] - e1[1] * e2[0];
+    return std::sqrt(cx * cx + cy * cy + cz * cz) * (1.0 / 6.0);
+}
+
+// Progress of the pair loop, reported by the calling thread only (the host
+// belongs to the user-interface thread).
+class PairProgress {
+public:
+    explicit PairProgress(std::int64_t total) : total_(total), step_(std::max<std::int64_t>(1, total / 200)) {
+        host().progress(0, total_);
+    }
+    void add(std::int64_t n) {
+        const std::int64_t done = done_.fetch_add(n, std::memory_order_relaxed) + n;
+        if (omp_get_thread_num() == 0 && done - reported_ >= step_) {
+            reported_ = done;
+            try {
+                host().progress(done, total_);
+            } catch (...) {
+                if (!error_) error_ = std::current_exception();
+            }
+        }
+    }
+    void finish() {
+        if (error_) std::rethrow_exception(error_);
+        host().progress(total_, total_);
+    }
+
+private:
+    std::atomic<std::int64_t> done_{0};
+    std::int64_t total_, step_, reported_ = 0;
+    std::exception_ptr error_;
+};
+
+// Rows of a triangular loop are handed out in small chunks: row i has
+// M - 1 - i pairs.
+constexpr int kRowChunk = 8;
+
+}  // namespace
+
+double nodeArea(const FieldMasterD& field, int b, int n) {
+    const BlockLayout& l = field.layout(b);
+    field.position(b, n);  // checks n
+    if (l.kind == BlockLayout::Kind::Structured)
+        return gridNodeArea(l, n, [&](int k, double* out) {
+            const auto& p = field.position(b, k);
+            out[0] = p.x;
+            out[1] = p.y;
+            out[2] = p.z;
+        });
+    double area = 0.0;
+    for (std::size_t t = 0; t + 2 < l.triangles.size(); t += 3) {
+        const std::int32_t* c = &l.triangles[t];
+        if (c[0] != n && c[1] != n && c[2] != n) continue;
+        double q[3][3];
+        for (int k = 0; k < 3; ++k) {
+            const auto& p = field.position(b, c[k]);
+            q[k][0] = p.x;
+            q[k][1] = p.y;
+            q[k][2] = p.z;
+        }
+        area += triangleThird(q[0], q[1], q[2]);
+    }
+    return area;
+}
+
+std::vector<double> nodeAreas(const FieldMasterD& field, const Surface& s, const std::vector<unsigned char>& wanted) {
+    const std::size_t n = s.nodeCount();
+    std::vector<double> area(n, 0.0);
+    for (int b = 0; b < field.blockCount(); ++b) {
+        const BlockLayout& l = field.layout(b);
+        const std::size_t first = s.blockOffset[static_cast<std::size_t>(b)];
+        if (l.kind == BlockLayout::Kind::Structured) {
+            auto at = [&](int k, double* out) {
+                const std::size_t g = first + static_cast<std::size_t>(k);
+                out[0] = s.x[g];
+                out[1] = s.y[g];
+                out[2] = s.z[g];
+            };
+            for (int k = 0; k < l.nodes; ++k)
+                if (wanted[first + static_cast<std::size_t>(k)] != 0)
+                    area[first + static_cast<std::size_t>(k)] = gridNodeArea(l, k, at);
+            continue;
+        }
+        for (std::size_t t = 0; t + 2 < l.triangles.size(); t += 3) {
+            double q[3][3];
+            std::size_t g[3];
+            for (int k = 0; k < 3; ++k) {
+                g[k] = first + static_cast<std::size_t>(l.triangles[t + static_cast<std::size_t>(k)]);
+                q[k][0] = s.x[g[k]];
+                q[k][1] = s.y[g[k]];
+                q[k][2] = s.z[g[k]];
+            }
+            const double third = triangleThird(q[0], q[1], q[2]);
+            // A corner named twice in one triangle counts once, as it holds the node once.
+            area[g[0]] += third;
+            if (g[1] != g[0]) area[g[1]] += third;
+            if (g[2] != g[0] && g[2] != g[1]) area[g[2]] += third;
+        }
+        for (int k = 0; k < l.nodes; ++k)
+            if (wanted[first + static_cast<std::size_t>(k)] == 0) area[first + static_cast<std::size_t>(k)] = 0.0;
+    }
+    return area;
+}
+
+void IlluminationNodes::add(const Surface& s, std::size_t k, double a, double v) {
+    x.push_back(s.x[k]);
+    y.push_back(s.y[k]);
+    z.push_back(s.z[k]);
+    nx.push_back(s.nx[k]);
+    ny.push_back(s.ny[k]);
+    nz.push_back(s.nz[k]);
+    area.push_back(a);
+    value.push_back(v);
+    extent.push_back(std::max({std::abs(s.x[k]), std::abs(s.y[k]), std::abs(s.z[k])}));
+    node.push_back(static_cast<std::int32_t>(k));
+}
+
+namespace {
+
+// One unordered pair, i < j: whether the two nodes exchange light, and the
+// share that i receives from j (toI) and j from i (toJ). The arithmetic is
+// that of the ordered pair (R, E) visited on its own: d = P_E - P_R,
+// r = |d|, u = d * (1 / r), cosR = N_R . u, cosE = N_E . (-u),
+// S = sqrt(pi * r * r + cosR * A_R), share = (S - r sqrt(pi)) V_E A_E cosE
+// ratio / (2 S A_R); for (j, i) u changes sign exactly, so cosR and cosE
+// swap exactly.
+struct PairTerms {
+    bool exchange;
+    double toI, toJ;
+};
+
+inline PairTerms pairTerms(const IlluminationNodes& p, std::size_t i, std::size_t j, double ratio, double sqrtPi) {
+    const double dx = p.x[j] - p.x[i], dy = p.y[j] - p.y[i], dz = p.z[j] - p.z[i];
+    const double r = std::sqrt(dx * dx + dy * dy + dz * dz);
+    const double m = std::max(p.extent[i], p.extent[j]);
+    const double inv = 1.0 / (r > 0.0 ? r : 1.0);
+    const double ux = dx * inv, uy = dy * inv, uz = dz * inv;
+    const double cosI = p.nx[i] * ux + p.ny[i] * uy + p.nz[i] * uz;
+    const double cosJ = p.nx[j] * -ux + p.ny[j] * -uy + p.nz[j] * -uz;
+    const bool exchange = (r > 1e-10 * m) & (cosI > 0.0) & (cosJ > 0.0);
+    const double ai = p.area[i], aj = p.area[j];
+    const double rr = kPi * r * r;
+    const double rs = r * sqrtPi;
+    const double si = std::sqrt(rr + cosI * ai);
+    const double sj = std::sqrt(rr + cosJ * aj);
+    const double toI = (si - rs) * p.value[j] * aj * cosJ * ratio / (2 * si * ai);
+    const double toJ = (sj - rs) * p.value[i] * ai * cosI * ratio / (2 * sj * aj);
+    return {exchange, toI, toJ};
+}
+
+}  // namespace
+
+std::vector<double> illuminationSums(const IlluminationNodes& p, double ratio, const SurfaceBvh* bvh,
+                                     SelfIlluminationStats* stats) {
+    const std::size_t M = p.size();
+    const double sqrtPi = std::sqrt(kPi);
+    const int threads = std::max(1, omp_get_max_threads());
+    // One column of received sums a thread.
+    std::vector<double> columns(static_cast<std::size_t>(threads) * M, 0.0);
+    const auto total = static_cast<std::int64_t>(M) * static_cast<std::int64_t>(M > 0 ? M - 1 : 0) / 2;
+    PairProgress progress(total);
+    std::int64_t tests = 0;
+    std::exception_ptr failure;
+
+#pragma omp parallel num_threads(threads) reduction(+ : tests)
+    {
+        double* col = columns.data() + static_cast<std::size_t>(omp_get_thread_num()) * M;
+#pragma omp for schedule(dynamic, kRowChunk)
+        for (std::size_t i = 0; i < M; ++i) {
+            double sum = 0.0;
+            if (bvh == nullptr) {
+#pragma omp simd reduction(+ : sum)
+                for (std::size_t j = i + 1; j < M; ++j) {
+                    const PairTerms t = pairTerms(p, i, j, ratio, sqrtPi);
+                    sum += t.exchange ? t.toI : 0.0;
+                    col[j] += t.exchange ? t.toJ : 0.0;
+                }
+            } else {
+                for (std::size_t j = i + 1; j < M; ++j) {
+                    const PairTerms t = pairTerms(p, i, j, ratio, sqrtPi);
+                    if (!t.exchange) continue;
+                    bool hidden = false;
+                    try {
+                        ++tests;
+                        hidden = bvh->occluded(p.node[i], p.node[j]);
+                    } catch (...) {
+#pragma omp critical(tundrel_self_illumination_failure)
+                        if (!failure) failure = std::current_exception();
+                    }
+                    if (hidden) continue;
+                    sum += t.toI;
+                    col[j] += t.toJ;
+                }
+            }
+            col[i] += sum;
+            progress.add(static_cast<std::int64_t>(M - 1 - i));
+        }
+    }
+    if (failure) std::rethrow_exception(failure);
+    progress.finish();
+
+    std::vector<double> sums(M, 0.0);
+    for (int t = 0; t < threads; ++t) {
+        const double* col = columns.data() + static_cast<std::size_t>(t) * M;
+        for (std::size_t i = 0; i < M; ++i) sums[i] += col[i];
+    }
+    if (stats != nullptr) {
+        stats->participants = static_cast<std::int64_t>(M);
+        stats->pairs = 2 * total;
+        stats->segmentTests = tests;
+    }
+    return sums;
+}
+
+std::vector<double> selfIlluminationValues(const FieldMasterD& field, const std::string& fieldName, double ratio,
+                                           bool checkVisibility, SelfIlluminationStats* stats) {
+    // Absent names throw IndexError here, before anything changes.
+    arrayWorks::FieldFunction* source = field.functionAt(field.findFunction(fieldName));
+    arrayWorks::FieldFunction* normals = field.functionAt(field.findFunction(arrayWorks::kNormalsName));
+    const auto* values = dynamic_cast<const arrayWorks::ScalarFunction*>(source);
+    const auto* normalValues = dynamic_cast<const arrayWorks::VectorFunction*>(normals);
+    const std::size_t n = field.totalNodes();
+    if (values == nullptr || normalValues == nullptr || values->size() != n || normalValues->size() != n) return {};
+
+    // Nothing selected: every node takes part; otherwise the selected ones.
+    const bool everyNode = field.selectionState() == arrayWorks::NothingSelected;
+    const arrayWorks::SelectionFunction& selection = field.selection();
+    const Surface surface = extractSurface(field);
+
+    const double* v = values->data();
+    std::vector<unsigned char> takesPart(n, 0);
+    for (std::size_t k = 0; k < n; ++k)
+        takesPart[k] = (everyNode || selection.data()[k] != 0) && v[k] != arrayWorks::kNoValue;
+    const std::vector<double> area = nodeAreas(field, surface, takesPart);
+
+    IlluminationNodes nodes;
+    for (std::size_t k = 0; k < n; ++k)
+        if (takesPart[k] != 0) nodes.add(surface, k, area[k], v[k]);
+
+    std::unique_ptr<SurfaceBvh> bvh;
+    if (checkVisibility && nodes.size() > 1) bvh = std::make_unique<SurfaceBvh>(surface);
+    const std::vector<double> sums = illuminationSums(nodes, ratio, bvh.get(), stats);
+
+    std::vector<double> result(v, v + n);
+    // A receiver without area (a node that no face holds) receives nothing.
+    for (std::size_t i = 0; i < nodes.size(); ++i)
+        if (nodes.area[i] > 0.0) result[static_cast<std::size_t>(nodes.node[i])] -= sums[i];
+    return result;
+}
+
+bool correctSelfIllumination(FieldMasterD& field, const std::string& fieldName, double ratio, bool checkVisibility,
+                             const std::string& newName, SelfIlluminationStats* stats) {
+    // The same checks as in selfIlluminationValues, before the name is looked at.
+    arrayWorks::FieldFunction* source = field.functionAt(field.findFunction(fieldName));
+    arrayWorks::FieldFunction* normals = field.functionAt(field.findFunction(arrayWorks::kNormalsName));
+    if (source == nullptr || normals == nullptr || field.hasFunction(newName)) return false;
+
+    std::vector<double> result;
+    {
+        BusyScope busy;
+        result = selfIlluminationValues(field, fieldName, ratio, checkVisibility, stats);
+    }
+    if (result.empty() && field.totalNodes() > 0) return false;
+
+    field.addScalar(newName);
+    auto* target = field.scalar(field.findFunction(newName));
+    if (target == nullptr) return false;
+    // Block by block, while the new function's block arrays fit the blocks.
+    for (int b = 0; b < field.blockCount(); ++b) {
+        if (b >= static_cast<int>(target->values.blocks.size())) break;
+        const auto& arr = target->values.blocks[static_cast<std::size_t>(b)];
+        if (arr.data == nullptr || arr.count != field.nodeCount(b)) break;
+        const std::size_t first = field.offset(b);
+        for (int k = 0; k < arr.count; ++k) arr.data[k] = result[first + static_cast<std::size_t>(k)];
+    }
+    return true;
+}
+
+}  // namespace tundrel
