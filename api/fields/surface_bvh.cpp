@@ -39,7 +39,8 @@ constexpr double kExtentTolerance = 1e-6;
 struct SegmentContext {
     RTCIntersectContext base;
     const std::int32_t* corners;  // welded corner numbers, three a triangle
-    std::int32_t a, b;            // welded end nodes
+    std::int32_t ignore[4];       // welded nodes whose faces do not count
+    int ignored;
 };
 
 void rejectEndFaces(const RTCFilterFunctionNArguments* args) {
@@ -48,8 +49,8 @@ void rejectEndFaces(const RTCFilterFunctionNArguments* args) {
         if (args->valid[i] == 0) continue;
         const unsigned prim = RTCHitN_primID(args->hit, args->N, i);
         const std::int32_t* c = ctx->corners + 3 * static_cast<std::size_t>(prim);
-        if (c[0] == ctx->a || c[1] == ctx->a || c[2] == ctx->a || c[0] == ctx->b || c[1] == ctx->b || c[2] == ctx->b)
-            args->valid[i] = 0;
+        for (int k = 0; k < ctx->ignored; ++k)
+            if (c[0] == ctx->ignore[k] || c[1] == ctx->ignore[k] || c[2] == ctx->ignore[k]) args->valid[i] = 0;
     }
 }
 
@@ -231,22 +232,34 @@ bool SurfaceBvh::occluded(std::int32_t a, std::int32_t b) const {
     if (a < 0 || b < 0 || static_cast<std::size_t>(a) >= n || static_cast<std::size_t>(b) >= n)
         throw arrayWorks::IndexError(arrayWorks::source::field_selection, __LINE__);
     const auto ua = static_cast<std::size_t>(a), ub = static_cast<std::size_t>(b);
-    const double pa[3] = {m.s.x[ua] - m.centre[0], m.s.y[ua] - m.centre[1], m.s.z[ua] - m.centre[2]};
-    const double d[3] = {m.s.x[ub] - m.s.x[ua], m.s.y[ub] - m.s.y[ua], m.s.z[ub] - m.s.z[ua]};
-    const double len = std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]);
-    // The ray runs from a (t = 0) to b (t = 1); crossings near either end do not count.
-    const double skip = kEndTolerance + kExtentTolerance * m.extent / len;
-    if (!(len > 0.0) || !(skip < 0.5)) return false;
+    const double pa[3] = {m.s.x[ua], m.s.y[ua], m.s.z[ua]};
+    const double pb[3] = {m.s.x[ub], m.s.y[ub], m.s.z[ub]};
+    const std::int32_t ends[2] = {a, b};
+    return occludedBetween(pa, pb, ends, 2);
+}
 
+bool SurfaceBvh::occludedBetween(const double p[3], const double q[3], const std::int32_t* ignore, int count) const {
+    const Impl& m = *impl_;
+    if (count < 0 || count > 4) throw arrayWorks::IndexError(arrayWorks::source::field_selection, __LINE__);
     SegmentContext ctx;
     rtcInitIntersectContext(&ctx.base);
     ctx.corners = m.corners.data();
-    ctx.a = m.weld[ua];
-    ctx.b = m.weld[ub];
+    ctx.ignored = count;
+    for (int k = 0; k < count; ++k) {
+        if (ignore[k] < 0 || static_cast<std::size_t>(ignore[k]) >= m.s.nodeCount())
+            throw arrayWorks::IndexError(arrayWorks::source::field_selection, __LINE__);
+        ctx.ignore[k] = m.weld[static_cast<std::size_t>(ignore[k])];
+    }
+    const double d[3] = {q[0] - p[0], q[1] - p[1], q[2] - p[2]};
+    const double len = std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]);
+    // The ray runs from p (t = 0) to q (t = 1); crossings near either end do not count.
+    const double skip = kEndTolerance + kExtentTolerance * m.extent / len;
+    if (!(len > 0.0) || !(skip < 0.5)) return false;
+
     RTCRay ray{};
-    ray.org_x = static_cast<float>(pa[0]);
-    ray.org_y = static_cast<float>(pa[1]);
-    ray.org_z = static_cast<float>(pa[2]);
+    ray.org_x = static_cast<float>(p[0] - m.centre[0]);
+    ray.org_y = static_cast<float>(p[1] - m.centre[1]);
+    ray.org_z = static_cast<float>(p[2] - m.centre[2]);
     ray.dir_x = static_cast<float>(d[0]);
     ray.dir_y = static_cast<float>(d[1]);
     ray.dir_z = static_cast<float>(d[2]);

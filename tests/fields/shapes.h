@@ -160,9 +160,10 @@ namespace shapes {
 // accessors, following the pair rule to the letter. `visible(R, E)` (global
 // node numbers), when given, stands for the obstruction test. magnitude[k]
 // receives |value| plus the summed magnitudes of the shares of node k.
+// With receivers >= 0 only that many receivers are visited (for timing).
 inline std::vector<double> referenceCorrection(const FieldMasterD& f, const std::string& name, double ratio,
                                                const std::function<bool(int, int)>& visible = {},
-                                               std::vector<double>* magnitude = nullptr) {
+                                               std::vector<double>* magnitude = nullptr, int receivers = -1) {
     const auto& src = *f.scalar(f.findFunction(name));
     const auto& nrm = *f.vector(f.findFunction(arrayWorks::kNormalsName));
     const bool all = f.selectionState() == arrayWorks::NothingSelected;
@@ -177,9 +178,10 @@ inline std::vector<double> referenceCorrection(const FieldMasterD& f, const std:
     if (magnitude != nullptr) magnitude->assign(f.totalNodes(), 0.0);
     for (int b = 0; b < f.blockCount(); ++b)
         for (int n = 0; n < f.nodeCount(b); ++n) result[f.offset(b) + static_cast<std::size_t>(n)] = src.at(b, n);
+    int visited = 0;
     for (int bR = 0; bR < f.blockCount(); ++bR)
         for (int nR = 0; nR < f.nodeCount(bR); ++nR) {
-            if (!takes(bR, nR)) continue;
+            if (!takes(bR, nR) || (receivers >= 0 && visited++ >= receivers)) continue;
             const int gR = static_cast<int>(f.offset(bR)) + nR;
             const V PR = f.position(bR, nR), NR = nrm.at(bR, nR);
             const double AR = areaOf(bR, nR);
