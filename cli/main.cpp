@@ -1,14 +1,16 @@
 #include <iostream>
 
 #include "cli/cli.h"
+#include "cli/host.h"
 
 int main(int argc, char** argv) {
     CLI::App app{"tundrel: surface geometry and fields of wind-tunnel measurements"};
     app.require_subcommand(1);
     int status = 0;
 
-    tundrel::QuietHost quiet;  // messages go to standard error
-    tundrel::HostScope scope(quiet);
+    tundrel::cli::CliHost& host = tundrel::cli::cliHost();
+    tundrel::HostScope scope(host);
+    app.add_flag("--interactive", host.interactive, "Ask the parameters of dialogs on the terminal");
 
     tundrel::cli::addModelCommands(app, status);
 

@@ -76,8 +76,8 @@ bool export_data(const std::string& file, int precision, bool split, bool scient
     bool result = true;
     const std::size_t dot = file.rfind('.');
     for (int i = 0; i < count; ++i) {
-        std::string name = file;
-        name.insert(dot == std::string::npos ? name.size() : dot, "_" + std::to_string(i + 1));
+        const std::size_t cut = dot == std::string::npos ? file.size() : dot;
+        const std::string name = file.substr(0, cut) + "_" + std::to_string(i + 1) + file.substr(cut);
         result = pass(name, i, i);
     }
     return result;
