@@ -193,8 +193,11 @@ namespace {
 // S = sqrt(pi * r * r + cosR * A_R), share = (S - r sqrt(pi)) V_E A_E cosE
 // ratio / (2 S A_R); for (j, i) u only changes sign, so cosR and cosE swap
 // exactly and both shares are what two separate visits would give.
-// Pairs that do not exchange (coincident, or not facing each other) have
-// exchange false; their shares are meaningless.
+// The two divisions by 2 S A_R are made as one (q = 1 / (di dj)), which
+// changes a share by a few units in the last place. Pairs that do not
+// exchange (coincident, or not facing each other) have exchange false; their
+// shares are meaningless, as is the share into a receiver without area (an
+// emitter without area gives 0).
 struct Row {
     const double *__restrict x, *__restrict y, *__restrict z;
     const double *__restrict nx, *__restrict ny, *__restrict nz;
@@ -219,8 +222,10 @@ struct Row {
     const double rs = r * sqrtPi;                                                               \
     const double si = std::sqrt(rr + cosI * ai);                                                \
     const double sj = std::sqrt(rr + cosJ * aj);                                                \
-    const double toI = (si - rs) * R.value[j] * aj * cosJ * ratio / (2 * si * ai);              \
-    const double toJ = (sj - rs) * vi * ai * cosI * ratio / (2 * sj * aj)
+    const double di = 2 * si * ai, dj = 2 * sj * aj, dd = di * dj;                               \
+    const double q = 1.0 / (dd > 0.0 ? dd : 1.0);                                               \
+    const double toI = (si - rs) * R.value[j] * aj * cosJ * ratio * (dj * q);                   \
+    const double toJ = (sj - rs) * vi * ai * cosI * ratio * (di * q)
 
 #define TUNDREL_ROW_CONSTANTS(i)                                                   \
     const double xi = R.x[i], yi = R.y[i], zi = R.z[i];                           \

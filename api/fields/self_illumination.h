@@ -76,7 +76,7 @@ TUNDREL_API std::vector<double> nodeAreas(const FieldMasterD& field, const Surfa
                                           const std::vector<unsigned char>& wanted);
 
 // The participating nodes as flat arrays for the pair kernel.
-struct IlluminationNodes {
+struct TUNDREL_API IlluminationNodes {
     std::vector<double> x, y, z;     // positions
     std::vector<double> nx, ny, nz;  // normals
     std::vector<double> area, value;

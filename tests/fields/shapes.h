@@ -160,15 +160,19 @@ namespace shapes {
 // accessors, following the pair rule to the letter. `visible(R, E)` (global
 // node numbers), when given, stands for the obstruction test. magnitude[k]
 // receives |value| plus the summed magnitudes of the shares of node k.
-// With receivers >= 0 only that many receivers are visited (for timing).
+// With receivers >= 0 only that many receivers are visited, and `areas`
+// keeps the node areas from call to call (for timing).
 inline std::vector<double> referenceCorrection(const FieldMasterD& f, const std::string& name, double ratio,
                                                const std::function<bool(int, int)>& visible = {},
-                                               std::vector<double>* magnitude = nullptr, int receivers = -1) {
+                                               std::vector<double>* magnitude = nullptr, int receivers = -1,
+                                               std::vector<double>* areas = nullptr) {
     const auto& src = *f.scalar(f.findFunction(name));
     const auto& nrm = *f.vector(f.findFunction(arrayWorks::kNormalsName));
     const bool all = f.selectionState() == arrayWorks::NothingSelected;
     auto takes = [&](int b, int n) { return (all || f.isSelected(b, n) != 0) && src.at(b, n) != -1e10; };
-    std::vector<double> area(f.totalNodes(), -1.0);
+    std::vector<double> own;
+    std::vector<double>& area = areas != nullptr ? *areas : own;
+    if (area.size() != f.totalNodes()) area.assign(f.totalNodes(), -1.0);
     auto areaOf = [&](int b, int n) {
         double& a = area[f.offset(b) + static_cast<std::size_t>(n)];
         if (a == -1.0) a = tundrel::nodeArea(f, b, n);
