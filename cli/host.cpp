@@ -80,10 +80,12 @@ void CliHost::progress(std::int64_t done, std::int64_t total) {
     const int percent = static_cast<int>(100 * done / total);
     if (percent == lastPercent_) return;
     lastPercent_ = percent;
-    const int width = 40;
+    constexpr int width = 40;
+    char bar[width + 1];
     const int filled = width * percent / 100;
-    std::cerr << "\r[" << std::string(static_cast<std::size_t>(filled), '#')
-              << std::string(static_cast<std::size_t>(width - filled), ' ') << "] " << percent << "%" << std::flush;
+    for (int k = 0; k < width; ++k) bar[k] = k < filled ? '#' : ' ';
+    bar[width] = '\0';
+    std::cerr << "\r[" << bar << "] " << percent << "%" << std::flush;
     if (done >= total) {
         std::cerr << '\n';
         lastPercent_ = -1;

@@ -40,6 +40,7 @@ struct Format {
 // format's own reader and writer signature.
 const Format kFormats[] = {
     {"apt", [](const std::string& f, region& r, region_fe&) { return read_apt(f, r); }, write_apt},
+    {"wrl", read_vrml, write_vrml},
 };
 
 const Format* findFormat(const std::string& ext) {

@@ -32,3 +32,10 @@ TUNDREL_API std::shared_ptr<StructPatch> transpose_patch(const StructPatch& p);
 TUNDREL_API bool read_apt(const std::string& file, region& reg);
 TUNDREL_API bool write_apt(const std::string& file, region& reg, region_fe& reg_fe, int first, int last,
                            int precision, bool scientific);
+
+// VRML: reads the IndexedFaceSets of a VRML 1.0 or 2.0 file into face patches
+// of `reg_fe` ("PatchVRML_" and the patch's position); writes items as one
+// VRML 2.0 world, structured patches cut into triangles.
+TUNDREL_API bool read_vrml(const std::string& file, region& reg, region_fe& reg_fe);
+TUNDREL_API bool write_vrml(const std::string& file, region& reg, region_fe& reg_fe, int first, int last,
+                            int precision, bool scientific);

@@ -1,0 +1,306 @@
+#include <gtest/gtest.h>
+
+#include "api/TundrelApi.h"
+#include "api/formats/date.h"
+#include "tests/test_util.h"
+
+using testutil::HostTest;
+
+namespace {
+
+const char* kNoHeader = "It is impossible to open VRML or identify it's header";
+const char* kNoSurface = "Error in VRML structure. No 3D surfaces are found";
+
+// The header line with the date the file was written with, of the two taken
+// before and after writing.
+std::string header(const std::string& text, const std::string& before, const std::string& title) {
+    const std::string date = text.find(tundrel::strdate()) != std::string::npos ? tundrel::strdate() : before;
+    return "#VRML V2.0 utf8 WorldInfo { info \"Quillon 2.0, export VRML,  Author: Rimvale   Date: " + date +
+           " \ttitle \"" + title + "\"  }\n";
+}
+
+std::vector<std::string> colours(const std::string& file) {
+    std::vector<std::string> out;
+    std::istringstream in(testutil::readFile(file));
+    for (std::string l; std::getline(in, l);)
+        if (l.rfind("diffuseColor ", 0) == 0) out.push_back(l.substr(13, 11));
+    return out;
+}
+
+// A face patch with X = n, Y = n / 4, Z = -n at node n.
+std::shared_ptr<FacePatch> facePatch(std::vector<std::int32_t> index, int nodes) {
+    auto f = std::make_shared<FacePatch>(nodes, static_cast<int>(index.size()), static_cast<int>(index.size() / 4));
+    f->faceIndex = std::move(index);
+    for (const char* name : {"X", "Y", "Z"}) f->addVariable(name);
+    for (std::size_t n = 0; n < static_cast<std::size_t>(nodes); ++n) {
+        f->variable(0).values[n] = static_cast<double>(n);
+        f->variable(1).values[n] = 0.25 * static_cast<double>(n);
+        f->variable(2).values[n] = static_cast<double>(-static_cast<long>(n));
+    }
+    return f;
+}
+
+std::vector<double> values(const FacePatch& f, const std::string& name) {
+    const NodeVariable* v = f.findVariable(name);
+    return v ? v->values : std::vector<double>{};
+}
+
+}  // namespace
+
+class Vrml : public HostTest {};
+
+TEST_F(Vrml, WritesAThreeByTwoPatchAsFourTriangles) {
+    region reg;
+    region_fe fe;
+    reg.name = "Wing";
+    reg.append(testutil::gridPatch(3, 2));
+    const std::string before = tundrel::strdate();
+    ASSERT_TRUE(export_data(dir.file("w.wrl"), 1, false, false, reg, fe));
+    const std::string text = testutil::readFile(dir.file("w.wrl"));
+    EXPECT_EQ(text, header(text, before, "Wing") +
+                        "\tShape {\n\tappearance Appearance {\n\tmaterial Material {\n"
+                        "diffuseColor 0.0 0.0 1.0  shininess 0.1}}\n"
+                        "\tgeometry IndexedFaceSet {\n\tcoordIndex [\n"
+                        "0 1 3 -1\n3 1 4 -1\n1 2 4 -1\n4 2 5 -1\n"
+                        "\t\t]\n\t coord Coordinate{\n\tpoint [\n"
+                        "0.0 0.0 0.0\n1.0 0.0 0.0\n2.0 0.0 0.0\n0.0 1.0 0.0\n1.0 1.0 0.5\n2.0 1.0 1.0\n"
+                        "\t\t]\n\t\t}\n\t\t} }\n"
+                        "\n");
+    ASSERT_TRUE(write_vrml(dir.file("s.wrl"), reg, fe, 0, 0, 2, true));
+    EXPECT_NE(testutil::readFile(dir.file("s.wrl")).find("\n1.00e+00 1.00e+00 5.00e-01\n"), std::string::npos);
+}
+
+TEST_F(Vrml, FaceBlockFirstTakesTheFaceMeshTitleAndWritesItsIndexList) {
+    region reg;
+    region_fe fe;
+    reg.name = "not this one";
+    reg.append(testutil::gridPatch(2, 2));
+    fe.append(facePatch({0, 1, 2, -1, 3, 4, 5, -1}, 6));
+    const std::string before = tundrel::strdate();
+    ASSERT_TRUE(write_vrml(dir.file("f.wrl"), reg, fe, 1, 1, 0, false));
+    const std::string text = testutil::readFile(dir.file("f.wrl"));
+    EXPECT_EQ(text, header(text, before, "") +
+                        "\tShape {\n\tappearance Appearance {\n\tmaterial Material {\n"
+                        "diffuseColor 0 0 1  shininess 0.1}}\n\tgeometry IndexedFaceSet {\n\tcoordIndex [\n"
+                        "  0  1  2  -1\n  3  4  5  -1\n\t\t]\n\t coord Coordinate{\n\tpoint [\n"
+                        "0 0 0\n1 0 -1\n2 0 -2\n3 1 -3\n4 1 -4\n5 1 -5\n\t\t]\n\t\t}\n\t\t} }\n\n");
+}
+
+TEST_F(Vrml, ColoursAdvanceForEveryItemOfTheRange) {
+    const std::string table[] = {"0.0 0.0 0.0", "0.0 0.0 1.0", "0.0 1.0 0.0", "0.0 1.0 1.0",
+                                 "1.5 0.0 0.0", "1.5 0.0 1.0", "1.5 1.0 0.0", "1.5 1.0 1.0"};
+    region nine;
+    region_fe none;
+    for (int k = 0; k < 9; ++k) nine.append(testutil::gridPatch(2, 2));
+    ASSERT_TRUE(write_vrml(dir.file("nine.wrl"), nine, none, 0, 8, 1, false));
+    EXPECT_EQ(colours(dir.file("nine.wrl")), (std::vector<std::string>{table[1], table[2], table[3], table[4], table[5],
+                                                                       table[6], table[7], table[0], table[1]}));
+
+    // A 1 x 5 patch and a face block without faces write nothing but use up
+    // their colours; the range starts at item 1 and still begins with blue.
+    region reg;
+    region_fe fe;
+    for (int k : {2, 2, 1, 3}) reg.append(testutil::gridPatch(k, 5));
+    fe.append(facePatch({}, 3));
+    fe.append(facePatch({0, 1, 2, -1}, 3));
+    ASSERT_TRUE(write_vrml(dir.file("skip.wrl"), reg, fe, 1, 5, 1, false));
+    EXPECT_EQ(colours(dir.file("skip.wrl")), (std::vector<std::string>{table[1], table[3], table[5]}));
+    ASSERT_TRUE(write_vrml(dir.file("flat.wrl"), reg, fe, 2, 2, 1, false));
+    const std::string text = testutil::readFile(dir.file("flat.wrl"));
+    EXPECT_EQ(text.substr(text.find('\n')), "\n\n");  // the header and the final line end
+    EXPECT_TRUE(messages().empty());
+}
+
+TEST_F(Vrml, WriterFailures) {
+    region reg;
+    region_fe fe;
+    EXPECT_FALSE(export_data(dir.file("e.wrl"), 6, false, false, reg, fe));  // nothing to write
+    reg.append(testutil::gridPatch(2, 2));
+    for (auto [first, last] : {std::pair{-1, 0}, {1, 0}, {0, 1}})
+        EXPECT_FALSE(write_vrml(dir.file("e.wrl"), reg, fe, first, last, 6, false));
+    EXPECT_FALSE(write_vrml(dir.file("no/dir/e.wrl"), reg, fe, 0, 0, 6, false));
+
+    // Three variables on the first item; x, y, z looked up on the first patch
+    // or first face block, whichever item is written.
+    region bad;
+    bad.append(std::make_shared<StructPatch>(2, 2, 1));
+    for (const char* name : {"X", "Y"}) bad.patch(0).addVariable(name);
+    EXPECT_FALSE(write_vrml(dir.file("v.wrl"), bad, fe, 0, 0, 6, false));
+    bad.patch(0).addVariable("cp");
+    bad.append(testutil::gridPatch(2, 2));
+    EXPECT_FALSE(write_vrml(dir.file("z.wrl"), bad, fe, 1, 1, 6, false));
+    fe.append(facePatch({0, 1, 2, -1}, 3));
+    fe.append(facePatch({0, 1, 2, -1}, 3));
+    fe.patch(0).variable(2).name = "w";
+    EXPECT_FALSE(write_vrml(dir.file("fz.wrl"), reg, fe, 2, 2, 6, false));
+    EXPECT_EQ(messages(), (std::vector<std::string>{
+                              "Dummy Error", "Dummy Error", "Dummy Error", "Dummy Error",
+                              "It's impossible to open VRML file", "Error in Header.Number of variables <3",
+                              "Error in Header. No predefined variables X or Y or Z are found",
+                              "Error in Header. No predefined variables X or Y or Z are found"}));
+}
+
+// One Coordinate3 shared by several face sets with line sets between them, a
+// Separator with its own points, USE of a DEF'd Coordinate3.
+TEST_F(Vrml, ReadsAMeshGeneratorsVrml1) {
+    region reg;
+    region_fe fe;
+    fe.append(facePatch({0, 1, 2, -1}, 3));  // readers append; names follow positions
+    ASSERT_TRUE(import_data(testutil::dataFile("mesher_v1.wrl"), false, reg, fe));
+    EXPECT_TRUE(messages().empty());
+    EXPECT_EQ(reg.patchCount(), 0);
+    ASSERT_EQ(fe.patchCount(), 6);
+    struct Expected {
+        std::vector<std::int32_t> index;
+        std::vector<double> x, y;
+    } expected[] = {
+        {{0, 1, 2, -1, 0, 2, 3, -1}, {0, 1, 1, 0}, {0, 0, 1, 1}},  // quad split into a fan
+        {{0, 2, 3, -1, 0, 3, 1, -1}, {1, 1, 2, 2}, {0, 1, 0, 1}},  // points 1, 2, 4, 5 renumbered
+        {{2, 1, 0, -1}, {9, 8, 7}, {9, 8, 7}},                     // the Separator's own points
+        {{2, 0, 1, -1}, {0, 2, 5}, {0, 0, 5}},                     // outer points after the Separator
+        {{2, 1, 0, -1}, {1, 1, 0}, {0, 1, 1}},                     // USE makes them current again
+    };
+    for (int k = 0; k < 5; ++k) {
+        const FacePatch& f = fe.patch(k + 1);
+        SCOPED_TRACE(k);
+        EXPECT_EQ(f.name, "PatchVRML_" + std::to_string(k + 1));
+        EXPECT_EQ(f.faceIndex, expected[k].index);
+        EXPECT_EQ(f.faces * 4, f.indexLength);
+        EXPECT_EQ(f.nodes, static_cast<int>(expected[k].x.size()));
+        ASSERT_EQ(f.variableCount(), 3);
+        EXPECT_EQ(values(f, "X"), expected[k].x);
+        EXPECT_EQ(values(f, "Y"), expected[k].y);
+    }
+}
+
+// Transform, Group, a DEF'd Coordinate used again, normals, colours, texture
+// coordinates, a prototype, strings with brackets in them.
+TEST_F(Vrml, ReadsAToolkitsVrml2) {
+    region reg;
+    region_fe fe;
+    ASSERT_TRUE(read_vrml(testutil::dataFile("toolkit_v2.wrl"), reg, fe));
+    EXPECT_TRUE(messages().empty());
+    ASSERT_EQ(fe.patchCount(), 3);  // the prototype's face set is not a surface
+    EXPECT_EQ(fe.patch(0).name, "PatchVRML_0");
+    EXPECT_EQ(fe.patch(0).faceIndex, (std::vector<std::int32_t>{0, 1, 4, -1, 1, 2, 4, -1, 2, 3, 4, -1, 3, 0, 4, -1}));
+    EXPECT_EQ(values(fe.patch(0), "Z"), (std::vector<double>{0, 0, 0, 0, 0.1}));
+    EXPECT_EQ(fe.patch(1).faceIndex, (std::vector<std::int32_t>{3, 2, 1, -1, 3, 1, 0, -1}));
+    EXPECT_EQ(values(fe.patch(1), "X"), (std::vector<double>{0, 1, 1, 0}));
+    EXPECT_EQ(fe.patch(2).faceIndex, (std::vector<std::int32_t>{2, 0, 1, -1}));  // points of a line set
+    EXPECT_EQ(values(fe.patch(2), "Y"), (std::vector<double>{7, 6, 5}));
+}
+
+TEST_F(Vrml, ReadingWhatTheWriterWroteGivesTheSameTrianglesAndPoints) {
+    region reg;
+    region_fe fe;
+    reg.name = "model \"quoted\" { [ #";
+    reg.append(testutil::gridPatch(3, 2));
+    fe.append(facePatch({4, 0, 2, -1, 1, 3, 2, -1, 2, 3, 4, -1}, 5));
+    ASSERT_TRUE(export_data(dir.file("r.wrl"), 17, false, true, reg, fe));
+    region back;
+    region_fe backFe;
+    ASSERT_TRUE(import_data(dir.file("r.wrl"), false, back, backFe));
+    ASSERT_EQ(backFe.patchCount(), 2);
+    EXPECT_EQ(backFe.patch(0).faceIndex, (std::vector<std::int32_t>{0, 1, 3, -1, 3, 1, 4, -1, 1, 2, 4, -1, 4, 2, 5, -1}));
+    EXPECT_EQ(backFe.patch(1).faceIndex, fe.patch(0).faceIndex);
+    for (int v = 0; v < 3; ++v) {
+        const std::string name = fe.patch(0).variable(v).name;
+        EXPECT_EQ(values(backFe.patch(0), name), reg.patch(0).variable(v).values) << name;
+        EXPECT_EQ(values(backFe.patch(1), name), values(fe.patch(0), name)) << name;
+    }
+}
+
+// How reading ends for files that are not clean surfaces.
+struct ReadCase {
+    const char* name;
+    std::string text;
+    int patches;          // face patches appended
+    const char* message;  // nullptr: read succeeds
+};
+
+void PrintTo(const ReadCase& c, std::ostream* os) { *os << c.name; }
+
+class VrmlReads : public HostTest, public ::testing::WithParamInterface<ReadCase> {};
+
+TEST_P(VrmlReads, EndsAsTheFormatSays) {
+    const ReadCase& c = GetParam();
+    testutil::writeFile(dir.file("c.wrl"), c.text);
+    region reg;
+    region_fe fe;
+    EXPECT_EQ(read_vrml(dir.file("c.wrl"), reg, fe), c.message == nullptr);
+    EXPECT_EQ(fe.patchCount(), c.patches);
+    EXPECT_EQ(messages(), c.message ? std::vector<std::string>{c.message} : std::vector<std::string>{});
+}
+
+const std::string kV2 = "#VRML V2.0 utf8\n";
+std::string faceSet(const std::string& points, const std::string& index) {
+    return "Shape { geometry IndexedFaceSet { coord Coordinate { point [ " + points + " ] } coordIndex [ " + index +
+           " ] } }\n";
+}
+const std::string kTriangle = faceSet("0 0 0, 1 0 0, 0 1 0", "0 1 2 -1");
+std::string nested(int levels) {
+    std::string s = kV2;
+    for (int k = 0; k < levels; ++k) s += "Group { children [ ";
+    s += kTriangle;
+    for (int k = 0; k < levels; ++k) s += "] } ";
+    return s;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, VrmlReads,
+    ::testing::Values(
+        ReadCase{"compactCrlf", kV2 + "Shape{geometry IndexedFaceSet{coord Coordinate{point[0 0 0,1 0 0,0 1 0]}"
+                                      "coordIndex[0,1,2,-1]}}\r\n", 1, nullptr},
+        ReadCase{"byteOrderMark", "\xEF\xBB\xBF" + kV2 + kTriangle, 1, nullptr},
+        ReadCase{"singlePointSkipped", kV2 + faceSet("1 2 3", "0") + kTriangle, 1, nullptr},
+        ReadCase{"nestedWithinLimit", nested(200), 1, nullptr},
+        ReadCase{"emptyFile", "", 0, kNoHeader},
+        ReadCase{"notVrml", "solid cube\nfacet normal 0 0 1\n", 0, kNoHeader},
+        ReadCase{"otherVersion", "#VRML V3.0 utf8\n" + kTriangle, 0, kNoHeader},
+        ReadCase{"headerNotFirst", "\n" + kV2 + kTriangle, 0, kNoHeader},
+        ReadCase{"noFaceSet", kV2 + "Shape { geometry Box { size 1 1 1 } }\n", 0, kNoSurface},
+        ReadCase{"degeneratePolygons", kV2 + faceSet("0 0 0, 1 0 0, 0 1 0", "0 1 -1 -1 2"), 0, kNoSurface},
+        ReadCase{"truncated", kV2 + "Shape { geometry IndexedFaceSet { coord Coordinate { point [ 0 0 0, 1 0", 0,
+                 kNoSurface},
+        ReadCase{"unclosedNode", kV2 + kTriangle + "Transform { children [ " + kTriangle + "]", 2, kNoSurface},
+        ReadCase{"bracketMismatch", kV2 + faceSet("0 0 0, 1 0 0, 0 1 0", "0 1 2 }"), 0, kNoSurface},
+        ReadCase{"extraClose", kV2 + kTriangle + "}\n", 1, kNoSurface},
+        ReadCase{"indexPastTheEnd", kV2 + faceSet("0 0 0, 1 0 0, 0 1 0", "0 1 3"), 0, kNoSurface},
+        ReadCase{"indexBelowMinusOne", kV2 + faceSet("0 0 0, 1 0 0, 0 1 0", "0 -2 1"), 0, kNoSurface},
+        ReadCase{"indexTooLargeForInt", kV2 + faceSet("0 0 0, 1 0 0, 0 1 0", "0 1 99999999999"), 0, kNoSurface},
+        ReadCase{"pointsNotTriples", kV2 + faceSet("0 0 0, 1 0 0, 0 1", "0 1 2"), 0, kNoSurface},
+        ReadCase{"pointNan", kV2 + faceSet("0 0 0, nan 0 0, 0 1 0", "0 1 2"), 0, kNoSurface},
+        ReadCase{"v1WithoutCoordinates", "#VRML V1.0 ascii\nIndexedFaceSet { coordIndex [ 0 1 2 ] }\n", 0,
+                 kNoSurface},
+        ReadCase{"unknownUse", kV2 + "Shape { geometry IndexedFaceSet { coord USE no coordIndex [ 0 1 2 ] } }\n", 0,
+                 kNoSurface},
+        ReadCase{"unclosedString", kV2 + "WorldInfo { title \"abc }\n" + kTriangle, 0, kNoSurface},
+        ReadCase{"tooDeep", nested(300), 0, kNoSurface},
+        ReadCase{"garbageBytes", kV2 + "\x01\xff\xfe{{]]\x7f", 0, kNoSurface}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// Every cut of a written file either reads the surfaces completed before it
+// or ends with one of the reader's messages.
+TEST_F(Vrml, EveryTruncationEndsCleanly) {
+    region reg;
+    region_fe fe;
+    reg.append(testutil::gridPatch(3, 2));
+    fe.append(facePatch({0, 1, 2, -1}, 3));
+    ASSERT_TRUE(write_vrml(dir.file("full.wrl"), reg, fe, 0, 1, 0, false));
+    const std::string text = testutil::readFile(dir.file("full.wrl"));
+    int complete = 0;
+    for (std::size_t cut = 0; cut <= text.size(); ++cut) {
+        testutil::writeFile(dir.file("cut.wrl"), text.substr(0, cut));
+        region r;
+        region_fe f;
+        host.messages.clear();
+        SCOPED_TRACE(cut);
+        if (read_vrml(dir.file("cut.wrl"), r, f)) {
+            EXPECT_TRUE(messages().empty());
+            complete += f.patchCount() == 2;
+        } else {
+            EXPECT_EQ(messages(), std::vector<std::string>{cut < 10 ? kNoHeader : kNoSurface});  // "#VRML V2.0"
+        }
+    }
+    EXPECT_EQ(complete, 3);  // the whole file and the cuts in its two final line ends
+}
