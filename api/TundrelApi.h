@@ -11,4 +11,5 @@
 #include "api/field_selection.h"
 #include "api/fields/fields.h"
 #include "api/fields/self_illumination.h"
+#include "api/mesh/normals.h"
 #include "api/zvec.h"

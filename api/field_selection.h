@@ -103,15 +103,23 @@ struct BlockLayout {
     Kind kind = Kind::Structured;
     int nodes = 0;
     // Structured blocks: nodes per row (the patch's I) and rows (J); node n
-    // lies in row n / rowLength, column n % rowLength.
+    // lies in row n / rowLength, column n % rowLength. A patch of several
+    // layers (K > 1) holds `layers` such grids one after the other; surfaces
+    // have one.
     int rowLength = 0;
     int rows = 0;
-    // Face blocks: three node numbers a triangle.
+    int layers = 1;
+    // Face blocks: three node numbers a triangle (a four-cornered face gives
+    // the two triangles (a, b, c) and (a, c, d)).
     std::vector<std::int32_t> triangles;
+    // Face blocks: the face index list of the patch as it was, four entries a
+    // face, -1 for "no node"; kept so that the way back gives the same faces.
+    std::vector<std::int32_t> faceIndex;
     // The name of the patch the block was made from.
     std::string name;
 
     int triangleCount() const noexcept { return static_cast<int>(triangles.size() / 3); }
+    bool structured() const noexcept { return kind == Kind::Structured; }
 };
 
 template <class Vec>
@@ -129,10 +137,23 @@ public:
 
     // ---- node layout and positions -------------------------------------
     // Appends a block with its node positions (one per node). Blocks are
-    // added before any function; adding one later throws StateError.
+    // added before any function; adding one later, or a position count other
+    // than the node count, throws StateError; a triangle corner outside the
+    // block throws IndexError. A structured layout whose rowLength x rows x
+    // layers is not its node count is taken as one row of all its nodes.
     int addBlock(BlockLayout layout, std::vector<Vec> positions) {
         if (!functions.empty() || static_cast<int>(positions.size()) != layout.nodes || layout.nodes < 0)
             throw StateError(source::field_selection, __LINE__);
+        if (layout.triangles.size() % 3 != 0) throw IndexError(source::field_selection, __LINE__);
+        for (std::int32_t c : layout.triangles)
+            if (c < 0 || c >= layout.nodes) throw IndexError(source::field_selection, __LINE__);
+        if (layout.structured() && (layout.rowLength < 1 || layout.rows < 1 || layout.layers < 1 ||
+                                    static_cast<std::int64_t>(layout.rowLength) * layout.rows * layout.layers !=
+                                        layout.nodes)) {
+            layout.rowLength = layout.nodes;
+            layout.rows = layout.nodes > 0 ? 1 : 0;
+            layout.layers = 1;
+        }
         offsets_.push_back(positions_.size());
         positions_.insert(positions_.end(), positions.begin(), positions.end());
         layouts_.push_back(std::move(layout));
@@ -162,6 +183,14 @@ public:
     const std::vector<Vec>& positions() const noexcept { return positions_; }
     std::vector<Vec>& positions() noexcept { return positions_; }
 
+    // Removes every block and every function.
+    void clear() noexcept {
+        functions.clear();
+        layouts_.clear();
+        positions_.clear();
+        offsets_.clear();
+    }
+
     // ---- functions --------------------------------------------------------
     int functionCount() const noexcept { return static_cast<int>(functions.size()); }
 
@@ -187,6 +216,15 @@ public:
     }
     ScalarFunction* scalar(int i) const { return functionAs<double>(i); }
     VectorFunction* vector(int i) const { return functionAs<z::zVec<double>>(i); }
+    // The first function of that name as a value type; nullptr when there is
+    // none or the first of that name is of another kind.
+    template <class V>
+    BlockFunction<V>* functionNamed(const std::string& name) const {
+        const int i = findFunction(name);
+        return i < 0 ? nullptr : functionAs<V>(i);
+    }
+    // The node normals "$_N", or nullptr.
+    VectorFunction* normals() const { return functionNamed<z::zVec<double>>(kNormalsName); }
 
     // Appends a complete new function (one value per node of every block) and
     // returns it. Names are not checked here; the operations that add a
@@ -218,17 +256,28 @@ public:
         }
     }
 
-    SelectionState blockSelectionState(int b) const { return classify(selection(), b); }
+    // Every query checks the block (range, then node count) before it reads
+    // the selection.
+    SelectionState blockSelectionState(int b) const {
+        const int nodes = checkBlock(b);
+        return classify(selection(), b, nodes);
+    }
 
+    // Every block is classified, in order; then 2 when some block is partly
+    // selected; else 1 when some block is fully selected (even if others are
+    // not selected at all); else 0.
     SelectionState selectionState() const {
         if (blockCount() < 1) return NothingSelected;
-        const SelectionFunction& s = selection();
-        bool anyAll = false;
+        const SelectionFunction* s = nullptr;
+        bool anyPart = false, anyAll = false;
         for (int b = 0; b < blockCount(); ++b) {
-            const SelectionState st = classify(s, b);
-            if (st == PartlySelected) return PartlySelected;
+            const int nodes = checkBlock(b);
+            if (s == nullptr) s = &selection();
+            const SelectionState st = classify(*s, b, nodes);
+            anyPart = anyPart || st == PartlySelected;
             anyAll = anyAll || st == AllSelected;
         }
+        if (anyPart) return PartlySelected;
         return anyAll ? AllSelected : NothingSelected;
     }
 
@@ -242,10 +291,15 @@ public:
     std::vector<std::shared_ptr<FieldFunction>> functions;
 
 private:
-    SelectionState classify(const SelectionFunction& s, int b) const {
+    // The block checks of the selection queries, before the selection is read.
+    int checkBlock(int b) const {
         if (b < 0 || b >= blockCount()) throw IndexError(source::field_selection, selection_lines::kBlock);
         const int nodes = nodeCount(b);
         if (nodes < 1) throw IndexError(source::field_selection, selection_lines::kEmptyBlock);
+        return nodes;
+    }
+
+    SelectionState classify(const SelectionFunction& s, int b, int nodes) const {
         bool some = false, someNot = false;
         for (int n = 0; n < nodes; ++n) (s.at(b, n) != 0 ? some : someNot) = true;
         if (some && someNot) return PartlySelected;

@@ -67,8 +67,8 @@ bool CliHost::askOnTerminal(Dialog& dialog) {
             std::cerr << " [" << current << "]: ";
             std::string line;
             if (!std::getline(std::cin, line)) return false;
-            for (const auto* r : radios)
-                if (!line.empty()) texts[r->id] = (line == r->label) ? "1" : "0";
+            if (!line.empty())
+                for (const auto* r : radios) texts[r->id].assign(1, line == r->label ? '1' : '0');
         }
         if (acceptTexts(*this, dialog, texts).empty()) return true;
     }

@@ -25,3 +25,12 @@ TUNDREL_API void fieldMaster_to_Region(FieldMasterD& field, z::ambientFlow flow,
 TUNDREL_API void convert(FieldMasterD& field);
 TUNDREL_API void IR_camera(FieldMasterD& field);
 TUNDREL_API void temperature_gages(FieldMasterD& field);
+
+namespace tundrel {
+
+// True when no function of the container is named exactly `name` (letter
+// case counts); otherwise shows "The function name alredy exist" and gives
+// false, and the operation that wanted to add the function asks again.
+TUNDREL_API bool acceptNewFunctionName(const FieldMasterD& field, const std::string& name);
+
+}  // namespace tundrel

@@ -1,0 +1,215 @@
+// Geometry to field container and back.
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "api/fields/fields.h"
+#include "api/fields/normals.h"
+
+using arrayWorks::BlockLayout;
+using Vec = z::zVec<double>;
+
+namespace {
+
+bool isCoordinateName(const std::string& name) {
+    const std::string l = lowered(name);
+    return l == "x" || l == "y" || l == "z";
+}
+
+// Names beginning with "$_" belong to the container's own functions.
+bool isReservedName(const std::string& name) { return name.rfind("$_", 0) == 0; }
+
+// The variable's values when they cover `nodes` nodes, else nullptr.
+const double* valuesOf(const NodeVariable* v, int nodes) {
+    if (v == nullptr || v->values.size() < static_cast<std::size_t>(nodes)) return nullptr;
+    return v->values.data();
+}
+
+// Node positions of a patch from its "x", "y", "z" (any letter case); a
+// missing coordinate is 0.
+std::vector<Vec> positionsOf(const PatchBase& p, int nodes) {
+    const CoordinateSlots s = findCoordinates(p.variables);
+    auto column = [&](int slot) { return slot < 0 ? nullptr : valuesOf(p.variables.get(slot), nodes); };
+    const double* x = column(s.x);
+    const double* y = column(s.y);
+    const double* z = column(s.z);
+    std::vector<Vec> out(static_cast<std::size_t>(nodes));
+    for (int n = 0; n < nodes; ++n) out[static_cast<std::size_t>(n)] = {x ? x[n] : 0.0, y ? y[n] : 0.0, z ? z[n] : 0.0};
+    return out;
+}
+
+BlockLayout structuredLayout(const StructPatch& p) {
+    BlockLayout l;
+    l.kind = BlockLayout::Kind::Structured;
+    l.nodes = std::max(p.N, 0);
+    l.rowLength = p.I;
+    l.rows = p.J;
+    l.layers = p.K;
+    l.name = p.name;
+    return l;
+}
+
+// The faces of a face patch, four entries a face, with their triangles: the
+// corners of a face are its entries other than -1, in order; three give a
+// triangle, four the triangles (a, b, c) and (a, c, d). A face with fewer
+// corners, or with an entry that is no node of the patch, gives none.
+BlockLayout faceLayout(const FacePatch& p) {
+    BlockLayout l;
+    l.kind = BlockLayout::Kind::Faces;
+    l.nodes = std::max(p.nodes, 0);
+    l.name = p.name;
+    const std::size_t faces =
+        std::min(static_cast<std::size_t>(std::max(p.faces, 0)), p.faceIndex.size() / 4);
+    l.faceIndex.assign(p.faceIndex.begin(), p.faceIndex.begin() + static_cast<std::ptrdiff_t>(4 * faces));
+    for (std::size_t f = 0; f < faces; ++f) {
+        std::int32_t c[4];
+        int corners = 0;
+        bool valid = true;
+        for (int k = 0; k < 4; ++k) {
+            const std::int32_t e = l.faceIndex[4 * f + static_cast<std::size_t>(k)];
+            if (e == -1) continue;
+            if (e < 0 || e >= l.nodes) valid = false;
+            else c[corners++] = e;
+        }
+        if (!valid || corners < 3) continue;
+        l.triangles.insert(l.triangles.end(), {c[0], c[1], c[2]});
+        if (corners == 4) l.triangles.insert(l.triangles.end(), {c[0], c[2], c[3]});
+    }
+    return l;
+}
+
+// The value that node n of block b gives a patch variable: a scalar as it
+// is, a selection byte as 0 or its number, a vector its x component.
+// Functions of another type or shape give "no value".
+class ValueReader {
+public:
+    ValueReader(const arrayWorks::FieldFunction& f, int b, int nodes) {
+        if (auto* s = dynamic_cast<const arrayWorks::ScalarFunction*>(&f)) scalar_ = block(s->values, b, nodes);
+        else if (auto* v = dynamic_cast<const arrayWorks::VectorFunction*>(&f)) vector_ = block(v->values, b, nodes);
+        else if (auto* c = dynamic_cast<const arrayWorks::SelectionFunction*>(&f)) byte_ = block(c->values, b, nodes);
+    }
+    double operator()(int n) const {
+        if (scalar_) return scalar_[n];
+        if (vector_) return vector_[n].x;
+        if (byte_) return byte_[n];
+        return arrayWorks::kNoValue;
+    }
+
+private:
+    template <class V>
+    static const V* block(const arrayWorks::CheckedBlocks<V>& values, int b, int nodes) {
+        if (b >= static_cast<int>(values.blocks.size())) return nullptr;
+        const auto& a = values.blocks[static_cast<std::size_t>(b)];
+        return a.data != nullptr && a.count == nodes ? a.data : nullptr;
+    }
+    const double* scalar_ = nullptr;
+    const Vec* vector_ = nullptr;
+    const unsigned char* byte_ = nullptr;
+};
+
+}  // namespace
+
+void Region_to_fieldMaster(region reg, region_fe reg_fe, FieldMasterD& field, z::ambientFlow& flow) {
+    field.clear();
+
+    std::vector<const PatchBase*> sources;
+    for (const auto& p : reg.patches) {
+        if (!p) continue;
+        const BlockLayout l = structuredLayout(*p);
+        field.addBlock(l, positionsOf(*p, l.nodes));
+        sources.push_back(p.get());
+    }
+    for (const auto& p : reg_fe.patches) {
+        if (!p) continue;
+        BlockLayout l = faceLayout(*p);
+        std::vector<Vec> positions = positionsOf(*p, l.nodes);
+        field.addBlock(std::move(l), std::move(positions));
+        sources.push_back(p.get());
+    }
+
+    // One scalar function per variable name, in the order the names first
+    // occur; a block without the variable holds "no value".
+    std::vector<std::string> names;
+    for (const PatchBase* p : sources)
+        for (const auto& v : p->variables) {
+            if (!v || isCoordinateName(v->name) || isReservedName(v->name)) continue;
+            if (std::find(names.begin(), names.end(), v->name) == names.end()) names.push_back(v->name);
+        }
+    for (const std::string& name : names) {
+        arrayWorks::ScalarFunction& f = field.addScalar(name, arrayWorks::kNoValue);
+        for (int b = 0; b < field.blockCount(); ++b) {
+            const int nodes = field.nodeCount(b);
+            const double* values = valuesOf(sources[static_cast<std::size_t>(b)]->findVariable(name), nodes);
+            if (values != nullptr) std::copy(values, values + nodes, f.data() + field.offset(b));
+        }
+    }
+
+    tundrel::updateNormals(field);
+    field.addSelection();
+
+    // The flow conditions of the structured geometry, or of the face geometry
+    // when there is no structured patch.
+    if (reg.patchCount() > 0 || reg_fe.patchCount() == 0) flow = {reg.Mach, reg.alpha, reg.beta};
+    else flow = {reg_fe.Mach, reg_fe.alpha, reg_fe.beta};
+}
+
+void fieldMaster_to_Region(FieldMasterD& field, z::ambientFlow flow, region& reg, region_fe& reg_fe) {
+    if (field.blockCount() < 1) return;
+    reg.patches.clear();
+    reg_fe.patches.clear();
+
+    // The functions that become variables: every one not named "$_...".
+    // Names the patch holds already (the coordinates, an earlier function of
+    // the same name) are passed over, as a patch holds each name once.
+    std::vector<const arrayWorks::FieldFunction*> out;
+    std::vector<std::string> outNames;
+    for (const auto& f : field.functions) {
+        if (!f) continue;
+        std::string name = f->name();
+        if (isReservedName(name) || isCoordinateName(name)) continue;
+        if (std::find(outNames.begin(), outNames.end(), name) != outNames.end()) continue;
+        out.push_back(f.get());
+        outNames.push_back(std::move(name));
+    }
+
+    for (int b = 0; b < field.blockCount(); ++b) {
+        const BlockLayout& l = field.layout(b);
+        std::shared_ptr<PatchBase> patch;
+        if (l.structured()) {
+            auto sp = std::make_shared<StructPatch>(l.rowLength, l.rows, l.layers);
+            reg.append(sp);
+            patch = sp;
+        } else {
+            std::vector<std::int32_t> faces = l.faceIndex;
+            if (faces.empty())
+                for (std::size_t t = 0; t < l.triangles.size() / 3; ++t)
+                    faces.insert(faces.end(), {l.triangles[3 * t], l.triangles[3 * t + 1], l.triangles[3 * t + 2], -1});
+            const int count = static_cast<int>(faces.size());
+            auto fp = std::make_shared<FacePatch>(l.nodes, count, count / 4);
+            fp->faceIndex = std::move(faces);
+            reg_fe.append(fp);
+            patch = fp;
+        }
+        patch->name = "Patch_" + std::to_string(b);
+
+        const Vec* p = field.positions().data() + field.offset(b);
+        NodeVariable& x = patch->addVariable("x");
+        NodeVariable& y = patch->addVariable("y");
+        NodeVariable& z = patch->addVariable("z");
+        for (int n = 0; n < l.nodes; ++n) {
+            x.values[static_cast<std::size_t>(n)] = p[n].x;
+            y.values[static_cast<std::size_t>(n)] = p[n].y;
+            z.values[static_cast<std::size_t>(n)] = p[n].z;
+        }
+        for (std::size_t k = 0; k < out.size(); ++k) {
+            NodeVariable& v = patch->addVariable(outNames[k]);
+            const ValueReader value(*out[k], b, l.nodes);
+            for (int n = 0; n < l.nodes; ++n) v.values[static_cast<std::size_t>(n)] = value(n);
+        }
+    }
+
+    reg.Mach = reg_fe.Mach = flow.Mach;
+    reg.alpha = reg_fe.alpha = flow.alpha;
+    reg.beta = reg_fe.beta = flow.beta;
+}

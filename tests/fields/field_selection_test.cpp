@@ -1,0 +1,276 @@
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "api/TundrelApi.h"
+#include "tests/test_util.h"
+
+using arrayWorks::BlockLayout;
+using Vec = z::zVec<double>;
+
+namespace {
+
+namespace src = arrayWorks::source;
+namespace sel = arrayWorks::selection_lines;
+namespace geo = arrayWorks::geo_lines;
+
+// A container with one single-row block per node count.
+FieldMasterD blocks(const std::vector<int>& counts) {
+    FieldMasterD f;
+    for (int c : counts) {
+        BlockLayout l;
+        l.nodes = c;
+        l.rowLength = c;
+        l.rows = 1;
+        f.addBlock(l, std::vector<Vec>(static_cast<std::size_t>(c)));
+    }
+    return f;
+}
+
+// A container with a "$_selection" holding the given bytes, block by block.
+FieldMasterD selected(const std::vector<std::vector<unsigned char>>& bytes) {
+    std::vector<int> counts;
+    for (const auto& b : bytes) counts.push_back(static_cast<int>(b.size()));
+    FieldMasterD f = blocks(counts);
+    f.addScalar("P", 1.0);
+    auto& s = f.addSelection();
+    for (std::size_t b = 0; b < bytes.size(); ++b)
+        for (std::size_t n = 0; n < bytes[b].size(); ++n) s.at(static_cast<int>(b), static_cast<int>(n)) = bytes[b][n];
+    return f;
+}
+
+}  // namespace
+
+// ---- every error of the queries: kind, code, message, header, line ---------
+
+struct ErrorCase {
+    const char* name;
+    std::function<FieldMasterD()> make;
+    std::function<void(const FieldMasterD&)> query;
+    bool state;  // StateError, else IndexError
+    const char* file;
+    int line;
+};
+void PrintTo(const ErrorCase& c, std::ostream* os) { *os << c.name; }
+
+class SelectionErrors : public ::testing::TestWithParam<ErrorCase> {};
+
+TEST_P(SelectionErrors, ThrowsTheCheckThatFailed) {
+    const ErrorCase& c = GetParam();
+    const FieldMasterD f = c.make();
+    const int functions = f.functionCount();
+    bool thrown = false, state = false;
+    auto check = [&](const arrayWorks::GenericError& e) {
+        thrown = true;
+        EXPECT_EQ(state, c.state);
+        EXPECT_EQ(e.code, c.state ? 5 : 1);
+        EXPECT_STREQ(e.message, c.state ? "State error!" : "Index error!");
+        EXPECT_STREQ(e.file, c.file);
+        EXPECT_EQ(e.line, c.line);
+    };
+    try {
+        c.query(f);
+    } catch (const arrayWorks::StateError& e) {
+        state = true;
+        check(e);
+    } catch (const arrayWorks::IndexError& e) {
+        check(e);
+    }
+    EXPECT_TRUE(thrown);
+    EXPECT_EQ(f.functionCount(), functions);
+}
+
+namespace {
+
+FieldMasterD twoBlocks() { return selected({{1, 0}, {1, 1, 1}}); }
+FieldMasterD withoutSelection() {
+    FieldMasterD f = blocks({2, 3});
+    f.addScalar("P");
+    return f;
+}
+FieldMasterD withEmptyBlock() { return selected({{1, 0}, {}}); }
+// The selection's block arrays do not match the blocks.
+FieldMasterD selectionMissingBlock() {
+    FieldMasterD f = blocks({2, 3});
+    f.functions.push_back(std::make_shared<arrayWorks::SelectionFunction>("$_selection", std::vector<int>{2}));
+    return f;
+}
+FieldMasterD selectionUnallocated() {
+    FieldMasterD f = twoBlocks();
+    f.selection().values.blocks[1].data = nullptr;
+    return f;
+}
+FieldMasterD selectionShort() {
+    FieldMasterD f = twoBlocks();
+    f.selection().values.blocks[1].count = 2;
+    return f;
+}
+FieldMasterD selectionAsScalar() {
+    FieldMasterD f = blocks({2});
+    f.addScalar("$_selection");
+    f.addSelection();
+    return f;
+}
+
+auto blockState(int b) {
+    return [b](const FieldMasterD& f) { f.blockSelectionState(b); };
+}
+auto node(int b, int n) {
+    return [b, n](const FieldMasterD& f) { f.isSelected(b, n); };
+}
+auto wholeState() {
+    return [](const FieldMasterD& f) { f.selectionState(); };
+}
+auto functionAt(int i) {
+    return [i](const FieldMasterD& f) { f.functionAt(i); };
+}
+
+}  // namespace
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, SelectionErrors,
+    ::testing::Values(
+        ErrorCase{"selectionAbsent", withoutSelection, [](const FieldMasterD& f) { f.selection(); }, false,
+                  src::field_selection, sel::kNotFound},
+        ErrorCase{"selectionAbsentWholeState", withoutSelection, wholeState(), false, src::field_selection,
+                  sel::kNotFound},
+        ErrorCase{"selectionNotBytes", selectionAsScalar, blockState(0), false, src::field_selection,
+                  sel::kNotASelection},
+        ErrorCase{"nodeBlockPastEnd", twoBlocks, node(2, 0), false, src::field_selection, sel::kNodeBlock},
+        ErrorCase{"nodeNegative", twoBlocks, node(1, -1), false, src::field_selection, sel::kNodeIndex},
+        ErrorCase{"nodeRangeBeforeSelection", withoutSelection, node(0, 2), false, src::field_selection,
+                  sel::kNodeIndex},
+        ErrorCase{"blockNegative", twoBlocks, blockState(-1), false, src::field_selection, sel::kBlock},
+        ErrorCase{"blockRangeBeforeSelection", withoutSelection, blockState(7), false, src::field_selection,
+                  sel::kBlock},
+        ErrorCase{"blockWithoutNodes", withEmptyBlock, blockState(1), false, src::field_selection, sel::kEmptyBlock},
+        ErrorCase{"wholeStateBlockWithoutNodes", withEmptyBlock, wholeState(), false, src::field_selection,
+                  sel::kEmptyBlock},
+        ErrorCase{"selectionLacksBlock", selectionMissingBlock, blockState(1), false, src::geo, geo::kBlockIndex},
+        ErrorCase{"selectionLacksBlockWhole", selectionMissingBlock, wholeState(), false, src::geo,
+                  geo::kBlockIndex},
+        ErrorCase{"selectionNotAllocated", selectionUnallocated, blockState(1), true, src::geo,
+                  geo::kBlockNotAllocated},
+        ErrorCase{"selectionShorterThanBlock", selectionShort, blockState(1), false, src::geo, geo::kArrayIndex},
+        ErrorCase{"functionAtNegative", twoBlocks, functionAt(-1), false, src::geo, geo::kFunctionIndex},
+        ErrorCase{"functionAtCount", twoBlocks, functionAt(2), false, src::geo, geo::kFunctionIndex},
+        ErrorCase{"functionAtAbsentName", twoBlocks,
+                  [](const FieldMasterD& f) { f.functionAt(f.findFunction("absent")); }, false, src::geo,
+                  geo::kFunctionIndex}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// ---- selection states ---------------------------------------------------------
+
+struct StateCase {
+    const char* name;
+    std::vector<std::vector<unsigned char>> bytes;
+    arrayWorks::SelectionState whole;
+    std::vector<arrayWorks::SelectionState> perBlock;
+};
+void PrintTo(const StateCase& c, std::ostream* os) { *os << c.name; }
+
+class SelectionStates : public ::testing::TestWithParam<StateCase> {};
+
+TEST_P(SelectionStates, WholeContainerAndEachBlock) {
+    const StateCase& c = GetParam();
+    const FieldMasterD f = selected(c.bytes);
+    EXPECT_EQ(f.selectionState(), c.whole);
+    for (int b = 0; b < f.blockCount(); ++b) {
+        EXPECT_EQ(f.blockSelectionState(b), c.perBlock[static_cast<std::size_t>(b)]) << "block " << b;
+        for (int n = 0; n < f.nodeCount(b); ++n)
+            EXPECT_EQ(f.isSelected(b, n), c.bytes[static_cast<std::size_t>(b)][static_cast<std::size_t>(n)]);
+    }
+}
+
+using S = arrayWorks::SelectionState;
+INSTANTIATE_TEST_SUITE_P(
+    Table, SelectionStates,
+    ::testing::Values(
+        StateCase{"everyBlockFull", {{1, 1}, {1, 1, 1}}, S::AllSelected, {S::AllSelected, S::AllSelected}},
+        StateCase{"oneBlockFullOthersEmpty", {{0, 0}, {1, 1, 1}, {0}}, S::AllSelected,
+                  {S::NothingSelected, S::AllSelected, S::NothingSelected}},
+        StateCase{"oneNodeUnselected", {{1, 1}, {1, 0, 1}}, S::PartlySelected, {S::AllSelected, S::PartlySelected}},
+        StateCase{"nothing", {{0, 0}, {0, 0, 0}}, S::NothingSelected, {S::NothingSelected, S::NothingSelected}},
+        StateCase{"singleNodeBlocks", {{1}, {0}}, S::AllSelected, {S::AllSelected, S::NothingSelected}},
+        StateCase{"anyNonzeroByte", {{7, 255}, {0, 0, 0}}, S::AllSelected, {S::AllSelected, S::NothingSelected}},
+        StateCase{"nonzeroAndZero", {{0, 128}}, S::PartlySelected, {S::PartlySelected}}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(Selection, TheFirstOfTwoSelectionsCounts) {
+    EXPECT_EQ(FieldMasterD().selectionState(), S::NothingSelected);  // no blocks: no selection needed
+    FieldMasterD f = selected({{1, 1}});
+    auto& second = f.addSelection();
+    second.at(0, 1) = 0;
+    EXPECT_EQ(&f.selection(), f.functionAt(1));
+    EXPECT_EQ(f.selectionState(), S::AllSelected);
+    // An empty slot before it is passed over.
+    f.functions.insert(f.functions.begin(), nullptr);
+    EXPECT_EQ(&f.selection(), f.functionAt(2));
+}
+
+// ---- lookups and blocks ---------------------------------------------------------
+
+TEST(Functions, FindFunctionMatchesTheWholeNameExactlyAndFindsTheFirst) {
+    FieldMasterD f = blocks({2});
+    f.addScalar("cp");
+    f.addScalar("$_N");
+    f.addVector("$_N");
+    f.addScalar("cp");
+    EXPECT_EQ(f.findFunction("cp"), 0);
+    EXPECT_EQ(f.findFunction("$_N"), 1);
+    for (const char* absent : {"CP", "c", "cp ", "", "$_n"}) EXPECT_EQ(f.findFunction(absent), -1) << absent;
+    EXPECT_NE(f.functionAt(3), f.functionAt(0));
+    // Typed lookups go by the first of a name and tell the kinds apart.
+    EXPECT_EQ(f.normals(), nullptr);
+    EXPECT_NE(f.functionNamed<double>("cp"), nullptr);
+    EXPECT_EQ(f.functionNamed<Vec>("cp"), nullptr);
+    EXPECT_EQ(f.functionAt(2)->kind(), arrayWorks::FunctionKind::Vector);
+}
+
+TEST(Blocks, AddBlockRefusesWhatKernelsCouldNotUse) {
+    FieldMasterD f;
+    BlockLayout tri;
+    tri.kind = BlockLayout::Kind::Faces;
+    tri.nodes = 3;
+    tri.triangles = {0, 1, 3};
+    EXPECT_THROW(f.addBlock(tri, std::vector<Vec>(3)), arrayWorks::IndexError);
+    tri.triangles = {0, 1, 2};
+    EXPECT_THROW(f.addBlock(tri, std::vector<Vec>(2)), arrayWorks::StateError);
+    EXPECT_EQ(f.addBlock(tri, std::vector<Vec>(3)), 0);
+    // A structured layout that does not match its node count becomes one row.
+    BlockLayout grid;
+    grid.nodes = 6;
+    grid.rowLength = 4;
+    grid.rows = 2;
+    f.addBlock(grid, std::vector<Vec>(6));
+    EXPECT_EQ(f.layout(1).rowLength, 6);
+    EXPECT_EQ(f.layout(1).rows, 1);
+    f.addSelection();
+    EXPECT_THROW(f.addBlock(tri, std::vector<Vec>(3)), arrayWorks::StateError);
+}
+
+// ---- the refusal of a taken name --------------------------------------------------
+
+struct NameCase {
+    const char* name;
+    bool accepted;
+};
+void PrintTo(const NameCase& c, std::ostream* os) { *os << '"' << c.name << '"'; }
+
+class NewFunctionName : public testutil::HostTest, public ::testing::WithParamInterface<NameCase> {};
+
+TEST_P(NewFunctionName, RefusesOnlyAnExactlyEqualName) {
+    FieldMasterD f = selected({{0, 1}});
+    f.addScalar("P_si");
+    EXPECT_EQ(tundrel::acceptNewFunctionName(f, GetParam().name), GetParam().accepted);
+    if (GetParam().accepted) EXPECT_TRUE(messages().empty());
+    else EXPECT_EQ(messages(), std::vector<std::string>{"The function name alredy exist"});
+    EXPECT_EQ(f.functionCount(), 3);
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, NewFunctionName,
+                         ::testing::Values(NameCase{"P", false}, NameCase{"P_si", false}, NameCase{"p_si", true},
+                                           NameCase{"P_si ", true}, NameCase{"$_selection", false}));
