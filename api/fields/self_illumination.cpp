@@ -41,15 +41,21 @@ constexpr int kRing[8][2] = {{1, 0}, {1, 1}, {0, 1}, {-1, 1}, {-1, 0}, {-1, -1},
 template <class At>
 double gridNodeArea(const BlockLayout& l, int n, At at) {
     const int ni = l.rowLength > 0 ? l.rowLength : l.nodes;
-    const int row = n / ni, col = n % ni;
+    // Every layer of a block is a grid of its own.
+    const int rows = l.rows > 0 ? l.rows : (l.nodes + ni - 1) / ni;
+    const long long perLayer = static_cast<long long>(ni) * rows;
+    const long long base = n / perLayer * perLayer;
+    const int inLayer = static_cast<int>(n - base);
+    const int row = inLayer / ni, col = inLayer % ni;
     double p[3];
     at(n, p);
     double v[8][3];
     for (int k = 0; k < 8; ++k) {
         const int c = col + kRing[k][0], r = row + kRing[k][1];
-        const bool inside = c >= 0 && c < ni && r >= 0 && static_cast<long long>(r) * ni + c < l.nodes;
+        const long long m = base + static_cast<long long>(r) * ni + c;
+        const bool inside = c >= 0 && c < ni && r >= 0 && r < rows && m < l.nodes;
         double q[3] = {p[0], p[1], p[2]};
-        if (inside) at(r * ni + c, q);
+        if (inside) at(static_cast<int>(m), q);
         for (int a = 0; a < 3; ++a) v[k][a] = q[a] - p[a];
     }
     double sum = 0.0;

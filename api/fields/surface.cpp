@@ -6,18 +6,19 @@ namespace tundrel {
 
 namespace {
 
-// Two triangles per cell of a structured block (I nodes a row).
+// Two triangles per cell of a structured block (I nodes a row, J rows a
+// layer; every layer a grid of its own).
 void gridTriangles(const arrayWorks::BlockLayout& l, std::int32_t first, std::vector<std::int32_t>& out) {
     const int I = l.rowLength;
     if (I < 2) return;
-    // Rows as the layout gives them, never more than the nodes can fill.
-    int J = l.nodes / I;
-    if (l.rows > 0 && l.rows < J) J = l.rows;
-    for (int j = 0; j + 1 < J; ++j)
-        for (int i = 0; i + 1 < I; ++i) {
-            const std::int32_t c = first + i + I * j;
-            out.insert(out.end(), {c, c + 1, c + I, c + I, c + 1, c + I + 1});
-        }
+    const int J = l.rows > 0 ? l.rows : l.nodes / I;
+    const long long perLayer = static_cast<long long>(I) * J;
+    for (long long layer = 0; perLayer > 0 && (layer + 1) * perLayer <= l.nodes; ++layer)
+        for (int j = 0; j + 1 < J; ++j)
+            for (int i = 0; i + 1 < I; ++i) {
+                const auto c = static_cast<std::int32_t>(first + layer * perLayer + i + I * j);
+                out.insert(out.end(), {c, c + 1, c + I, c + I, c + 1, c + I + 1});
+            }
 }
 
 }  // namespace

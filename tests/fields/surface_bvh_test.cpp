@@ -2,6 +2,7 @@
 
 #include <random>
 
+#include "api/fields/self_illumination.h"
 #include "api/fields/surface.h"
 #include "api/fields/surface_bvh.h"
 #include "tests/fields/shapes.h"
@@ -57,20 +58,32 @@ TEST(ExtractSurface, FlattensBlocksAndTriangulatesGrids) {
         EXPECT_EQ(s.triangles[12 + k], faces.layout.triangles[k] + 6);
 }
 
-TEST(ExtractSurface, NoNormalsWithoutTheFunctionAndBadFaceIndexThrows) {
+TEST(ExtractSurface, NoNormalsWithoutTheFunction) {
     FieldMasterD f;
     f.addBlock(shapes::grid(2, 2, flat, {}).layout, {flat(0, 0), flat(1, 0), flat(0, 1), flat(1, 1)});
     const tundrel::Surface s = tundrel::extractSurface(f);
     EXPECT_TRUE(s.nx.empty());
     EXPECT_EQ(s.triangleCount(), 2u);
+}
 
-    FieldMasterD bad;
+TEST(ExtractSurface, EveryLayerIsAGridOfItsOwn) {
     arrayWorks::BlockLayout l;
-    l.kind = arrayWorks::BlockLayout::Kind::Faces;
-    l.nodes = 3;
-    l.triangles = {0, 1, 3};
-    bad.addBlock(l, {flat(0, 0), flat(1, 0), flat(0, 1)});
-    EXPECT_THROW(tundrel::extractSurface(bad), arrayWorks::IndexError);
+    l.nodes = 12;
+    l.rowLength = 3;
+    l.rows = 2;
+    l.layers = 2;
+    std::vector<V> pos;
+    for (int k = 0; k < 2; ++k)
+        for (int j = 0; j < 2; ++j)
+            for (int i = 0; i < 3; ++i) pos.emplace_back(i, j, 5.0 * k);
+    FieldMasterD f;
+    f.addBlock(l, pos);
+    const tundrel::Surface s = tundrel::extractSurface(f);
+    ASSERT_EQ(s.triangleCount(), 8u);
+    for (std::size_t t = 0; t < 8; ++t)
+        for (std::size_t c = 0; c < 3; ++c) EXPECT_EQ(s.triangles[3 * t + c] / 6, static_cast<int>(t / 4));
+    EXPECT_DOUBLE_EQ(tundrel::nodeArea(f, 0, 6), 0.25);  // a corner of the second layer
+    EXPECT_DOUBLE_EQ(tundrel::nodeArea(f, 0, 4), 0.5);   // an edge of the first
 }
 
 // A unit grid far from the origin, so that single precision alone would not
