@@ -29,5 +29,6 @@ bool saveModel(const std::string& file, const WriteOptions& w, region& reg, regi
 
 
 void addModelCommands(CLI::App& app, int& status);   // convert, info
+void addMeshCommands(CLI::App& app, int& status);    // triangulate, refine, merge, mirror
 
 }  // namespace tundrel::cli
