@@ -40,6 +40,11 @@ struct Format {
 // format's own reader and writer signature.
 const Format kFormats[] = {
     {"apt", [](const std::string& f, region& r, region_fe&) { return read_apt(f, r); }, write_apt},
+    {"fld", [](const std::string& f, region& r, region_fe&) { return read_fld(f, r); },
+     [](const std::string& f, region& r, region_fe&, int first, int last, int precision, bool scientific) {
+         return write_fld(f, r, first, last, precision, scientific);
+     }},
+    {"dat", read_dat, write_dat},
     {"wrl", read_vrml, write_vrml},
 };
 

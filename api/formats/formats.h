@@ -33,6 +33,17 @@ TUNDREL_API bool read_apt(const std::string& file, region& reg);
 TUNDREL_API bool write_apt(const std::string& file, region& reg, region_fe& reg_fe, int first, int last,
                            int precision, bool scientific);
 
+// FLD: a titled list of structured patches with extra variables and the flow
+// conditions; face patches are not written.
+TUNDREL_API bool read_fld(const std::string& file, region& reg);
+TUNDREL_API bool write_fld(const std::string& file, region& reg, int first, int last, int precision, bool scientific);
+
+// DAT (Tecplot ASCII): ordered zones go to and come from `reg`, finite-element
+// zones of triangles (quadrilaterals are split on reading) `reg_fe`.
+TUNDREL_API bool read_dat(const std::string& file, region& reg, region_fe& reg_fe);
+TUNDREL_API bool write_dat(const std::string& file, region& reg, region_fe& reg_fe, int first, int last,
+                           int precision, bool scientific);
+
 // VRML: reads the IndexedFaceSets of a VRML 1.0 or 2.0 file into face patches
 // of `reg_fe` ("PatchVRML_" and the patch's position); writes items as one
 // VRML 2.0 world, structured patches cut into triangles.

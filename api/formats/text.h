@@ -6,7 +6,7 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -18,11 +18,40 @@ namespace tundrel::text {
 // directory, a missing file, a read error).
 TUNDREL_API bool loadFile(const std::string& path, std::string& out);
 
+// What separates tokens besides whitespace. The default is an input
+// stream's view (whitespace only); Tecplot-style files also take commas
+// between values and '#' comments that run to the end of the line.
+struct Separators {
+    bool commas = false;
+    bool hashComments = false;
+};
+
+// A whole regular file's text, mapped into memory where the system allows
+// (no copy), read otherwise. open() is false when the file cannot be opened
+// or read (a directory, a missing file, a read error).
+class TUNDREL_API FileText {
+public:
+    FileText() = default;
+    ~FileText();
+    FileText(const FileText&) = delete;
+    FileText& operator=(const FileText&) = delete;
+
+    bool open(const std::string& path);
+    std::string_view view() const noexcept { return map_ != nullptr ? std::string_view(map_, size_) : copy_; }
+
+private:
+    void release() noexcept;
+    const char* map_ = nullptr;
+    std::size_t size_ = 0;
+    std::string copy_;
+};
+
 // Stream-like scanner over text in memory. A failed read sets a sticky fail
 // state, as an input stream's failbit does; later reads fail too.
 class TUNDREL_API Scanner {
 public:
-    explicit Scanner(std::string_view data) noexcept : begin_(data.data()), p_(data.data()), end_(data.data() + data.size()) {}
+    explicit Scanner(std::string_view data, Separators separators = {}) noexcept
+        : begin_(data.data()), p_(data.data()), end_(data.data() + data.size()), sep_(separators) {}
 
     bool fail() const noexcept { return failed_; }
     bool good() const noexcept { return !failed_; }
@@ -36,8 +65,11 @@ public:
     int peek() const noexcept { return p_ < end_ ? static_cast<unsigned char>(*p_) : -1; }
     void advance(std::size_t n = 1) noexcept { p_ = (static_cast<std::size_t>(end_ - p_) < n) ? end_ : p_ + n; }
 
-    // Skips blanks, tabs, line ends (as std::isspace in the C locale).
+    // Skips blanks, tabs, line ends (as std::isspace in the C locale), and
+    // commas and comments when the separators say so.
     void skipSpace() noexcept;
+    // Skips to just after the next line end (or to the end).
+    void skipLine() noexcept;
 
     // Reads like `stream >> value`: leading whitespace skipped, an optional
     // sign, then the longest number; fails on anything else or on overflow.
@@ -46,14 +78,37 @@ public:
     bool readDouble(double& value) noexcept;
     // Reads like `stream >> word`: the next run of non-whitespace characters.
     bool readWord(std::string_view& word) noexcept;
+
+    // Bulk reads for long lists of numbers. readTable reads `count` doubles
+    // into a table of `width` columns, row by row, starting at number
+    // `first` (number k goes to columns[k % width][k / width]); readInts reads
+    // `count` integers. Both return how many they read and stop before the
+    // first token that is not a number, without setting the fail state.
+    std::size_t readTable(double* const* columns, std::size_t width, std::size_t first,
+                          std::size_t count) noexcept;
+    std::size_t readInts(std::int32_t* out, std::size_t count) noexcept;
     bool readWord(std::string& word);
+
+    // Reads a name: the next run of characters that are neither separators
+    // nor one of = ( ) [ ] ". Fails (sticky) when there is none.
+    bool readName(std::string_view& name) noexcept;
+    // Reads a double-quoted string; inside it \" stands for a quote. Fails
+    // (sticky) when the next token does not start with a quote or the string
+    // is not closed.
+    bool readQuoted(std::string& text);
+    // Skips separators; true and past it when the next character is `c`.
+    bool accept(char c) noexcept;
 
 private:
     const char* begin_;
     const char* p_;
     const char* end_;
+    Separators sep_;
     bool failed_ = false;
 };
+
+// Compares ASCII text ignoring letter case (keywords of text formats).
+TUNDREL_API bool equalsIgnoreCase(std::string_view a, std::string_view b) noexcept;
 
 // Parses a whole token as a double / integer (no trailing characters). Used by
 // readers that split their own tokens.
@@ -65,6 +120,13 @@ TUNDREL_API bool parseInt(std::string_view token, std::int32_t& value) noexcept;
 TUNDREL_API void appendDouble(std::string& out, double value, int precision, bool scientific);
 TUNDREL_API void appendInt(std::string& out, std::int64_t value);
 
+// The same into a buffer with room for kDoubleRoom characters (precision up
+// to kDirectPrecision); returns the end of what was written.
+inline constexpr int kDirectPrecision = 64;
+inline constexpr std::size_t kDoubleRoom = 400;
+TUNDREL_API char* formatDouble(char* out, double value, int precision, bool scientific) noexcept;
+TUNDREL_API char* formatInt(char* out, std::int64_t value) noexcept;
+
 // A buffered output file. A failed open, like a failed write, only shows as
 // good() == false, so writers report both at the end as the formats require.
 class TUNDREL_API Writer {
@@ -74,36 +136,33 @@ public:
     Writer(const Writer&) = delete;
     Writer& operator=(const Writer&) = delete;
 
-    bool opened() const noexcept { return file_ != nullptr; }
-    bool good() const noexcept { return file_ != nullptr && !failed_; }
+    bool opened() const noexcept { return fd_ >= 0; }
+    bool good() const noexcept { return fd_ >= 0 && !failed_; }
     void setFormat(int precision, bool scientific) noexcept {
-        precision_ = precision;
+        precision_ = precision < 0 ? 6 : precision;
         scientific_ = scientific;
     }
 
     Writer& operator<<(double v) {
-        appendDouble(buf_, v, precision_, scientific_);
-        return spill();
+        if (precision_ > kDirectPrecision) return writeSlow(v);
+        room(kDoubleRoom);
+        pos_ = formatDouble(pos_, v, precision_, scientific_);
+        return *this;
     }
-    Writer& operator<<(int v) {
-        appendInt(buf_, v);
-        return spill();
-    }
-    Writer& operator<<(long v) {
-        appendInt(buf_, v);
-        return spill();
-    }
-    Writer& operator<<(long long v) {
-        appendInt(buf_, v);
-        return spill();
-    }
+    Writer& operator<<(int v) { return integer(v); }
+    Writer& operator<<(long v) { return integer(v); }
+    Writer& operator<<(long long v) { return integer(v); }
     Writer& operator<<(char c) {
-        buf_.push_back(c);
-        return spill();
+        room(1);
+        *pos_++ = c;
+        return *this;
     }
     Writer& operator<<(std::string_view s) {
-        buf_.append(s);
-        return spill();
+        if (s.size() > kSlack) return writeLong(s);
+        room(s.size());
+        std::memcpy(pos_, s.data(), s.size());
+        pos_ += s.size();
+        return *this;
     }
     Writer& operator<<(const char* s) { return *this << std::string_view(s); }
     Writer& operator<<(const std::string& s) { return *this << std::string_view(s); }
@@ -113,15 +172,26 @@ public:
     bool close();
 
 private:
-    Writer& spill() {
-        if (buf_.size() >= kChunk) flush();
+    Writer& integer(std::int64_t v) {
+        room(24);
+        pos_ = formatInt(pos_, v);
         return *this;
     }
+    // Makes room for n more characters (n at most kSlack).
+    void room(std::size_t n) {
+        if (static_cast<std::size_t>(limit_ - pos_) < n) flush();
+    }
+    Writer& writeSlow(double v);
+    Writer& writeLong(std::string_view s);
     void flush();
+    void put(const char* data, std::size_t n);
 
     static constexpr std::size_t kChunk = 1 << 20;
-    std::FILE* file_ = nullptr;
-    std::string buf_;
+    static constexpr std::size_t kSlack = 4096;  // room past the chunk for one item
+    int fd_ = -1;
+    char* buf_ = nullptr;
+    char* pos_ = nullptr;
+    char* limit_ = nullptr;
     int precision_ = 6;
     bool scientific_ = false;
     bool failed_ = false;

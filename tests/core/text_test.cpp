@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <charconv>
 #include <cmath>
+#include <cstring>
 #include <iomanip>
 #include <limits>
 #include <sstream>
@@ -83,4 +85,103 @@ TEST(TextFiles, WriterReportsAFailedOpenOnlyAtClose) {
     good.endl();
     EXPECT_TRUE(good.close());
     EXPECT_EQ(testutil::readFile(dir.file("f.txt")), "a 1.00 42\n");
+}
+
+// Tecplot-style separators: commas between values, '#' comments, quoted
+// strings with \" inside, names that stop at = ( ) [ ] ".
+TEST(TextScan, CommasCommentsQuotesAndNames) {
+    text::Scanner s("# a comment, 1 2\n a=\"say \\\"hi\\\"\",3 ,\t4 # tail\nI(x)", text::Separators{true, true});
+    std::string_view name;
+    std::string quoted;
+    double a = 0, b = 0;
+    ASSERT_TRUE(s.readName(name));
+    EXPECT_EQ(name, "a");
+    EXPECT_TRUE(s.accept('='));
+    EXPECT_FALSE(s.accept('='));
+    ASSERT_TRUE(s.readQuoted(quoted));
+    EXPECT_EQ(quoted, "say \"hi\"");
+    EXPECT_TRUE(s.readDouble(a));
+    EXPECT_TRUE(s.readDouble(b));
+    EXPECT_EQ(a, 3);
+    EXPECT_EQ(b, 4);
+    ASSERT_TRUE(s.readName(name));
+    EXPECT_EQ(name, "I");
+    EXPECT_TRUE(s.accept('('));
+    EXPECT_FALSE(s.readQuoted(quoted));  // not a quote: fails and stays failed
+    EXPECT_FALSE(s.readName(name));
+
+    // The default keeps an input stream's view: a comma ends nothing.
+    text::Scanner plain("1,2 # 3");
+    EXPECT_TRUE(plain.readDouble(a));
+    EXPECT_FALSE(plain.readDouble(b));
+
+    text::Scanner open("\"never closed");
+    EXPECT_FALSE(open.readQuoted(quoted));
+    EXPECT_TRUE(text::equalsIgnoreCase("ZoneType", "ZONETYPE"));
+    EXPECT_FALSE(text::equalsIgnoreCase("ZONE", "ZONES"));
+    EXPECT_FALSE(text::equalsIgnoreCase("[", "{"));  // only letters fold
+}
+
+// The printer's and the scanner's own fast paths against an output stream and
+// from_chars, over many values of every magnitude the fast paths take and
+// around their limits (ties, 19 digits, 10^15, 2^53, exponents 22 and 23).
+TEST(TextNumbers, FastPathsAgreeWithStreamsAndFromChars) {
+    std::uint64_t state = 88172645463325252ull;
+    auto next = [&] {
+        state ^= state << 13;
+        state ^= state >> 7;
+        state ^= state << 17;
+        return state;
+    };
+    std::vector<double> values = {0.5, 1.5, 2.5, 0.125, 0.375, -0.0, 5e-324, 999999999999999.9, 1e15, -1e15,
+                                  9007199254740993.0, 0.045, 1.005, 2.675, 1e-7, -4.35, 123.4565};
+    for (int k = 0; k < 5000; ++k) {
+        double v;
+        const std::uint64_t bits = next();
+        std::memcpy(&v, &bits, sizeof v);
+        if (!std::isfinite(v)) continue;
+        const int scale = static_cast<int>(next() % 40) - 20;
+        int exponent = 0;
+        values.push_back(std::ldexp(std::frexp(v, &exponent), scale * 3));  // 1e-18 .. 1e17
+        values.push_back(static_cast<double>(next() % 100000000) / 1000.0);  // ties and short decimals
+    }
+    for (double v : values)
+        for (int precision : {0, 1, 2, 3, 6, 9, 10}) {
+            std::ostringstream o;
+            o.precision(precision);
+            o.setf(std::ios::fixed);
+            o << v;
+            std::string mine;
+            text::appendDouble(mine, v, precision, false);
+            ASSERT_EQ(mine, o.str()) << v << " p=" << precision;
+
+            // Reading the printed text back gives what from_chars gives.
+            for (const std::string& s : {mine, [&] {
+                                              std::ostringstream e;
+                                              e.precision(precision + 8);
+                                              e.setf(std::ios::scientific);
+                                              e << v;
+                                              return e.str();
+                                          }()}) {
+                double want = 0, got = 0;
+                std::from_chars(s.data(), s.data() + s.size(), want);
+                ASSERT_TRUE(text::parseDouble(s, got)) << s;
+                ASSERT_EQ(std::memcmp(&got, &want, sizeof got), 0) << s;
+            }
+        }
+    for (std::int64_t v : {std::int64_t{0}, std::int64_t{-7}, std::int64_t{9999}, std::int64_t{10000},
+                           std::numeric_limits<std::int64_t>::min(), std::numeric_limits<std::int64_t>::max()}) {
+        std::string mine;
+        text::appendInt(mine, v);
+        EXPECT_EQ(mine, std::to_string(v));
+    }
+    const char* edges[] = {"9007199254740992", "9007199254740993", "1234567890123456789", "12345678901234567890",
+                           "1e22",  "1e23", "4.9e-324", "0.0000000000000000000000123", "00000000000000000000001.5",
+                           "1.e5", "-0", "0e99999"};
+    for (const char* s : edges) {
+        double want = 0, got = 0;
+        std::from_chars(s, s + std::strlen(s), want);
+        ASSERT_TRUE(text::parseDouble(s, got)) << s;
+        EXPECT_EQ(std::memcmp(&got, &want, sizeof got), 0) << s;
+    }
 }

@@ -1,0 +1,355 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "api/TundrelApi.h"
+#include "api/formats/date.h"
+#include "tests/test_util.h"
+
+using testutil::HostTest;
+
+namespace {
+
+std::vector<std::string> names(const PatchBase& p) {
+    std::vector<std::string> out;
+    for (int k = 0; k < p.variableCount(); ++k) out.push_back(p.variable(k).name);
+    return out;
+}
+
+std::vector<double> column(const PatchBase& p, const std::string& name) {
+    const NodeVariable* v = p.findVariable(name);
+    return v ? v->values : std::vector<double>{};
+}
+
+std::shared_ptr<FacePatch> facePatch(std::vector<std::int32_t> index, int faces, int nodes) {
+    auto f = std::make_shared<FacePatch>(nodes, static_cast<int>(index.size()), faces);
+    f->faceIndex = std::move(index);
+    auto& x = f->addVariable("x");
+    auto& y = f->addVariable("y");
+    auto& z = f->addVariable("z");
+    auto& t = f->addVariable("T");
+    for (int n = 0; n < nodes; ++n) {
+        const auto k = static_cast<std::size_t>(n);
+        x.values[k] = n;
+        y.values[k] = 10 + n;
+        z.values[k] = 20 + n;
+        t.values[k] = 0.25 * n;
+    }
+    return f;
+}
+
+const std::string kWingLines =
+    "TITLE = \"wing\"\n"
+    "VARIABLES = \"x\",\"y\",\"z\",\"cp\"\n"
+    "ZONE  T=\"P1\",I=3,J=2,K=1,F= POINT\n"
+    "  0.00  0.00  0.00  10.00\n"
+    "  1.00  0.00  0.00  11.00\n"
+    "  2.00  0.00  0.00  12.00\n"
+    "  0.00  1.00  0.00  13.00\n"
+    "  1.00  1.00  0.50  14.00\n"
+    "  2.00  1.00  1.00  15.00";
+
+}  // namespace
+
+class Dat : public HostTest {
+protected:
+    region reg;
+    region_fe fe;
+
+    void wing() {
+        reg.name = "wing";
+        auto p = testutil::gridPatch(3, 2, {"cp"});
+        p->name = "P1";
+        reg.append(p);
+    }
+    std::string written(const std::string& name, int precision = 2, bool scientific = false) {
+        EXPECT_TRUE(export_data(dir.file(name), precision, false, scientific, reg, fe));
+        return testutil::readFile(dir.file(name));
+    }
+};
+
+TEST_F(Dat, WritesTheZoneLinesAndValuesWithoutAClosingLineEnd) {
+    wing();
+    EXPECT_EQ(written("w.dat"), kWingLines);
+}
+
+TEST_F(Dat, FlowConditionsFollowTheLastValueDirectly) {
+    wing();
+    reg.Mach = 0.8;
+    reg.alpha = 4;
+    EXPECT_EQ(written("w.dat"), kWingLines +
+                                    "TEXT CS=FRAME,C=BLACK,S=LOCAL,X=1.,Y=1.,HU=POINT,LS=1,AN=LEFT,BXM=20,LT=0.1\n"
+                                    "BXO=BLACK,BXF=WHITE,F=HELV-BOLD,H=14,A=0,MFC=\"\"\n"
+                                    "T=\"mach=0.80, alpha=4.00, beta=0.00\"\n");
+    for (double mach : {0.0, -1.0, std::nan("")}) {
+        reg.Mach = mach;
+        EXPECT_EQ(written("w.dat"), kWingLines) << mach;
+    }
+}
+
+TEST_F(Dat, FacesAreOneBasedTrianglesAndLowValuesAreZero) {
+    auto f = facePatch({0, 1, 2, -1, 2, 1, 3, -1, -1, 0, 3, 1, 2, 1, 2, 3, -1}, 4, 4);
+    f->variable(2).values[1] = -2e9;
+    fe.append(f);
+    fe.name = "faces";
+    auto p = testutil::gridPatch(1, 1);
+    p->variable(0).values[0] = -1.5e9;
+    reg.append(p);
+    // A face of four nodes leaves its fourth to start the next face; runs of
+    // -1 after a face are skipped.
+    EXPECT_EQ(written("f.dat", 0),
+              "TITLE = \"" + tundrel::strdate() + "\"\nVARIABLES = \"x\",\"y\",\"z\"\n"
+              "ZONE I=1,J=1,K=1,F= POINT\n  0  0  0\n"
+              "ZONE N=4,E=4,ET= TRIANGLE,F= FEPOINT\n"
+              "  0  10  20\n  1  11  0\n  2  12  22\n  3  13  23\n"
+              "  1  2  3\n  3  2  4\n  1  4  2\n  3  2  3");
+    EXPECT_EQ(reg.name, "");  // the date title is not stored
+
+    // Written alone, the face patch takes its title from the face mesh.
+    ASSERT_TRUE(write_dat(dir.file("g.dat"), reg, fe, 1, 1, 0, false));
+    EXPECT_EQ(testutil::readFile(dir.file("g.dat")).substr(0, 17), "TITLE = \"faces\"\nV");
+}
+
+TEST_F(Dat, WriterFailures) {
+    EXPECT_FALSE(export_data(dir.file("e.dat"), 6, false, false, reg, fe));  // nothing to write
+    wing();
+    fe.append(facePatch({-1, 0, 1, 2, -1}, 1, 3));
+    EXPECT_FALSE(write_dat(dir.file("e.dat"), reg, fe, -1, 0, 6, false));
+    EXPECT_FALSE(write_dat(dir.file("e.dat"), reg, fe, 1, 0, 6, false));
+    EXPECT_FALSE(write_dat(dir.file("e.dat"), reg, fe, 0, 2, 6, false));
+    EXPECT_FALSE(write_dat(dir.file("e.dat"), reg, fe, 0, 1, 6, false));  // the face list starts with -1
+    EXPECT_TRUE(std::filesystem::exists(dir.file("e.dat")));             // partly written, left on disk
+    EXPECT_FALSE(write_dat(dir.file("no/dir/e.dat"), reg, fe, 0, 0, 6, false));
+    EXPECT_EQ(messages(), (std::vector<std::string>{"Dummy Error", "Dummy Error", "Dummy Error", "Dummy Error",
+                                                    "Logical Error. Index has negative value",
+                                                    "It's impossible to close DAT file"}));
+}
+
+// Everything write_dat writes reads back: geometry, names, variables, flow
+// conditions of both objects, in fixed and scientific notation.
+class DatRoundTrip : public HostTest, public ::testing::WithParamInterface<bool> {};
+
+TEST_P(DatRoundTrip, KeepsGeometryNamesVariablesAndFlow) {
+    region reg;
+    region_fe fe;
+    reg.name = "model A";
+    reg.Mach = 0.75;
+    reg.alpha = -2.5;
+    reg.beta = 1;
+    auto a = testutil::gridPatch(4, 3, {"T"});
+    a->name = "upper side";
+    a->variable(3).values[5] = std::nan("");
+    a->variable(0).values[0] = std::numeric_limits<double>::infinity();  // the zone's first value
+    reg.append(a);
+    reg.append(testutil::gridPatch(2, 5, {"T"}));  // unnamed
+    fe.Mach = 0.3;
+    fe.alpha = 7;
+    fe.append(facePatch({0, 1, 2, -1, 1, 3, 2, -1}, 2, 4));
+    auto second = facePatch({0, 2, 1, -1}, 1, 3);
+    second->name = "cap";
+    fe.append(second);
+    ASSERT_TRUE(export_data(dir.file("m.dat"), 17, false, GetParam(), reg, fe));
+
+    region r;
+    region_fe f;
+    ASSERT_TRUE(import_data(dir.file("m.dat"), false, r, f)) << messages()[0];
+    EXPECT_EQ(r.name, "model A");
+    EXPECT_EQ(f.name, "model A");
+    EXPECT_EQ(r.Mach, 0.75);
+    EXPECT_EQ(r.alpha, -2.5);
+    EXPECT_EQ(r.beta, 1);
+    EXPECT_EQ(f.Mach, 0.3);
+    EXPECT_EQ(f.alpha, 7);
+    ASSERT_EQ(r.patchCount(), 2);
+    ASSERT_EQ(f.patchCount(), 2);
+    for (int k = 0; k < 2; ++k) {
+        const StructPatch& in = reg.patch(k);
+        const StructPatch& out = r.patch(k);
+        EXPECT_EQ(out.name, in.name);
+        EXPECT_EQ(std::vector<int>({out.I, out.J, out.K}), std::vector<int>({in.I, in.J, in.K}));
+        EXPECT_EQ(names(out), names(in));
+        for (int v = 0; v < in.variableCount(); ++v)
+            for (std::size_t n = 0; n < in.variable(v).values.size(); ++n) {
+                const double want = in.variable(v).values[n], got = out.variable(v).values[n];
+                if (std::isnan(want)) EXPECT_TRUE(std::isnan(got));
+                else EXPECT_EQ(got, want) << v << " " << n;
+            }
+    }
+    for (int k = 0; k < 2; ++k) {
+        const FacePatch& in = fe.patch(k);
+        const FacePatch& out = f.patch(k);
+        EXPECT_EQ(out.name, in.name);
+        EXPECT_EQ(out.nodes, in.nodes);
+        EXPECT_EQ(out.faces, in.faces);
+        EXPECT_EQ(out.indexLength, 4 * in.faces);
+        EXPECT_EQ(out.faceIndex, in.faceIndex);
+        EXPECT_EQ(names(out), names(in));
+        for (int v = 0; v < in.variableCount(); ++v) EXPECT_EQ(out.variable(v).values, in.variable(v).values);
+    }
+    EXPECT_TRUE(messages().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Notation, DatRoundTrip, ::testing::Values(false, true),
+                         [](const auto& info) { return info.param ? "scientific" : "fixed"; });
+
+TEST_F(Dat, ReadsAClassicStyleFile) {
+    reg.append(testutil::gridPatch(2, 2));  // readers append
+    ASSERT_TRUE(import_data(testutil::dataFile("classic.dat"), false, reg, fe)) << messages()[0];
+    ASSERT_EQ(reg.patchCount(), 3);
+    EXPECT_EQ(reg.name, "Classic wing");
+    const StructPatch& upper = reg.patch(1);
+    EXPECT_EQ(upper.name, "upper");
+    EXPECT_EQ(std::vector<int>({upper.I, upper.J, upper.K}), std::vector<int>({3, 2, 1}));
+    EXPECT_EQ(names(upper), (std::vector<std::string>{"X", "Y", "Z", "Cp"}));
+    EXPECT_EQ(column(upper, "Cp"), (std::vector<double>{-0.5, -0.25, 0, 0.1, 0.2, 0.3}));
+    EXPECT_EQ(column(upper, "Z"), (std::vector<double>{0, 0, 0, 0, 0.5, 1}));
+    const StructPatch& flap = reg.patch(2);
+    EXPECT_EQ(flap.name, "flap");
+    EXPECT_EQ(column(flap, "X"), (std::vector<double>{0, 1, 0, 1}));
+    EXPECT_EQ(column(flap, "Y"), (std::vector<double>{5, 5, 6, 6}));
+    EXPECT_EQ(column(flap, "Cp"), (std::vector<double>{1, 2, 3, 4}));
+
+    ASSERT_EQ(fe.patchCount(), 2);
+    const FacePatch& tail = fe.patch(0);
+    EXPECT_EQ(tail.name, "tail");
+    EXPECT_EQ(tail.nodes, 5);
+    EXPECT_EQ(column(tail, "Cp"), (std::vector<double>{1, 2, 3, 4, 5}));
+    // 1 2 3 4 is two triangles; 2 5 3 3 repeats its third node: one.
+    EXPECT_EQ(tail.faces, 3);
+    EXPECT_EQ(tail.faceIndex, (std::vector<std::int32_t>{0, 1, 2, -1, 0, 2, 3, -1, 1, 4, 2, -1}));
+    const FacePatch& block = fe.patch(1);
+    EXPECT_EQ(block.name, "");
+    EXPECT_EQ(column(block, "Y"), (std::vector<double>{0, 0, 1}));
+    EXPECT_EQ(column(block, "Cp"), (std::vector<double>{-1, -2, -3}));
+    EXPECT_EQ(block.faceIndex, (std::vector<std::int32_t>{0, 2, 1, -1}));
+    EXPECT_EQ(fe.name, "Classic wing");
+    EXPECT_EQ(reg.Mach, 0);  // a text record of someone else's
+}
+
+TEST_F(Dat, ReadsACurrentStyleFile) {
+    ASSERT_TRUE(import_data(testutil::dataFile("current.dat"), false, reg, fe)) << messages()[0];
+    ASSERT_EQ(fe.patchCount(), 2);
+    const FacePatch& panel = fe.patch(0);
+    EXPECT_EQ(panel.name, "panel");
+    EXPECT_EQ(names(panel), (std::vector<std::string>{"X", "Y", "Z", "Pressure"}));
+    EXPECT_EQ(column(panel, "X"), (std::vector<double>{0, 1, 1, 0}));
+    EXPECT_EQ(column(panel, "Y"), (std::vector<double>{0, 0, 1, 1}));
+    EXPECT_EQ(column(panel, "Pressure"), (std::vector<double>{1.5e5, 1.25e5, 1e5, -2.5e-3}));
+    EXPECT_EQ(panel.faceIndex, (std::vector<std::int32_t>{0, 1, 2, -1, 0, 2, 3, -1}));
+    const FacePatch& cap = fe.patch(1);
+    EXPECT_EQ(column(cap, "Pressure"), (std::vector<double>{10, 11, 12, 13, 14}));
+    EXPECT_EQ(cap.faceIndex, (std::vector<std::int32_t>{0, 1, 2, -1, 0, 2, 3, -1, 1, 4, 2, -1}));
+    EXPECT_EQ(cap.faces, 3);
+    ASSERT_EQ(reg.patchCount(), 1);
+    const StructPatch& nose = reg.patch(0);
+    EXPECT_EQ(nose.name, "nose");
+    EXPECT_EQ(column(nose, "Y"), (std::vector<double>{0, 0, 1, 1}));
+    EXPECT_EQ(column(nose, "Pressure"), (std::vector<double>{9, 8, 7, 6}));
+    EXPECT_EQ(reg.name, "Current style");
+}
+
+TEST_F(Dat, PackingDefaultsByStyleAndFlowGoesToTheZoneOwner) {
+    // Current keywords without DATAPACKING: block; classic ones: point.
+    testutil::writeFile(dir.file("d.dat"),
+                        "VARIABLES=x y z\nZONE NODES=3 ELEMENTS=1 ZONETYPE=FETRIANGLE\n0 1 0  0 0 1  5 5 5\n1 2 3\n"
+                        "TEXT T=\"mach=0.5, alpha=2, beta=-1\"\n"
+                        "zone i=2\n1 2 3 4 5 6");
+    ASSERT_TRUE(import_data(dir.file("d.dat"), false, reg, fe));
+    EXPECT_EQ(column(fe.patch(0), "y"), (std::vector<double>{0, 0, 1}));
+    EXPECT_EQ(column(reg.patch(0), "z"), (std::vector<double>{3, 6}));
+    EXPECT_EQ(fe.Mach, 0.5);
+    EXPECT_EQ(fe.beta, -1);
+    EXPECT_EQ(reg.Mach, 0);
+    EXPECT_EQ(reg.name, "");  // no title in the file
+}
+
+// Failures: which message, and how many zones were kept before it.
+struct DatFailure {
+    const char* name;
+    std::string text;
+    const char* message;
+    int patches;
+    int faces;
+};
+
+void PrintTo(const DatFailure& c, std::ostream* os) { *os << c.name; }
+
+class DatReadFailures : public HostTest, public ::testing::WithParamInterface<DatFailure> {};
+
+TEST_P(DatReadFailures, EndWithTheFormatsMessage) {
+    const DatFailure& c = GetParam();
+    testutil::writeFile(dir.file("bad.dat"), c.text);
+    region reg;
+    region_fe fe;
+    EXPECT_FALSE(import_data(dir.file("bad.dat"), false, reg, fe));
+    EXPECT_EQ(messages(), std::vector<std::string>{c.message});
+    if (c.patches < 0) {  // some, not all
+        EXPECT_GT(reg.patchCount(), 0);
+        EXPECT_LT(reg.patchCount(), 2000);
+    } else {
+        EXPECT_EQ(reg.patchCount(), c.patches);
+    }
+    EXPECT_EQ(fe.patchCount(), c.faces);
+}
+
+const char* kTitle = "Error in the Header of DAT file. Parameter TITLE is absent";
+const char* kVars = "Error in the Header of DAT file. Parameter VARIABLES is absent";
+const char* kWrong = "Error in the Header of DAT file. Wrong names of variables";
+const char* kFew = "Error in the Header of DAT file. The number of variables <3";
+const char* kUnreadable = "Error in the Header of DAT file. It's impossible to read variables from header";
+const char* kZone = "Error in DAT file. It's impossible to read attributes of ZONE";
+const char* kNo3D = "Error in DAT structure. No 3D surfaces are found";
+const std::string kHead = "TITLE=\"t\"\nVARIABLES=\"x\",\"y\",\"z\"\n";
+const std::string kGood = kHead + "ZONE I=1\n1 2 3\n";
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, DatReadFailures,
+    ::testing::Values(
+        DatFailure{"empty", "", kTitle, 0, 0}, DatFailure{"plainNumbers", "1 2 3\n", kTitle, 0, 0},
+        DatFailure{"titleWithoutText", "TITLE =\nVARIABLES = x y z\n", kTitle, 0, 0},
+        DatFailure{"noVariables", "TITLE=\"t\"\nZONE I=1\n1 2 3\n", kVars, 0, 0},
+        DatFailure{"twiceTheSameName", "VARIABLES=\"x\",\"y\",\"x\",\"z\"\n", kWrong, 0, 0},
+        DatFailure{"emptyName", "VARIABLES=\"x\",\"\",\"y\",\"z\"\n", kWrong, 0, 0},
+        DatFailure{"twoVariables", "VARIABLES=\"x\",\"y\"\nZONE I=1\n1 2\n", kFew, 0, 0},
+        DatFailure{"openQuote", "VARIABLES=\"x\",\"y\",\"z\n", kUnreadable, 0, 0},
+        DatFailure{"noEquals", "VARIABLES \"x\",\"y\",\"z\"\n", kUnreadable, 0, 0},
+        DatFailure{"noZ", "VARIABLES=\"x\",\"y\",\"p\"\nZONE I=1\n1 2 3\n", kNo3D, 0, 0},
+        DatFailure{"noZones", kHead, kNo3D, 0, 0},
+        DatFailure{"solutionFile", "FILETYPE=SOLUTION\n" + kHead, kNo3D, 0, 0},
+        DatFailure{"negativeCount", kGood + "ZONE I=-1\n", kZone, 1, 0},
+        DatFailure{"countsOverflow", kGood + "ZONE I=2147483647, J=2147483647\n1 2 3\n", kZone, 1, 0},
+        DatFailure{"moreNodesThanTheFileHolds", kGood + "ZONE N=100000000, E=1, F=FEPOINT, ET=TRIANGLE\n1 2 3\n",
+                   kZone, 1, 0},
+        DatFailure{"moreElementsThanTheFileHolds",
+                   kGood + "ZONE N=3, E=2000000000, ZONETYPE=FETRIANGLE\n0 0 0 1 1 1 2 2 2\n1 2 3\n", kZone, 1, 0},
+        DatFailure{"nodeNumberTooLarge", kGood + "ZONE N=3, E=1, ZONETYPE=FETRIANGLE\n0 0 0 1 1 1 2 2 2\n1 2 4\n",
+                   kZone, 1, 0},
+        DatFailure{"nodeNumberZero", kGood + "ZONE N=3, E=1, ZONETYPE=FETRIANGLE\n0 0 0 1 1 1 2 2 2\n0 1 2\n",
+                   kZone, 1, 0},
+        DatFailure{"volumeCells", kGood + "ZONE N=4, E=1, ZONETYPE=FETETRAHEDRON\n", kZone, 1, 0},
+        DatFailure{"classicVolumeCells", kGood + "ZONE N=4, E=1, F=FEPOINT, ET=BRICK\n", kZone, 1, 0},
+        DatFailure{"elementTypeMissing", kGood + "ZONE N=3, E=1, F=FEPOINT\n", kZone, 1, 0},
+        DatFailure{"cellCentred", kGood + "ZONE I=1, DATAPACKING=BLOCK, VARLOCATION=([3]=CELLCENTERED)\n1 2 3\n",
+                   kZone, 1, 0},
+        DatFailure{"sharedVariables", kGood + "ZONE I=1, VARSHARELIST=([1-2]=1)\n3\n", kZone, 1, 0},
+        DatFailure{"shortData", kGood + "ZONE I=2\n1 2 3 4 5\n", kZone, 1, 0},
+        DatFailure{"damagedNumber", kGood + "ZONE I=1\n1 2x 3\n", kZone, 1, 0},
+        DatFailure{"moreDataThanCounted", kGood + "ZONE I=1\n1 2 3 4\n", kZone, 2, 0},
+        DatFailure{"attributeWithoutValue", kGood + "ZONE I 3\n", kZone, 1, 0},
+        DatFailure{"unknownPacking", kGood + "ZONE I=1, F=SOMETHING\n1 2 3\n", kZone, 1, 0},
+        DatFailure{"manyEmptyZonesOfManyVariables",
+                   [] {
+                       std::string s = "VARIABLES = x y z";
+                       for (int k = 0; k < 2000; ++k) s += " v" + std::to_string(k);
+                       s += "\n";
+                       for (int k = 0; k < 2000; ++k) s += "ZONE I=0\n";
+                       return s;
+                   }(),
+                   kZone, -1, 0}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(Dat, UnopenableFile) {
+    EXPECT_FALSE(import_data(dir.file("missing.dat"), false, reg, fe));
+    EXPECT_EQ(messages(), std::vector<std::string>{"It's impossible to open DAT file"});
+}

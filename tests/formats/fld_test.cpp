@@ -1,0 +1,165 @@
+#include <gtest/gtest.h>
+
+#include "api/TundrelApi.h"
+#include "api/formats/date.h"
+#include "tests/test_util.h"
+
+using testutil::HostTest;
+
+namespace {
+
+const std::string kWing =
+    "wing\n"
+    "   1   1     cp\n"
+    "2 3 WALL  WALL  WALL  WALL\n"
+    "0 0 0 -0.5\n1 0 0 -0.25\n2 0 0 0\n"
+    "0 1 0 0.125\n1 1 0.5 0.25\n2 1 1 0.375\n"
+    "0.8 4 0";
+
+}  // namespace
+
+class Fld : public HostTest {
+protected:
+    region reg;
+    region_fe fe;
+};
+
+TEST_F(Fld, ReadsTheWingAndWritesItBackByteForByte) {
+    testutil::writeFile(dir.file("in.fld"), kWing);
+    reg.append(testutil::gridPatch(2, 2));  // readers append
+    ASSERT_TRUE(import_data(dir.file("in.fld"), false, reg, fe));
+    ASSERT_EQ(reg.patchCount(), 2);
+    const StructPatch& p = reg.patch(1);
+    EXPECT_EQ(p.name, "Patch_0");  // counted within the file
+    EXPECT_EQ(std::vector<int>({p.I, p.J, p.K}), std::vector<int>({3, 2, 1}));
+    ASSERT_EQ(p.variableCount(), 4);
+    EXPECT_EQ(p.variable(3).name, "cp");
+    EXPECT_EQ(p.variable(3).values, (std::vector<double>{-0.5, -0.25, 0, 0.125, 0.25, 0.375}));
+    EXPECT_EQ(p.variable(2).values[4], 0.5);
+    EXPECT_EQ(reg.name, "wing");
+    EXPECT_EQ(reg.Mach, 0.8);
+    EXPECT_EQ(reg.alpha, 4);
+    EXPECT_EQ(reg.beta, 0);
+
+    ASSERT_TRUE(write_fld(dir.file("out.fld"), reg, 1, 1, 3, false));
+    EXPECT_EQ(testutil::readFile(dir.file("out.fld")),
+              "wing\n   1   1     cp\n2 3 WALL  WALL  WALL  WALL\n"
+              "0.000 0.000 0.000  -0.500\n1.000 0.000 0.000  -0.250\n2.000 0.000 0.000  0.000\n"
+              "0.000 1.000 0.000  0.125\n1.000 1.000 0.500  0.250\n2.000 1.000 1.000  0.375\n"
+              "0.800 4.000 0.000");
+    EXPECT_TRUE(messages().empty());
+}
+
+TEST_F(Fld, RoundTripThroughExport) {
+    reg.name = "model";
+    reg.Mach = 0.3;
+    reg.alpha = -1.25;
+    reg.beta = 2;
+    reg.append(testutil::gridPatch(3, 4, {"cp", "T"}));
+    auto second = testutil::gridPatch(2, 2, {"cp", "T"});
+    second->variable(3).values = {1e-300, -1e300, 1.0 / 3.0, -0.0};
+    reg.append(second);
+    fe.append(std::make_shared<FacePatch>(3, 4, 1));  // FLD export leaves faces out
+    ASSERT_TRUE(export_data(dir.file("m.fld"), 17, false, true, reg, fe));
+
+    region back;
+    ASSERT_TRUE(import_data(dir.file("m.fld"), false, back, fe));
+    EXPECT_EQ(back.name, "model");
+    EXPECT_EQ(back.Mach, 0.3);
+    EXPECT_EQ(back.alpha, -1.25);
+    EXPECT_EQ(back.beta, 2);
+    ASSERT_EQ(back.patchCount(), 2);
+    for (int k = 0; k < 2; ++k) {
+        const StructPatch& in = reg.patch(k);
+        const StructPatch& out = back.patch(k);
+        EXPECT_EQ(out.name, "Patch_" + std::to_string(k));
+        EXPECT_EQ(out.I, in.I);
+        EXPECT_EQ(out.J, in.J);
+        for (const char* name : {"x", "y", "z", "cp", "T"})
+            EXPECT_EQ(out.findVariable(name)->values, in.findVariable(name)->values) << k << name;
+    }
+}
+
+TEST_F(Fld, EmptyTitleBecomesTodaysDateInTheRegion) {
+    reg.append(testutil::gridPatch(1, 1));
+    ASSERT_TRUE(export_data(dir.file("d.fld"), 0, false, false, reg, fe));
+    EXPECT_EQ(reg.name, tundrel::strdate());
+    EXPECT_EQ(testutil::readFile(dir.file("d.fld")), reg.name + "\n   1   0\n1 1 WALL  WALL  WALL  WALL\n0 0 0\n0 0 0");
+}
+
+TEST_F(Fld, VolumePatchesAreSkippedButCounted) {
+    reg.name = "v";
+    reg.append(testutil::gridPatch(1, 1));
+    auto volume = std::make_shared<StructPatch>(1, 1, 2);
+    volume->addVariable("x");
+    volume->addVariable("y");
+    volume->addVariable("z");
+    reg.append(volume);
+    ASSERT_TRUE(export_data(dir.file("v.fld"), 0, false, false, reg, fe));
+    EXPECT_EQ(testutil::readFile(dir.file("v.fld")), "v\n   2   0\n1 1 WALL  WALL  WALL  WALL\n0 0 0\n0 0 0");
+    // A skipped first patch writes no header at all.
+    ASSERT_TRUE(write_fld(dir.file("w.fld"), reg, 1, 1, 0, false));
+    EXPECT_EQ(testutil::readFile(dir.file("w.fld")), "\n0 0 0");
+}
+
+TEST_F(Fld, WriterChecks) {
+    EXPECT_FALSE(export_data(dir.file("e.fld"), 6, false, false, reg, fe));  // no patches
+    auto noZ = std::make_shared<StructPatch>(1, 1, 1);
+    noZ->addVariable("X");
+    noZ->addVariable("Y");
+    noZ->addVariable("cp");
+    reg.append(noZ);
+    reg.append(testutil::gridPatch(2, 2));
+    EXPECT_FALSE(write_fld(dir.file("e.fld"), reg, -1, 0, 6, false));
+    EXPECT_FALSE(write_fld(dir.file("e.fld"), reg, 1, 0, 6, false));
+    EXPECT_FALSE(write_fld(dir.file("e.fld"), reg, 0, 2, 6, false));
+    EXPECT_FALSE(write_fld(dir.file("e.fld"), reg, 1, 1, 6, false));  // the first patch decides
+    region none;
+    none.append(std::make_shared<StructPatch>(1, 1, 1));  // no variables at all
+    EXPECT_FALSE(write_fld(dir.file("e.fld"), none, 0, 0, 6, false));
+    region ok;
+    ok.append(testutil::gridPatch(1, 1));
+    EXPECT_FALSE(write_fld(dir.file("no/dir/e.fld"), ok, 0, 0, 6, false));
+    const char* header = "Error in Header. No predefined variables X or Y or Z are found";
+    EXPECT_EQ(messages(), (std::vector<std::string>{"Dummy Error", "Dummy Error", "Dummy Error", "Dummy Error",
+                                                    header, header, "It's impossible to close FLD file"}));
+}
+
+// How reading ends: patches kept so far, the message, the flow conditions.
+struct FldEnd {
+    const char* name;
+    std::string text;
+    int patches;
+};
+
+void PrintTo(const FldEnd& c, std::ostream* os) { *os << c.name; }
+
+class FldDamaged : public HostTest, public ::testing::WithParamInterface<FldEnd> {};
+
+TEST_P(FldDamaged, KeepsWhatWasReadAndFails) {
+    const FldEnd& c = GetParam();
+    testutil::writeFile(dir.file("bad.fld"), c.text);
+    region reg;
+    region_fe fe;
+    EXPECT_FALSE(import_data(dir.file("bad.fld"), false, reg, fe));
+    EXPECT_EQ(reg.patchCount(), c.patches);
+    EXPECT_EQ(messages(), std::vector<std::string>{"It's impossible to close FLD file"});
+}
+
+const std::string kPatchless = kWing.substr(0, kWing.find("2 3 WALL"));
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, FldDamaged,
+    ::testing::Values(FldEnd{"empty", "", 0}, FldEnd{"noFlowConditions", kWing.substr(0, kWing.rfind('\n')), 1},
+                      FldEnd{"shortPointList", kWing.substr(0, kWing.find("2 1 1")), 1},  // appended anyway
+                      FldEnd{"fewerPatchesThanCounted", "w 2 0\n1 1 WALL WALL WALL WALL\n0 0 0\n0.5 0 0", 1},
+                      FldEnd{"negativeCounts", kPatchless + "-2 3 WALL  WALL  WALL  WALL\n", 0},
+                      FldEnd{"countsOverflow", kPatchless + "2147483647 2147483647 W W W W\n1 2 3 4\n", 0},
+                      FldEnd{"moreThanTheFileHolds", kPatchless + "30000 30000 W W W W\n1 2 3 4\n", 0},
+                      FldEnd{"moreNamesThanTheFileHolds", "w 1 2000000000 cp\n", 0}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(Fld, UnopenableFile) {
+    EXPECT_FALSE(import_data(dir.file("missing.fld"), false, reg, fe));
+    EXPECT_EQ(messages(), std::vector<std::string>{"It is impossible to open selected FLD file"});
+}
