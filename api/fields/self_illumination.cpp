@@ -240,7 +240,7 @@ struct Row {
 
 // Row i without the obstruction test: the sum i receives; col[j] gets what j
 // receives from i. Written for the vectoriser: flat arrays, no branches.
-double openRow(const Row& R, std::size_t i, std::size_t M, double* __restrict col, double ratio, double sqrtPi) {
+__attribute__((target_clones("avx512f", "avx2", "default"))) double openRow(const Row& R, std::size_t i, std::size_t M, double* __restrict col, double ratio, double sqrtPi) {
     TUNDREL_ROW_CONSTANTS(i);
     double sum = 0.0;
 #pragma omp simd reduction(+ : sum)
