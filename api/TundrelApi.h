@@ -14,3 +14,7 @@
 #include "api/fields/self_illumination.h"
 #include "api/mesh/normals.h"
 #include "api/zvec.h"
+#include "api/markers.h"
+#include "api/markersImport.h"
+#include "api/IOdom.h"
+#include "dialogs/dialogs.h"

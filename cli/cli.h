@@ -29,6 +29,7 @@ bool saveModel(const std::string& file, const WriteOptions& w, region& reg, regi
 
 
 void addModelCommands(CLI::App& app, int& status);   // convert, info
+void addMarkersCommand(CLI::App& app, int& status);  // markers
 void addMeshCommands(CLI::App& app, int& status);    // triangulate, refine, merge, mirror
 
 }  // namespace tundrel::cli

@@ -13,6 +13,7 @@ int main(int argc, char** argv) {
     app.add_flag("--interactive", host.interactive, "Ask the parameters of dialogs on the terminal");
 
     tundrel::cli::addModelCommands(app, status);
+    tundrel::cli::addMarkersCommand(app, status);
     tundrel::cli::addMeshCommands(app, status);
 
     try {

@@ -1,0 +1,95 @@
+// tundrel markers
+#include <charconv>
+#include <cmath>
+#include <iomanip>
+#include <iostream>
+#include <sstream>
+
+#include "cli/cli.h"
+
+namespace tundrel::cli {
+
+namespace {
+
+std::string markersJsonString(const std::string& s) {
+    std::ostringstream o;
+    o << '"';
+    for (unsigned char c : s) {
+        switch (c) {
+            case '"': o << "\\\""; break;
+            case '\\': o << "\\\\"; break;
+            case '\n': o << "\\n"; break;
+            case '\r': o << "\\r"; break;
+            case '\t': o << "\\t"; break;
+            default:
+                if (c < 0x20) o << "\\u" << std::hex << std::setw(4) << std::setfill('0') << int(c) << std::dec;
+                else o << c;
+        }
+    }
+    o << '"';
+    return o.str();
+}
+
+// The shortest text that reads back as the same double.
+std::string markersJsonNumber(double v) {
+    if (!std::isfinite(v)) return "null";
+    char buf[32];
+    const auto r = std::to_chars(buf, buf + sizeof buf, v);
+    return std::string(buf, r.ptr);
+}
+
+const char* jsonBool(bool b) { return b ? "true" : "false"; }
+
+void printMarkers(const markers& set, bool json) {
+    std::ostream& o = std::cout;
+    if (json) {
+        o << "{\"name\": " << markersJsonString(set.name) << ", \"hasX\": " << jsonBool(set.hasX)
+          << ", \"hasY\": " << jsonBool(set.hasY) << ", \"hasZ\": " << jsonBool(set.hasZ)
+          << ", \"hasValue\": " << jsonBool(set.hasValue) << ", \"markers\": [";
+        for (int i = 0; i < set.count(); ++i) {
+            const marker& m = set[i];
+            o << (i ? ", " : "") << "{\"number\": " << m.number << ", \"x\": " << markersJsonNumber(m.x)
+              << ", \"y\": " << markersJsonNumber(m.y) << ", \"z\": " << markersJsonNumber(m.z)
+              << ", \"value\": " << markersJsonNumber(m.value) << ", \"active\": " << jsonBool(m.active) << "}";
+        }
+        o << "]}\n";
+        return;
+    }
+    o << "name: " << set.name << '\n'
+      << "hasX: " << set.hasX << "  hasY: " << set.hasY << "  hasZ: " << set.hasZ << "  hasValue: " << set.hasValue
+      << '\n'
+      << "markers: " << set.count() << '\n'
+      << "number x y z value active\n"
+      << std::setprecision(15);
+    for (const marker& m : set.list)
+        o << m.number << ' ' << m.x << ' ' << m.y << ' ' << m.z << ' ' << m.value << ' ' << m.active << '\n';
+}
+
+}  // namespace
+
+void addMarkersCommand(CLI::App& app, int& status) {
+    struct MarkersArgs {
+        std::string file;
+        bool json = false;
+        int imageHeight = 0;
+    };
+    auto args = std::make_shared<MarkersArgs>();
+    CLI::App* cmd = app.add_subcommand("markers", "Print the markers of a marker file (mpt, inm, apm, mrk)");
+    cmd->add_option("file", args->file, "FILE")->required();
+    cmd->add_flag("--json", args->json, "One JSON object");
+    cmd->add_option("--image-height", args->imageHeight, "Image height for the row flip of inm files")
+        ->capture_default_str();
+    cmd->callback([args, &status] {
+        const std::string ext = markerFileExtension(args->file);
+        if (ext != "mpt" && ext != "inm" && ext != "apm" && ext != "mrk") {
+            std::cerr << "tundrel: " << args->file << ": unknown marker file format (mpt, inm, apm, mrk)\n";
+            status = kFailure;
+            return;
+        }
+        markers set;
+        importMarkers(args->file, set, args->imageHeight);
+        printMarkers(set, args->json);
+    });
+}
+
+}  // namespace tundrel::cli

@@ -1,0 +1,162 @@
+// The parameter dialogs driven through the scripted host, and the file
+// choosers.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+
+#include "api/TundrelApi.h"
+#include "tests/test_util.h"
+
+using tundrel::ControlTexts;
+using tundrel::PressurePortsDialog;
+
+namespace {
+
+std::unique_ptr<tundrel::Dialog> pressurePorts() {
+    auto d = std::make_unique<PressurePortsDialog>();
+    d->order = 1, d->maxDeflexion = 0.25, d->newFieldName = "Cp_pp", d->markersFile = "ports.mrk";
+    return d;
+}
+
+std::unique_ptr<tundrel::Dialog> selfIllumination() {
+    auto d = std::make_unique<tundrel::SelfIlluminationDialog>();
+    d->ratio = 0.4, d->checkVisibility = true, d->newFieldName = "Cp_si";
+    return d;
+}
+
+std::unique_ptr<tundrel::Dialog> activeAxes() {
+    auto d = std::make_unique<tundrel::ActiveAxesDialog>();
+    d->axis1 = "X", d->axis2 = "Z", d->direction = false;
+    return d;
+}
+
+const std::string k256(256, 'n');
+
+}  // namespace
+
+// A refused value keeps the dialog open with the framework's message; Cancel
+// afterwards leaves every member as it was.
+struct RefusalCase {
+    const char* name;
+    std::function<std::unique_ptr<tundrel::Dialog>()> make;
+    ControlTexts typed;
+    const char* message;
+};
+
+void PrintTo(const RefusalCase& c, std::ostream* os) { *os << c.name; }
+
+class DialogRefusals : public testutil::HostTest, public ::testing::WithParamInterface<RefusalCase> {};
+
+TEST_P(DialogRefusals, KeepTheDialogOpenWithTheRangeMessage) {
+    const RefusalCase& c = GetParam();
+    auto dialog = c.make();
+    const ControlTexts before = dialog->controlText();
+    host.answerOk(c.typed);
+    host.answerCancel();
+    EXPECT_FALSE(tundrel::runDialog(*dialog));
+    EXPECT_EQ(messages(), std::vector<std::string>{c.message});
+    EXPECT_EQ(dialog->controlText(), before);
+    EXPECT_EQ(host.dialogsShown.size(), 1u);
+    EXPECT_EQ(host.busyChanges, 2);  // the wait cursor off for the loop, then back on
+    EXPECT_EQ(host.busyDepth, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, DialogRefusals,
+    ::testing::Values(
+        RefusalCase{"orderAbove", pressurePorts, {{4055, "3"}}, "Please enter an integer between 0 and 2."},
+        RefusalCase{"orderBelow", pressurePorts, {{4055, "-1"}, {4054, "x"}}, "Please enter an integer between 0 and 2."},
+        RefusalCase{"orderOverflow", pressurePorts, {{4055, "99999999999"}}, "Please enter an integer."},
+        RefusalCase{"deflexionTrailing", pressurePorts, {{4054, "0.5 m"}}, "Please enter a number."},
+        RefusalCase{"fileTooLong", pressurePorts, {{4057, k256}}, "Please enter no more than 255 characters."},
+        RefusalCase{"ratioAbove", selfIllumination, {{4051, "1.0000001"}}, "Please enter a number between 0 and 1."},
+        RefusalCase{"siNameTooLong", selfIllumination, {{4052, "0"}, {4053, k256}},
+                    "Please enter no more than 255 characters."},
+        RefusalCase{"axisTooLong", activeAxes, {{4061, "1"}, {4062, "0"}, {4059, k256}},
+                    "Please enter no more than 255 characters."}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+class Dialogs : public testutil::HostTest {};
+
+TEST_F(Dialogs, TextsAsTheFrameworkFormatsThemAndAcceptedValues) {
+    PressurePortsDialog pp;
+    EXPECT_EQ(pp.controlText(), (ControlTexts{{4054, "0"}, {4055, "0"}, {4056, "_pp"}, {4057, ""}}));
+    pp.maxDeflexion = 0.1 + 0.2;
+    EXPECT_EQ(pp.controlText().at(4054), "0.3");  // 15 digits, as shown and read back
+    host.answerOk();
+    ASSERT_TRUE(tundrel::runDialog(pp));
+    EXPECT_EQ(pp.maxDeflexion, 0.3);
+    host.answerOk({{4055, " 2\t"}, {4054, "-1.5e-3"}, {4056, std::string(255, 'a')}, {4057, "/data/p.mrk"}});
+    ASSERT_TRUE(tundrel::runDialog(pp));
+    EXPECT_TRUE(pp.order == 2 && pp.maxDeflexion == -1.5e-3 && pp.newFieldName.size() == 255 &&
+                pp.markersFile == "/data/p.mrk");
+
+    tundrel::SelfIlluminationDialog si;
+    EXPECT_EQ(si.controlText(), (ControlTexts{{4051, "1"}, {4052, "0"}, {4053, ""}}));
+    host.answerOk({{4051, "+0"}, {4052, "1"}, {4053, "\xc3\xa9" + std::string(254, 'e')}});  // 255 characters
+    ASSERT_TRUE(tundrel::runDialog(si));
+    EXPECT_TRUE(si.ratio == 0.0 && si.checkVisibility && si.newFieldName.size() == 256);
+    EXPECT_TRUE(messages().empty());
+}
+
+TEST_F(Dialogs, BrowseKeepsTheOtherTypedValues) {
+    PressurePortsDialog pp;
+    host.chooseNext("/models/wing/ports.mrk");
+    host.answer({{{4055, "2"}, {4054, "0.5"}, {4056, "Cp_ports"}, {4057, "typed.mrk"}}, {4058}, true, 4004});
+    ASSERT_TRUE(tundrel::runDialog(pp));
+    EXPECT_TRUE(pp.order == 2 && pp.maxDeflexion == 0.5 && pp.newFieldName == "Cp_ports");
+    EXPECT_EQ(pp.markersFile, "/models/wing/ports.mrk");
+    ASSERT_EQ(host.choosersShown.size(), 1u);
+    const tundrel::FileChooser& c = host.choosersShown[0];
+    EXPECT_TRUE(c.defaultExtension == "*.mrk" && c.initialName == "Markers" && c.hideReadOnly &&
+                c.promptOnOverwrite && !c.fileMustExist && !c.explorer);
+    EXPECT_EQ(c.filter, "Markers files (*.mrk)|*.mrk||");
+
+    // Chooser cancelled: the typed texts stay; a refused value: shown, no chooser.
+    ControlTexts texts = pp.controlText();
+    texts[4057] = "typed.mrk";
+    host.chooseNext(std::nullopt);
+    pp.pressButton(PressurePortsDialog::kBrowse, texts);
+    EXPECT_EQ(texts.at(4057), "typed.mrk");
+    texts[4055] = "7";
+    host.chooseNext("/x.mrk");
+    pp.pressButton(PressurePortsDialog::kBrowse, texts);
+    EXPECT_EQ(host.choosersShown.size(), 2u);
+    EXPECT_EQ(texts.at(4055), "7");
+    EXPECT_EQ(messages(), std::vector<std::string>{"Please enter an integer between 0 and 2."});
+}
+
+TEST_F(Dialogs, ChooseActiveAxesNamesThePresentAxesAndWritesTheDirectionBackOnOk) {
+    struct Case {
+        bool x, y, z;
+        const char* axis1;
+        const char* axis2;
+    };
+    for (const Case& c : {Case{true, true, false, "X", "Y"}, Case{true, true, true, "X", "Y"},
+                          Case{true, false, true, "X", "Z"}, Case{false, true, true, "Y", "Z"},
+                          Case{false, false, true, "", ""}, Case{false, false, false, "", ""}}) {
+        bool direction = false;
+        host.answerOk({{4061, "1"}, {4062, "0"}});
+        EXPECT_TRUE(tundrel::chooseActiveAxes(c.x, c.y, c.z, direction));
+        EXPECT_TRUE(direction);
+        const ControlTexts& shown = host.textsShown.back();
+        EXPECT_EQ(shown.at(4059), c.axis1);
+        EXPECT_EQ(shown.at(4060), c.axis2);
+        EXPECT_TRUE(shown.at(4061) == "0" && shown.at(4062) == "1");  // opened with the direction given
+    }
+    bool direction = true;
+    host.answer({{{4061, "0"}, {4062, "1"}}, {}, false, 0});
+    EXPECT_FALSE(tundrel::chooseActiveAxes(true, false, true, direction));
+    EXPECT_TRUE(direction);
+}
+
+TEST(FileChoosers, ImageFilterIsBuiltFromTheCameraFormats) {
+    EXPECT_EQ(tundrel::imageFileFilter(),
+              "Princeton Files (*.spe)|*.spe|PCO Files (*.b16)|*.b16|PMIS Files (*.pmi)|*.pmi|"
+              "Photonic Files (*.flf)|*.flf|Photonic Files (*.tif)|*.tif|Pericolor Files (*.p)|*.p|"
+              "All Files (*.*)|*.*||");
+    const tundrel::FileChooser image = tundrel::imageFileChooser();
+    EXPECT_TRUE(image.defaultExtension.empty() && image.initialName.empty() && image.hideReadOnly &&
+                image.fileMustExist && image.explorer && !image.promptOnOverwrite);
+}
