@@ -24,6 +24,7 @@
 
 #include "api/fields/surface_bvh.h"
 #include "api/host.h"
+#include "dialogs/dialogs.h"
 
 namespace tundrel {
 
@@ -384,4 +385,29 @@ bool correctSelfIllumination(FieldMasterD& field, const std::string& fieldName, 
     return true;
 }
 
+// ---- the exported entry ------------------------------------------------------
+
+namespace {
+// The parameters last confirmed, for the next call.
+double g_ratio = 1.0;
+bool g_checkVisibility = false;
+}  // namespace
+
 }  // namespace tundrel
+
+void self_illumination(FieldMasterD& field, std::string& fieldName) {
+    using namespace tundrel;
+    BusyScope busy;  // the dialog takes the wait cursor off while it is open
+    SelfIlluminationDialog dialog;
+    dialog.ratio = g_ratio;
+    dialog.checkVisibility = g_checkVisibility;
+    dialog.newFieldName = fieldName + kSelfIlluminationSuffix;
+    for (;;) {
+        if (!runDialog(dialog)) return;
+        g_ratio = dialog.ratio;
+        g_checkVisibility = dialog.checkVisibility;
+        if (field.findFunction(dialog.newFieldName) < 0) break;
+        showMessage(arrayWorks::kDuplicateNameMessage);
+    }
+    correctSelfIllumination(field, fieldName, dialog.ratio, dialog.checkVisibility, dialog.newFieldName);
+}
