@@ -19,23 +19,6 @@ std::vector<V> positionsOf(const tundrel::Surface& s) {
     return p;
 }
 
-// The closest point of a triangle by its plane or its three edges.
-V closestOnTriangleRef(const V& p, const V& a, const V& b, const V& c) {
-    const V n = (b - a).cross(c - a);
-    const V q = p - n * ((p - a).dot(n) / n.dot(n));
-    auto inside = [&](const V& u, const V& v) { return (v - u).cross(q - u).dot(n) >= 0; };
-    if (inside(a, b) && inside(b, c) && inside(c, a)) return q;
-    V best;
-    double bestD = INFINITY;
-    for (auto [u, v] : {std::pair{a, b}, std::pair{b, c}, std::pair{c, a}}) {
-        const V e = v - u;
-        const double t = std::clamp((p - u).dot(e) / e.dot(e), 0.0, 1.0);
-        const V x = u + e * t;
-        if ((x - p).length() < bestD) bestD = (x - p).length(), best = x;
-    }
-    return best;
-}
-
 }  // namespace
 
 TEST(ExtractSurface, FlattensBlocksAndTriangulatesGrids) {
@@ -58,14 +41,6 @@ TEST(ExtractSurface, FlattensBlocksAndTriangulatesGrids) {
         EXPECT_EQ(s.triangles[12 + k], faces.layout.triangles[k] + 6);
 }
 
-TEST(ExtractSurface, NoNormalsWithoutTheFunction) {
-    FieldMasterD f;
-    f.addBlock(shapes::grid(2, 2, flat, {}).layout, {flat(0, 0), flat(1, 0), flat(0, 1), flat(1, 1)});
-    const tundrel::Surface s = tundrel::extractSurface(f);
-    EXPECT_TRUE(s.nx.empty());
-    EXPECT_EQ(s.triangleCount(), 2u);
-}
-
 TEST(ExtractSurface, EveryLayerIsAGridOfItsOwn) {
     arrayWorks::BlockLayout l;
     l.nodes = 12;
@@ -79,6 +54,7 @@ TEST(ExtractSurface, EveryLayerIsAGridOfItsOwn) {
     FieldMasterD f;
     f.addBlock(l, pos);
     const tundrel::Surface s = tundrel::extractSurface(f);
+    EXPECT_TRUE(s.nx.empty());  // no "$_N"
     ASSERT_EQ(s.triangleCount(), 8u);
     for (std::size_t t = 0; t < 8; ++t)
         for (std::size_t c = 0; c < 3; ++c) EXPECT_EQ(s.triangles[3 * t + c] / 6, static_cast<int>(t / 4));
@@ -133,29 +109,6 @@ TEST_F(SurfaceBvhPlane, ClosestPointInsideAndBesideThePlate) {
         EXPECT_NEAR(hit->y - kOff, r.expect.y, 1e-9);
         EXPECT_NEAR(hit->z - kOff, r.expect.z, 1e-9);
         EXPECT_FALSE(bvh.closestPoint(p, 0.99 * r.distance));
-    }
-}
-
-TEST(SurfaceBvh, ClosestPointAgreesWithEveryTriangleOnASphere) {
-    FieldMasterD f = shapes::build({shapes::sphere(12, 17, 2.0, {1, -3, 0.5})});
-    const tundrel::Surface s = tundrel::extractSurface(f);
-    const tundrel::SurfaceBvh bvh(s);
-    const auto pos = positionsOf(s);
-    std::mt19937 rng(7);
-    std::uniform_real_distribution<double> u(-4.0, 4.0);
-    for (int k = 0; k < 200; ++k) {
-        const V p(1 + u(rng), -3 + u(rng), 0.5 + u(rng));
-        double best = INFINITY;
-        for (std::size_t t = 0; t < s.triangleCount(); ++t) {
-            const V c = closestOnTriangleRef(p, pos[s.triangles[3 * t]], pos[s.triangles[3 * t + 1]],
-                                             pos[s.triangles[3 * t + 2]]);
-            best = std::min(best, (c - p).length());
-        }
-        const double q[3] = {p.x, p.y, p.z};
-        auto hit = bvh.closestPoint(q, INFINITY);
-        ASSERT_TRUE(hit);
-        EXPECT_NEAR(hit->distance, best, 1e-9);
-        EXPECT_NEAR((V(hit->x, hit->y, hit->z) - p).length(), best, 1e-9);
     }
 }
 
