@@ -17,11 +17,7 @@
 #include "api/markers.h"
 #include "api/markersImport.h"
 #include "dialogs/dialogs.h"
-#if __has_include("api/fields/self_illumination.h")
 #include "api/fields/self_illumination.h"
-#include "dialogs/dialogs.h"
-#define TUNDREL_PY_SELF_ILLUMINATION 1
-#endif
 #if __has_include("api/fields/pressure_ports.h")
 #include "api/fields/pressure_ports.h"
 #include "dialogs/dialogs.h"
@@ -52,8 +48,8 @@ void checkPatchNumber(const region_fe& r, int k, const char* what) {
 // `host`'s queue and adds one function: the new function; MessageError with
 // what the operation showed when it added none.
 template <class F>
-[[maybe_unused]] std::shared_ptr<arrayWorks::FieldFunction> addingOperation(FieldMasterD& fm, ScriptedHost& host,
-                                                                            const char* what, F&& f) {
+std::shared_ptr<arrayWorks::FieldFunction> addingOperation(FieldMasterD& fm, ScriptedHost& host, const char* what,
+                                                           F&& f) {
     const int before = fm.functionCount();
     underHost(host, std::forward<F>(f));
     const bool added = fm.functionCount() > before;
@@ -64,7 +60,7 @@ template <class F>
 
 // A copy of a face patch with copies of its variables (names, sizes and
 // values as they stand).
-[[maybe_unused]] std::shared_ptr<FacePatch> copyOf(const FacePatch& p) {
+std::shared_ptr<FacePatch> copyOf(const FacePatch& p) {
     auto c = std::make_shared<FacePatch>(p.nodes, p.indexLength, p.faces);
     c->name = p.name;
     c->faceIndex = p.faceIndex;
@@ -282,7 +278,6 @@ void bindOperations(py::module_& m) {
         "cannot be read raises FileError, whose `messages` hold the XML parser's report; a parser warning is "
         "issued as MessageWarning.");
 
-#ifdef TUNDREL_PY_SELF_ILLUMINATION
     m.def(
         "self_illumination",
         [](FieldMasterD& fm, std::string fieldName, std::optional<double> ratio, std::optional<bool> checkVisibility,
@@ -328,7 +323,6 @@ void bindOperations(py::module_& m) {
         "the camera and that no other face hides, and the nodes they use. Returns the number of faces removed.\n\n"
         "The patches are replaced by new, reduced ones (the C++ function changes them in place): patches and "
         "arrays taken from `reg_fe` before the call keep the old faces and values.");
-#endif
 
 #ifdef TUNDREL_PY_PRESSURE_PORTS
     m.def(

@@ -40,7 +40,6 @@ def test_the_model_reads_as_a_wing_body(example_dir):
     assert -1.7 < measured.min() < -1.0 and 1.0 < measured.max() < 1.2
 
 
-@pytest.mark.skipif(not hasattr(tundrel, "self_illumination"), reason="self_illumination is not in this build")
 def test_main_job(example_dir, tmp_path, capsys):
     assert load(example_dir, "process_example").main(["--out", str(tmp_path), "--no-visibility"]) == 0
     summary = capsys.readouterr().out
@@ -56,7 +55,6 @@ def test_main_job(example_dir, tmp_path, capsys):
     assert len(vrml_fe) == 3 and sum(p.nodes for p in vrml_fe) == 4711
 
 
-@pytest.mark.skipif(not hasattr(tundrel, "self_illumination"), reason="self_illumination is not in this build")
 def test_readme_python_example_runs_as_written(example_dir, monkeypatch, capsys):
     readme = (example_dir.parent / "README.md").read_text()
     code = readme.split("```python\n", 1)[1].split("```", 1)[0]

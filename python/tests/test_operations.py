@@ -11,7 +11,7 @@ import tundrel
 
 needs = {
     name: pytest.mark.skipif(not hasattr(tundrel, name), reason=f"{name} is not in this build")
-    for name in ("self_illumination", "pressure_ports", "unvisible_faces_remove")
+    for name in ("pressure_ports",)
 }
 
 
@@ -86,7 +86,6 @@ class TestTransfer:
         assert len(fm) == 3
 
 
-@needs["self_illumination"]
 class TestSelfIllumination:
     def change(self, fm, **kw):
         f = tundrel.self_illumination(fm, "cp", **kw)
@@ -150,7 +149,6 @@ class TestSelfIllumination:
         assert len(fm) == 3
 
 
-@needs["unvisible_faces_remove"]
 def test_hidden_faces_go_and_old_views_stay(make_triangles):
     quad = [[0, 0], [1, 0], [0, 1], [1, 1]]
     r = tundrel.region_fe()
