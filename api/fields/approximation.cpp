@@ -164,6 +164,12 @@ double PortApproximation::polynomial(const double q[3]) const {
     return s;
 }
 
+double PortApproximation::polynomialPart(const z::zVec<double>& p) const {
+    const double q[3] = {(p.x - centre_[0]) * inverseScale_, (p.y - centre_[1]) * inverseScale_,
+                         (p.z - centre_[2]) * inverseScale_};
+    return polynomial(q);
+}
+
 double PortApproximation::operator()(const z::zVec<double>& p) const {
     double r = 0.0;
     evaluate(&p.x, &p.y, &p.z, 1, &r);

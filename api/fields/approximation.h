@@ -64,8 +64,13 @@ public:
     // Parallel over the points.
     void evaluate(const double* x, const double* y, const double* z, std::size_t n, double* out) const;
 
-    // One weight per port, in the order given (0 for a repeated port).
+    // The polynomial part alone at one point.
+    double polynomialPart(const z::zVec<double>& p) const;
+    // One weight per port, in the order given (0 for a repeated port), and
+    // the length in which the kernel measures distances: the value at x is
+    // sum_i weights()[i] * |x - p_i| / lengthUnit() + polynomialPart(x).
     const std::vector<double>& weights() const noexcept { return weights_; }
+    double lengthUnit() const noexcept { return 1.0 / inverseScale_; }
     // The polynomial terms kept, each as exponents of the local axes.
     const std::vector<std::array<int, 3>>& terms() const noexcept { return terms_; }
     // How many axes the ports spread along (0 to 3).
