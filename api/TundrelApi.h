@@ -12,6 +12,7 @@
 #include "api/field_selection.h"
 #include "api/fields/fields.h"
 #include "api/fields/pressure_ports.h"
+#include "api/fields/self_illumination.h"
 #include "api/mesh/normals.h"
 #include "api/zvec.h"
 #include "api/markers.h"

@@ -16,6 +16,7 @@ int main(int argc, char** argv) {
     tundrel::cli::addMarkersCommand(app, status);
     tundrel::cli::addMeshCommands(app, status);
     tundrel::cli::addPressurePortsCommand(app, status);
+    tundrel::cli::addSelfIlluminationCommand(app, status);
 
     try {
         app.parse(argc, argv);

@@ -31,6 +31,13 @@ public:
     // segment between the two nodes. Safe to call from several threads.
     bool occluded(std::int32_t a, std::int32_t b) const;
 
+    // True when a triangle that touches none of the `count` (at most 4)
+    // nodes `ignore` crosses the segment from p to q. Crossings closer to
+    // either end than 1e-6 of the segment's length plus 1e-6 of the
+    // surface's half extent do not count, nor do triangles at a node whose
+    // position equals that of an ignored node. Safe from several threads.
+    bool occludedBetween(const double p[3], const double q[3], const std::int32_t* ignore, int count) const;
+
     // The first triangle met by the ray origin + t * direction, 0 < t <= maxDistance.
     std::optional<SurfaceHit> firstHit(const double origin[3], const double direction[3], double maxDistance) const;
 

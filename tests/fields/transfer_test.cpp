@@ -257,7 +257,7 @@ TEST_P(TransferFile, ComesBackUnchanged) {
     EXPECT_TRUE(messages().empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(Files, TransferFile, ::testing::Values("wing.apt", "mesher_v1.wrl", "toolkit_v2.wrl"));
+INSTANTIATE_TEST_SUITE_P(Files, TransferFile, ::testing::Values("wing.apt", "mesher_v1.wrl", "toolkit_v2.wrl", "classic.dat", "current.dat"));
 
 // ---- the operations that are not available ------------------------------------------
 

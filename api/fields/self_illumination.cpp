@@ -1,0 +1,413 @@
+// The self-illumination correction: node areas, the pair kernel and the
+// entry with its dialog.
+//
+// The kernel works on flat arrays of the participating nodes. Every unordered
+// pair {i, j}, i < j in running order, is visited once, by row i: the
+// distance, the direction and both cosines are the same for the two
+// directions (up to sign, exactly), so one visit gives the share that i
+// receives from j and the one j receives from i, with the same arithmetic as
+// two separate visits. Row i adds the first to its own sum and the second to
+// a column of sums that belongs to the thread running the row; the columns of
+// all threads are added up at the end. Memory: one double a participant and
+// thread, besides the flat arrays. The obstruction test, when asked for, runs
+// once for each unordered pair that faces itself, inside the same visit: no
+// table of pairs is kept at all.
+#include "api/fields/self_illumination.h"
+
+#include <omp.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <exception>
+#include <memory>
+
+#include "api/fields/surface_bvh.h"
+#include "api/host.h"
+#include "dialogs/dialogs.h"
+
+namespace tundrel {
+
+namespace {
+
+constexpr double kPi = 3.14159265358979;
+
+using arrayWorks::BlockLayout;
+
+// The eight neighbours in ring order, as (column, row) offsets.
+constexpr int kRing[8][2] = {{1, 0}, {1, 1}, {0, 1}, {-1, 1}, {-1, 0}, {-1, -1}, {0, -1}, {1, -1}};
+
+// Area of node n of a structured block; at(k) gives the position of node k
+// of the block as three doubles.
+template <class At>
+double gridNodeArea(const BlockLayout& l, int n, At at) {
+    const int ni = l.rowLength > 0 ? l.rowLength : l.nodes;
+    // Every layer of a block is a grid of its own.
+    const int rows = l.rows > 0 ? l.rows : (l.nodes + ni - 1) / ni;
+    const long long perLayer = static_cast<long long>(ni) * rows;
+    const long long base = n / perLayer * perLayer;
+    const int inLayer = static_cast<int>(n - base);
+    const int row = inLayer / ni, col = inLayer % ni;
+    double p[3];
+    at(n, p);
+    double v[8][3];
+    for (int k = 0; k < 8; ++k) {
+        const int c = col + kRing[k][0], r = row + kRing[k][1];
+        const long long m = base + static_cast<long long>(r) * ni + c;
+        const bool inside = c >= 0 && c < ni && r >= 0 && r < rows && m < l.nodes;
+        double q[3] = {p[0], p[1], p[2]};
+        if (inside) at(static_cast<int>(m), q);
+        for (int a = 0; a < 3; ++a) v[k][a] = q[a] - p[a];
+    }
+    double sum = 0.0;
+    for (int k = 0; k < 8; ++k) {
+        const double* a = v[k];
+        const double* b = v[(k + 1) % 8];
+        const double cx = a[1] * b[2] - a[2] * b[1], cy = a[2] * b[0] - a[0] * b[2], cz = a[0] * b[1] - a[1] * b[0];
+        sum += std::sqrt(cx * cx + cy * cy + cz * cz);
+    }
+    return 0.125 * sum;
+}
+
+// A third of the area of a triangle.
+double triangleThird(const double* p, const double* q, const double* r) {
+    const double e1[3] = {q[0] - p[0], q[1] - p[1], q[2] - p[2]};
+    const double e2[3] = {r[0] - p[0], r[1] - p[1], r[2] - p[2]};
+    const double cx = e1[1] * e2[2] - e1[2] * e2[1], cy = e1[2] * e2[0] - e1[0] * e2[2],
+                 cz = e1[0] * e2[1] - e1[1] * e2[0];
+    return std::sqrt(cx * cx + cy * cy + cz * cz) * (1.0 / 6.0);
+}
+
+// Progress of the pair loop, reported by the calling thread only (the host
+// belongs to the user-interface thread).
+class PairProgress {
+public:
+    explicit PairProgress(std::int64_t total) : total_(total), step_(std::max<std::int64_t>(1, total / 200)) {
+        host().progress(0, total_);
+    }
+    void add(std::int64_t n) {
+        const std::int64_t done = done_.fetch_add(n, std::memory_order_relaxed) + n;
+        if (omp_get_thread_num() == 0 && done - reported_ >= step_) {
+            reported_ = done;
+            try {
+                host().progress(done, total_);
+            } catch (...) {
+                if (!error_) error_ = std::current_exception();
+            }
+        }
+    }
+    void finish() {
+        if (error_) std::rethrow_exception(error_);
+        host().progress(total_, total_);
+    }
+
+private:
+    std::atomic<std::int64_t> done_{0};
+    std::int64_t total_, step_, reported_ = 0;
+    std::exception_ptr error_;
+};
+
+// Rows of a triangular loop are handed out in small chunks: row i has
+// M - 1 - i pairs.
+constexpr int kRowChunk = 8;
+
+}  // namespace
+
+double nodeArea(const FieldMasterD& field, int b, int n) {
+    const BlockLayout& l = field.layout(b);
+    field.position(b, n);  // checks n
+    if (l.kind == BlockLayout::Kind::Structured)
+        return gridNodeArea(l, n, [&](int k, double* out) {
+            const auto& p = field.position(b, k);
+            out[0] = p.x;
+            out[1] = p.y;
+            out[2] = p.z;
+        });
+    double area = 0.0;
+    for (std::size_t t = 0; t + 2 < l.triangles.size(); t += 3) {
+        const std::int32_t* c = &l.triangles[t];
+        if (c[0] != n && c[1] != n && c[2] != n) continue;
+        double q[3][3];
+        for (int k = 0; k < 3; ++k) {
+            const auto& p = field.position(b, c[k]);
+            q[k][0] = p.x;
+            q[k][1] = p.y;
+            q[k][2] = p.z;
+        }
+        area += triangleThird(q[0], q[1], q[2]);
+    }
+    return area;
+}
+
+std::vector<double> nodeAreas(const FieldMasterD& field, const Surface& s, const std::vector<unsigned char>& wanted) {
+    const std::size_t n = s.nodeCount();
+    std::vector<double> area(n, 0.0);
+    for (int b = 0; b < field.blockCount(); ++b) {
+        const BlockLayout& l = field.layout(b);
+        const std::size_t first = s.blockOffset[static_cast<std::size_t>(b)];
+        if (l.kind == BlockLayout::Kind::Structured) {
+            auto at = [&](int k, double* out) {
+                const std::size_t g = first + static_cast<std::size_t>(k);
+                out[0] = s.x[g];
+                out[1] = s.y[g];
+                out[2] = s.z[g];
+            };
+            for (int k = 0; k < l.nodes; ++k)
+                if (wanted[first + static_cast<std::size_t>(k)] != 0)
+                    area[first + static_cast<std::size_t>(k)] = gridNodeArea(l, k, at);
+            continue;
+        }
+        for (std::size_t t = 0; t + 2 < l.triangles.size(); t += 3) {
+            double q[3][3];
+            std::size_t g[3];
+            for (int k = 0; k < 3; ++k) {
+                g[k] = first + static_cast<std::size_t>(l.triangles[t + static_cast<std::size_t>(k)]);
+                q[k][0] = s.x[g[k]];
+                q[k][1] = s.y[g[k]];
+                q[k][2] = s.z[g[k]];
+            }
+            const double third = triangleThird(q[0], q[1], q[2]);
+            // A corner named twice in one triangle counts once, as it holds the node once.
+            area[g[0]] += third;
+            if (g[1] != g[0]) area[g[1]] += third;
+            if (g[2] != g[0] && g[2] != g[1]) area[g[2]] += third;
+        }
+        for (int k = 0; k < l.nodes; ++k)
+            if (wanted[first + static_cast<std::size_t>(k)] == 0) area[first + static_cast<std::size_t>(k)] = 0.0;
+    }
+    return area;
+}
+
+void IlluminationNodes::add(const Surface& s, std::size_t k, double a, double v) {
+    x.push_back(s.x[k]);
+    y.push_back(s.y[k]);
+    z.push_back(s.z[k]);
+    nx.push_back(s.nx[k]);
+    ny.push_back(s.ny[k]);
+    nz.push_back(s.nz[k]);
+    area.push_back(a);
+    value.push_back(v);
+    extent.push_back(std::max({std::abs(s.x[k]), std::abs(s.y[k]), std::abs(s.z[k])}));
+    node.push_back(static_cast<std::int32_t>(k));
+}
+
+namespace {
+
+// One unordered pair {i, j}, i < j, is visited once: the share that i
+// receives from j (toI) and the one j receives from i (toJ). The arithmetic
+// is that of the ordered pair (R, E) visited on its own: d = P_E - P_R,
+// r = |d|, u = d * (1 / r), cosR = N_R . u, cosE = N_E . (-u),
+// S = sqrt(pi * r * r + cosR * A_R), share = (S - r sqrt(pi)) V_E A_E cosE
+// ratio / (2 S A_R); for (j, i) u only changes sign, so cosR and cosE swap
+// exactly and both shares are what two separate visits would give.
+// The two divisions by 2 S A_R are made as one (q = 1 / (di dj)), which
+// changes a share by a few units in the last place. Pairs that do not
+// exchange (coincident, or not facing each other) have exchange false; their
+// shares are meaningless, as is the share into a receiver without area (an
+// emitter without area gives 0).
+struct Row {
+    const double *__restrict x, *__restrict y, *__restrict z;
+    const double *__restrict nx, *__restrict ny, *__restrict nz;
+    const double *__restrict area, *__restrict value, *__restrict extent;
+
+    explicit Row(const IlluminationNodes& p)
+        : x(p.x.data()), y(p.y.data()), z(p.z.data()), nx(p.nx.data()), ny(p.ny.data()), nz(p.nz.data()),
+          area(p.area.data()), value(p.value.data()), extent(p.extent.data()) {}
+};
+
+#define TUNDREL_PAIR_TERMS(i, j)                                                                \
+    const double dx = R.x[j] - xi, dy = R.y[j] - yi, dz = R.z[j] - zi;                         \
+    const double r = std::sqrt(dx * dx + dy * dy + dz * dz);                                    \
+    const double m = std::max(ei, R.extent[j]);                                                 \
+    const double inv = 1.0 / (r > 0.0 ? r : 1.0);                                               \
+    const double ux = dx * inv, uy = dy * inv, uz = dz * inv;                                   \
+    const double cosI = nxi * ux + nyi * uy + nzi * uz;                                         \
+    const double cosJ = R.nx[j] * -ux + R.ny[j] * -uy + R.nz[j] * -uz;                          \
+    const bool exchange = (r > 1e-10 * m) & (cosI > 0.0) & (cosJ > 0.0);                        \
+    const double aj = R.area[j];                                                                \
+    const double rr = kPi * r * r;                                                              \
+    const double rs = r * sqrtPi;                                                               \
+    const double si = std::sqrt(rr + cosI * ai);                                                \
+    const double sj = std::sqrt(rr + cosJ * aj);                                                \
+    const double di = 2 * si * ai, dj = 2 * sj * aj, dd = di * dj;                               \
+    const double q = 1.0 / (dd > 0.0 ? dd : 1.0);                                               \
+    const double toI = (si - rs) * R.value[j] * aj * cosJ * ratio * (dj * q);                   \
+    const double toJ = (sj - rs) * vi * ai * cosI * ratio * (di * q)
+
+#define TUNDREL_ROW_CONSTANTS(i)                                                   \
+    const double xi = R.x[i], yi = R.y[i], zi = R.z[i];                           \
+    const double nxi = R.nx[i], nyi = R.ny[i], nzi = R.nz[i];                     \
+    const double ai = R.area[i], vi = R.value[i], ei = R.extent[i]
+
+// Row i without the obstruction test: the sum i receives; col[j] gets what j
+// receives from i. Written for the vectoriser: flat arrays, no branches.
+__attribute__((target_clones("avx512f", "avx2", "default"))) double openRow(const Row& R, std::size_t i, std::size_t M, double* __restrict col, double ratio, double sqrtPi) {
+    TUNDREL_ROW_CONSTANTS(i);
+    double sum = 0.0;
+#pragma omp simd reduction(+ : sum)
+    for (std::size_t j = i + 1; j < M; ++j) {
+        TUNDREL_PAIR_TERMS(i, j);
+        sum += exchange ? toI : 0.0;
+        col[j] += exchange ? toJ : 0.0;
+    }
+    return sum;
+}
+
+// Row i with the obstruction test, run once for each pair that exchanges.
+double testedRow(const Row& R, const std::vector<std::int32_t>& node, std::size_t i, std::size_t M,
+                 double* __restrict col, double ratio, double sqrtPi, const SurfaceBvh& bvh, std::int64_t& tests) {
+    TUNDREL_ROW_CONSTANTS(i);
+    double sum = 0.0;
+    for (std::size_t j = i + 1; j < M; ++j) {
+        TUNDREL_PAIR_TERMS(i, j);
+        if (!exchange) continue;
+        ++tests;
+        if (bvh.occluded(node[i], node[j])) continue;
+        sum += toI;
+        col[j] += toJ;
+    }
+    return sum;
+}
+
+#undef TUNDREL_PAIR_TERMS
+#undef TUNDREL_ROW_CONSTANTS
+
+}  // namespace
+
+std::vector<double> illuminationSums(const IlluminationNodes& p, double ratio, const SurfaceBvh* bvh,
+                                     SelfIlluminationStats* stats) {
+    const std::size_t M = p.size();
+    const double sqrtPi = std::sqrt(kPi);
+    const int threads = std::max(1, omp_get_max_threads());
+    // One column of received sums a thread.
+    std::vector<double> columns(static_cast<std::size_t>(threads) * M, 0.0);
+    const auto total = static_cast<std::int64_t>(M) * static_cast<std::int64_t>(M > 0 ? M - 1 : 0) / 2;
+    PairProgress progress(total);
+    std::int64_t tests = 0;
+    std::exception_ptr failure;
+    const Row rows(p);
+
+#pragma omp parallel num_threads(threads) reduction(+ : tests)
+    {
+        double* col = columns.data() + static_cast<std::size_t>(omp_get_thread_num()) * M;
+#pragma omp for schedule(dynamic, kRowChunk)
+        for (std::size_t i = 0; i < M; ++i) {
+            if (bvh == nullptr) {
+                col[i] += openRow(rows, i, M, col, ratio, sqrtPi);
+            } else {
+                try {
+                    col[i] += testedRow(rows, p.node, i, M, col, ratio, sqrtPi, *bvh, tests);
+                } catch (...) {
+#pragma omp critical(tundrel_self_illumination_failure)
+                    if (!failure) failure = std::current_exception();
+                }
+            }
+            progress.add(static_cast<std::int64_t>(M - 1 - i));
+        }
+    }
+    if (failure) std::rethrow_exception(failure);
+    progress.finish();
+
+    std::vector<double> sums(M, 0.0);
+    for (int t = 0; t < threads; ++t) {
+        const double* col = columns.data() + static_cast<std::size_t>(t) * M;
+        for (std::size_t i = 0; i < M; ++i) sums[i] += col[i];
+    }
+    if (stats != nullptr) {
+        stats->participants = static_cast<std::int64_t>(M);
+        stats->pairs = 2 * total;
+        stats->segmentTests = tests;
+    }
+    return sums;
+}
+
+std::vector<double> selfIlluminationValues(const FieldMasterD& field, const std::string& fieldName, double ratio,
+                                           bool checkVisibility, SelfIlluminationStats* stats) {
+    // Absent names throw IndexError here, before anything changes.
+    arrayWorks::FieldFunction* source = field.functionAt(field.findFunction(fieldName));
+    arrayWorks::FieldFunction* normals = field.functionAt(field.findFunction(arrayWorks::kNormalsName));
+    const auto* values = dynamic_cast<const arrayWorks::ScalarFunction*>(source);
+    const auto* normalValues = dynamic_cast<const arrayWorks::VectorFunction*>(normals);
+    const std::size_t n = field.totalNodes();
+    if (values == nullptr || normalValues == nullptr || values->size() != n || normalValues->size() != n) return {};
+
+    // Nothing selected: every node takes part; otherwise the selected ones.
+    const bool everyNode = field.selectionState() == arrayWorks::NothingSelected;
+    const arrayWorks::SelectionFunction& selection = field.selection();
+    const Surface surface = extractSurface(field);
+
+    const double* v = values->data();
+    std::vector<unsigned char> takesPart(n, 0);
+    for (std::size_t k = 0; k < n; ++k)
+        takesPart[k] = (everyNode || selection.data()[k] != 0) && v[k] != arrayWorks::kNoValue;
+    const std::vector<double> area = nodeAreas(field, surface, takesPart);
+
+    IlluminationNodes nodes;
+    for (std::size_t k = 0; k < n; ++k)
+        if (takesPart[k] != 0) nodes.add(surface, k, area[k], v[k]);
+
+    std::unique_ptr<SurfaceBvh> bvh;
+    if (checkVisibility && nodes.size() > 1) bvh = std::make_unique<SurfaceBvh>(surface);
+    const std::vector<double> sums = illuminationSums(nodes, ratio, bvh.get(), stats);
+
+    std::vector<double> result(v, v + n);
+    // A receiver without area (a node that no face holds) receives nothing.
+    for (std::size_t i = 0; i < nodes.size(); ++i)
+        if (nodes.area[i] > 0.0) result[static_cast<std::size_t>(nodes.node[i])] -= sums[i];
+    return result;
+}
+
+bool correctSelfIllumination(FieldMasterD& field, const std::string& fieldName, double ratio, bool checkVisibility,
+                             const std::string& newName, SelfIlluminationStats* stats) {
+    // The same checks as in selfIlluminationValues, before the name is looked at.
+    arrayWorks::FieldFunction* source = field.functionAt(field.findFunction(fieldName));
+    arrayWorks::FieldFunction* normals = field.functionAt(field.findFunction(arrayWorks::kNormalsName));
+    if (source == nullptr || normals == nullptr || field.hasFunction(newName)) return false;
+
+    std::vector<double> result;
+    {
+        BusyScope busy;
+        result = selfIlluminationValues(field, fieldName, ratio, checkVisibility, stats);
+    }
+    if (result.empty() && field.totalNodes() > 0) return false;
+
+    field.addScalar(newName);
+    auto* target = field.scalar(field.findFunction(newName));
+    if (target == nullptr) return false;
+    // Block by block, while the new function's block arrays fit the blocks.
+    for (int b = 0; b < field.blockCount(); ++b) {
+        if (b >= static_cast<int>(target->values.blocks.size())) break;
+        const auto& arr = target->values.blocks[static_cast<std::size_t>(b)];
+        if (arr.data == nullptr || arr.count != field.nodeCount(b)) break;
+        const std::size_t first = field.offset(b);
+        for (int k = 0; k < arr.count; ++k) arr.data[k] = result[first + static_cast<std::size_t>(k)];
+    }
+    return true;
+}
+
+// ---- the exported entry ------------------------------------------------------
+
+namespace {
+// The parameters last confirmed, for the next call.
+double g_ratio = 1.0;
+bool g_checkVisibility = false;
+}  // namespace
+
+}  // namespace tundrel
+
+void self_illumination(FieldMasterD& field, std::string& fieldName) {
+    using namespace tundrel;
+    BusyScope busy;  // the dialog takes the wait cursor off while it is open
+    SelfIlluminationDialog dialog;
+    dialog.ratio = g_ratio;
+    dialog.checkVisibility = g_checkVisibility;
+    dialog.newFieldName = fieldName + kSelfIlluminationSuffix;
+    for (;;) {
+        if (!runDialog(dialog)) return;
+        g_ratio = dialog.ratio;
+        g_checkVisibility = dialog.checkVisibility;
+        if (field.findFunction(dialog.newFieldName) < 0) break;
+        showMessage(arrayWorks::kDuplicateNameMessage);
+    }
+    correctSelfIllumination(field, fieldName, dialog.ratio, dialog.checkVisibility, dialog.newFieldName);
+}

@@ -1,0 +1,111 @@
+// The self-illumination correction and the hidden-face removal.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "api/export.h"
+#include "api/field_selection.h"
+#include "api/fields/surface.h"
+#include "api/ngeo.h"
+#include "api/zvec.h"
+
+// Removes from a scalar field the light that the surface reflects onto
+// itself. Asks for the reflection ratio (0 to 1), the obstruction test and
+// the new field's name (proposed: fieldName + "_si") in the dialog
+// "Self-illumination parameters"; refuses a name that exists with "The
+// function name alredy exist" and asks again; Cancel changes nothing. On OK
+// the ratio and the flag are remembered for the next call, and one scalar
+// function with the corrected values is appended to the container.
+//
+// Nodes take part as receivers and emitters when they are selected (all nodes
+// when nothing is selected) and hold a value other than -1e10. Every
+// participating node R loses
+//     sum over participating E != R that face R (and, with the obstruction
+//     test, are not hidden from R by the surface) of
+//     (S - r sqrt(pi)) V_E A_E cosE ratio / (2 S A_R),  S = sqrt(pi r^2 + cosR A_R),
+// with r the distance of the two nodes, cosR and cosE the cosines between
+// their normals ("$_N") and the line joining them, V the source values and A
+// the node areas. An absent source field or "$_N" throws IndexError
+// (api/geo, line 804) with the container unchanged; a source that is not a
+// scalar field, or normals that are not vectors, end the call silently.
+TUNDREL_API void self_illumination(FieldMasterD& field, std::string& fieldName);
+
+// Hidden-face removal for a camera at `eye`: keeps in every face patch of
+// `reg_fe` only the faces that the camera sees, and drops the nodes that no
+// kept face uses (their node variables too; the kept nodes keep their order
+// and the faces are renumbered). A face is seen when
+//   - it faces the camera: with corners p0, p1, p2 in the order of the face
+//     index list, (p1 - p0) x (p2 - p0) . (eye - p0) > 0 (a face with four
+//     corners counts as the triangles p0 p1 p2 and p0 p2 p3, and is seen
+//     when either is); and
+//   - the segment from the eye to its centroid (the mean of its corners)
+//     crosses no other face of any patch, by the obstruction test of the
+//     self-illumination correction (faces that touch the face itself do not
+//     hide it).
+// Faces with fewer than three nodes are removed. A patch left without faces
+// stays in the list with no nodes and no faces. Returns the number of faces
+// removed; coordinates are the variables named x, y, z in any case. A patch
+// without coordinates is left as it is.
+TUNDREL_API int unvisible_faces_remove(region_fe& reg_fe, const z::zVec<double>& eye);
+
+namespace tundrel {
+
+inline constexpr const char* kSelfIlluminationSuffix = "_si";
+
+// What one run visited.
+struct SelfIlluminationStats {
+    std::int64_t participants = 0;  // nodes that take part
+    std::int64_t pairs = 0;         // ordered pairs of participants (R, E), R != E
+    std::int64_t segmentTests = 0;  // obstruction tests run, one per unordered pair at most
+};
+
+// The area that belongs to node n of block b. Structured blocks: 0.125 times
+// the summed lengths of the cross products of consecutive vectors to the
+// eight neighbours (a neighbour outside the patch is the node itself; the
+// ring starts at column + 1 and turns towards row + 1). Face blocks: a third
+// of the area of every triangle that holds the node; a four-cornered face
+// reaches the container as two triangles and so gives each corner a third of
+// each triangle it belongs to. Checked access, one node at a time.
+TUNDREL_API double nodeArea(const FieldMasterD& field, int b, int n);
+
+// The same areas for the nodes where `wanted` (one byte a node, all blocks
+// together) is nonzero; 0 for the others.
+TUNDREL_API std::vector<double> nodeAreas(const FieldMasterD& field, const Surface& surface,
+                                          const std::vector<unsigned char>& wanted);
+
+// The participating nodes as flat arrays for the pair kernel.
+struct TUNDREL_API IlluminationNodes {
+    std::vector<double> x, y, z;     // positions
+    std::vector<double> nx, ny, nz;  // normals
+    std::vector<double> area, value;
+    std::vector<double> extent;      // largest absolute coordinate
+    std::vector<std::int32_t> node;  // global node number, ascending
+
+    std::size_t size() const noexcept { return node.size(); }
+    void add(const Surface& s, std::size_t k, double area, double value);
+};
+
+// The received sum of every participant (the amount subtracted from its
+// value), without the obstruction test when bvh is null. Runs in parallel
+// and reports progress through the host.
+class SurfaceBvh;
+TUNDREL_API std::vector<double> illuminationSums(const IlluminationNodes& nodes, double ratio, const SurfaceBvh* bvh,
+                                                 SelfIlluminationStats* stats = nullptr);
+
+// The corrected values of every node (all blocks together) without changing
+// the container: the source values, less the received sums at participating
+// nodes. Throws as self_illumination does; empty when it would end silently.
+TUNDREL_API std::vector<double> selfIlluminationValues(const FieldMasterD& field, const std::string& fieldName,
+                                                       double ratio, bool checkVisibility,
+                                                       SelfIlluminationStats* stats = nullptr);
+
+// The correction proper, with the dialog's values: appends the new scalar
+// function `newName`. False when it ended silently (see above, or newName
+// exists); errors as self_illumination.
+TUNDREL_API bool correctSelfIllumination(FieldMasterD& field, const std::string& fieldName, double ratio,
+                                         bool checkVisibility, const std::string& newName,
+                                         SelfIlluminationStats* stats = nullptr);
+
+}  // namespace tundrel

@@ -1,0 +1,374 @@
+// The surface hierarchy over Embree 3.
+//
+// Embree works in single precision. To keep the error small the vertices are
+// stored relative to the centre of the surface's bounding box, so that the
+// rounding of a position is about 6e-8 of the surface's half extent E, not of
+// its distance from the origin. Every answer is then refined in double
+// precision on the triangle Embree found.
+//
+// The obstruction test between nodes a and b ignores
+//   - every triangle with a corner at a or b, or at another node at exactly
+//     the same position (seam nodes of neighbouring patches are duplicates);
+//   - every crossing closer than kEndTolerance * |b - a| + kExtentTolerance * E
+//     to either end, which covers the single-precision rounding of the ends
+//     and nodes of other patches that lie within that distance of an end.
+// So a segment between two nodes that lie on the surface never counts the
+// faces around its own ends as obstructions.
+#include "api/fields/surface_bvh.h"
+
+#include <embree3/rtcore.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numeric>
+#include <tuple>
+#include <vector>
+
+#include "api/arrayWorks.h"
+
+namespace tundrel {
+
+namespace {
+
+constexpr double kEndTolerance = 1e-6;
+constexpr double kExtentTolerance = 1e-6;
+
+// The intersection context of one obstruction test: Embree hands it to the
+// filter, which rejects the faces around the segment's ends.
+struct SegmentContext {
+    RTCIntersectContext base;
+    const std::int32_t* corners;  // welded corner numbers, three a triangle
+    std::int32_t ignore[4];       // welded nodes whose faces do not count
+    int ignored;
+};
+
+void rejectEndFaces(const RTCFilterFunctionNArguments* args) {
+    const auto* ctx = reinterpret_cast<const SegmentContext*>(args->context);
+    for (unsigned i = 0; i < args->N; ++i) {
+        if (args->valid[i] == 0) continue;
+        const unsigned prim = RTCHitN_primID(args->hit, args->N, i);
+        const std::int32_t* c = ctx->corners + 3 * static_cast<std::size_t>(prim);
+        for (int k = 0; k < ctx->ignored; ++k)
+            if (c[0] == ctx->ignore[k] || c[1] == ctx->ignore[k] || c[2] == ctx->ignore[k]) args->valid[i] = 0;
+    }
+}
+
+// The point of triangle (a, b, c) closest to p (Ericson, Real-Time Collision
+// Detection, 5.1.5), in double precision.
+void closestOnTriangle(const double p[3], const double a[3], const double b[3], const double c[3], double out[3]) {
+    auto sub = [](const double* u, const double* v, double* w) {
+        for (int k = 0; k < 3; ++k) w[k] = u[k] - v[k];
+    };
+    auto dot = [](const double* u, const double* v) { return u[0] * v[0] + u[1] * v[1] + u[2] * v[2]; };
+    auto set = [&](double wa, double wb, double wc) {
+        for (int k = 0; k < 3; ++k) out[k] = wa * a[k] + wb * b[k] + wc * c[k];
+    };
+    double ab[3], ac[3], ap[3], bp[3], cp[3];
+    sub(b, a, ab);
+    sub(c, a, ac);
+    sub(p, a, ap);
+    const double d1 = dot(ab, ap), d2 = dot(ac, ap);
+    if (d1 <= 0 && d2 <= 0) return set(1, 0, 0);
+    sub(p, b, bp);
+    const double d3 = dot(ab, bp), d4 = dot(ac, bp);
+    if (d3 >= 0 && d4 <= d3) return set(0, 1, 0);
+    const double vc = d1 * d4 - d3 * d2;
+    if (vc <= 0 && d1 >= 0 && d3 <= 0) {
+        const double v = d1 / (d1 - d3);
+        return set(1 - v, v, 0);
+    }
+    sub(p, c, cp);
+    const double d5 = dot(ab, cp), d6 = dot(ac, cp);
+    if (d6 >= 0 && d5 <= d6) return set(0, 0, 1);
+    const double vb = d5 * d2 - d1 * d6;
+    if (vb <= 0 && d2 >= 0 && d6 <= 0) {
+        const double w = d2 / (d2 - d6);
+        return set(1 - w, 0, w);
+    }
+    const double va = d3 * d6 - d5 * d4;
+    if (va <= 0 && (d4 - d3) >= 0 && (d5 - d6) >= 0) {
+        const double w = (d4 - d3) / ((d4 - d3) + (d5 - d6));
+        return set(0, 1 - w, w);
+    }
+    const double denom = 1.0 / (va + vb + vc);
+    const double v = vb * denom, w = vc * denom;
+    set(1 - v - w, v, w);
+}
+
+// What the queries need, visible to the callbacks below.
+struct BvhData {
+    const Surface& s;
+    RTCDevice device = nullptr;
+    RTCScene scene = nullptr;
+    double centre[3] = {0, 0, 0};
+    double extent = 0.0;               // largest coordinate distance from the centre
+    std::vector<std::int32_t> weld;    // node -> lowest node at exactly the same position
+    std::vector<std::int32_t> corners; // welded corners of every triangle
+
+    explicit BvhData(const Surface& surface) : s(surface) {}
+    BvhData(const BvhData&) = delete;
+    BvhData& operator=(const BvhData&) = delete;
+    ~BvhData() {
+        if (scene != nullptr) rtcReleaseScene(scene);
+        if (device != nullptr) rtcReleaseDevice(device);
+    }
+
+    void corner(std::int32_t t, int k, double out[3]) const {
+        const auto n = static_cast<std::size_t>(s.triangles[3 * static_cast<std::size_t>(t) + static_cast<std::size_t>(k)]);
+        out[0] = s.x[n];
+        out[1] = s.y[n];
+        out[2] = s.z[n];
+    }
+};
+
+}  // namespace
+
+struct SurfaceBvh::Impl : BvhData {
+    using BvhData::BvhData;
+};
+
+namespace {
+
+// Distance along origin + t * dir to triangle t in double precision
+// (Moeller-Trumbore); NaN when the line misses it.
+double refineHit(const BvhData& impl, std::int32_t t, const double o[3], const double d[3]) {
+    double v0[3], v1[3], v2[3];
+    impl.corner(t, 0, v0);
+    impl.corner(t, 1, v1);
+    impl.corner(t, 2, v2);
+    const double e1[3] = {v1[0] - v0[0], v1[1] - v0[1], v1[2] - v0[2]};
+    const double e2[3] = {v2[0] - v0[0], v2[1] - v0[1], v2[2] - v0[2]};
+    const double p[3] = {d[1] * e2[2] - d[2] * e2[1], d[2] * e2[0] - d[0] * e2[2], d[0] * e2[1] - d[1] * e2[0]};
+    const double det = e1[0] * p[0] + e1[1] * p[1] + e1[2] * p[2];
+    if (det == 0.0 || !std::isfinite(det)) return std::numeric_limits<double>::quiet_NaN();
+    const double tv[3] = {o[0] - v0[0], o[1] - v0[1], o[2] - v0[2]};
+    const double q[3] = {tv[1] * e1[2] - tv[2] * e1[1], tv[2] * e1[0] - tv[0] * e1[2], tv[0] * e1[1] - tv[1] * e1[0]};
+    return (e2[0] * q[0] + e2[1] * q[1] + e2[2] * q[2]) / det;
+}
+
+}  // namespace
+
+SurfaceBvh::SurfaceBvh(const Surface& surface) : impl_(std::make_unique<Impl>(surface)) {
+    const Surface& s = surface;
+    const std::size_t n = s.nodeCount();
+    const std::size_t tris = s.triangleCount();
+    if (s.y.size() != n || s.z.size() != n || tris > static_cast<std::size_t>(INT32_MAX))
+        throw arrayWorks::StateError(arrayWorks::source::field_selection, __LINE__);
+    for (std::int32_t v : s.triangles)
+        if (v < 0 || static_cast<std::size_t>(v) >= n) throw arrayWorks::IndexError(arrayWorks::source::field_selection, __LINE__);
+
+    // Centre and extent of the bounding box.
+    if (n > 0) {
+        double lo[3] = {s.x[0], s.y[0], s.z[0]}, hi[3] = {s.x[0], s.y[0], s.z[0]};
+        for (std::size_t k = 0; k < n; ++k) {
+            const double p[3] = {s.x[k], s.y[k], s.z[k]};
+            for (int c = 0; c < 3; ++c) {
+                lo[c] = std::min(lo[c], p[c]);
+                hi[c] = std::max(hi[c], p[c]);
+            }
+        }
+        for (int c = 0; c < 3; ++c) {
+            impl_->centre[c] = 0.5 * (lo[c] + hi[c]);
+            impl_->extent = std::max(impl_->extent, 0.5 * (hi[c] - lo[c]));
+        }
+    }
+
+    // Nodes at exactly the same position share one number for the filter.
+    std::vector<std::int32_t> order(n);
+    std::iota(order.begin(), order.end(), 0);
+    auto key = [&](std::int32_t k) {
+        const auto u = static_cast<std::size_t>(k);
+        return std::tuple(s.x[u], s.y[u], s.z[u], k);
+    };
+    std::sort(order.begin(), order.end(), [&](std::int32_t p, std::int32_t q) { return key(p) < key(q); });
+    impl_->weld.resize(n);
+    for (std::size_t k = 0; k < n; ++k) {
+        const std::int32_t cur = order[k];
+        const bool same = k > 0 && std::get<0>(key(cur)) == std::get<0>(key(order[k - 1])) &&
+                          std::get<1>(key(cur)) == std::get<1>(key(order[k - 1])) &&
+                          std::get<2>(key(cur)) == std::get<2>(key(order[k - 1]));
+        impl_->weld[static_cast<std::size_t>(cur)] = same ? impl_->weld[static_cast<std::size_t>(order[k - 1])] : cur;
+    }
+    impl_->corners.resize(s.triangles.size());
+    for (std::size_t k = 0; k < s.triangles.size(); ++k)
+        impl_->corners[k] = impl_->weld[static_cast<std::size_t>(s.triangles[k])];
+
+    impl_->device = rtcNewDevice("verbose=0");
+    if (impl_->device == nullptr) throw arrayWorks::StateError(arrayWorks::source::field_selection, __LINE__);
+    impl_->scene = rtcNewScene(impl_->device);
+    rtcSetSceneFlags(impl_->scene, RTC_SCENE_FLAG_ROBUST);
+    if (tris > 0) {
+        RTCGeometry g = rtcNewGeometry(impl_->device, RTC_GEOMETRY_TYPE_TRIANGLE);
+        auto* vb = static_cast<float*>(
+            rtcSetNewGeometryBuffer(g, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, 3 * sizeof(float), n));
+        auto* ib = static_cast<unsigned*>(
+            rtcSetNewGeometryBuffer(g, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, 3 * sizeof(unsigned), tris));
+        if (vb == nullptr || ib == nullptr) {
+            rtcReleaseGeometry(g);
+            throw arrayWorks::StateError(arrayWorks::source::field_selection, __LINE__);
+        }
+        for (std::size_t k = 0; k < n; ++k) {
+            vb[3 * k + 0] = static_cast<float>(s.x[k] - impl_->centre[0]);
+            vb[3 * k + 1] = static_cast<float>(s.y[k] - impl_->centre[1]);
+            vb[3 * k + 2] = static_cast<float>(s.z[k] - impl_->centre[2]);
+        }
+        for (std::size_t k = 0; k < s.triangles.size(); ++k) ib[k] = static_cast<unsigned>(s.triangles[k]);
+        rtcSetGeometryOccludedFilterFunction(g, rejectEndFaces);
+        rtcCommitGeometry(g);
+        rtcAttachGeometry(impl_->scene, g);
+        rtcReleaseGeometry(g);
+    }
+    rtcCommitScene(impl_->scene);
+    if (rtcGetDeviceError(impl_->device) != RTC_ERROR_NONE)
+        throw arrayWorks::StateError(arrayWorks::source::field_selection, __LINE__);
+}
+
+SurfaceBvh::~SurfaceBvh() = default;
+
+bool SurfaceBvh::occluded(std::int32_t a, std::int32_t b) const {
+    const Impl& m = *impl_;
+    const std::size_t n = m.s.nodeCount();
+    if (a < 0 || b < 0 || static_cast<std::size_t>(a) >= n || static_cast<std::size_t>(b) >= n)
+        throw arrayWorks::IndexError(arrayWorks::source::field_selection, __LINE__);
+    const auto ua = static_cast<std::size_t>(a), ub = static_cast<std::size_t>(b);
+    const double pa[3] = {m.s.x[ua], m.s.y[ua], m.s.z[ua]};
+    const double pb[3] = {m.s.x[ub], m.s.y[ub], m.s.z[ub]};
+    const std::int32_t ends[2] = {a, b};
+    return occludedBetween(pa, pb, ends, 2);
+}
+
+bool SurfaceBvh::occludedBetween(const double p[3], const double q[3], const std::int32_t* ignore, int count) const {
+    const Impl& m = *impl_;
+    if (count < 0 || count > 4) throw arrayWorks::IndexError(arrayWorks::source::field_selection, __LINE__);
+    SegmentContext ctx;
+    rtcInitIntersectContext(&ctx.base);
+    ctx.corners = m.corners.data();
+    ctx.ignored = count;
+    for (int k = 0; k < count; ++k) {
+        if (ignore[k] < 0 || static_cast<std::size_t>(ignore[k]) >= m.s.nodeCount())
+            throw arrayWorks::IndexError(arrayWorks::source::field_selection, __LINE__);
+        ctx.ignore[k] = m.weld[static_cast<std::size_t>(ignore[k])];
+    }
+    const double d[3] = {q[0] - p[0], q[1] - p[1], q[2] - p[2]};
+    const double len = std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]);
+    // The ray runs from p (t = 0) to q (t = 1); crossings near either end do not count.
+    const double skip = kEndTolerance + kExtentTolerance * m.extent / len;
+    if (!(len > 0.0) || !(skip < 0.5)) return false;
+
+    RTCRay ray{};
+    ray.org_x = static_cast<float>(p[0] - m.centre[0]);
+    ray.org_y = static_cast<float>(p[1] - m.centre[1]);
+    ray.org_z = static_cast<float>(p[2] - m.centre[2]);
+    ray.dir_x = static_cast<float>(d[0]);
+    ray.dir_y = static_cast<float>(d[1]);
+    ray.dir_z = static_cast<float>(d[2]);
+    ray.tnear = static_cast<float>(skip);
+    ray.tfar = static_cast<float>(1.0 - skip);
+    ray.mask = 0xFFFFFFFFu;
+    ray.flags = 0;
+    rtcOccluded1(m.scene, &ctx.base, &ray);
+    return ray.tfar < 0.0f;  // Embree marks an occluded ray with tfar = -inf
+}
+
+std::optional<SurfaceHit> SurfaceBvh::firstHit(const double origin[3], const double direction[3],
+                                               double maxDistance) const {
+    const Impl& m = *impl_;
+    if (!(maxDistance > 0.0)) return std::nullopt;
+    const double o[3] = {origin[0] - m.centre[0], origin[1] - m.centre[1], origin[2] - m.centre[2]};
+    RTCIntersectContext ctx;
+    rtcInitIntersectContext(&ctx);
+    RTCRayHit rh{};
+    rh.ray.org_x = static_cast<float>(o[0]);
+    rh.ray.org_y = static_cast<float>(o[1]);
+    rh.ray.org_z = static_cast<float>(o[2]);
+    rh.ray.dir_x = static_cast<float>(direction[0]);
+    rh.ray.dir_y = static_cast<float>(direction[1]);
+    rh.ray.dir_z = static_cast<float>(direction[2]);
+    rh.ray.tnear = 0.0f;
+    rh.ray.tfar = static_cast<float>(std::min(maxDistance, static_cast<double>(std::numeric_limits<float>::max())));
+    rh.ray.mask = 0xFFFFFFFFu;
+    rh.hit.geomID = RTC_INVALID_GEOMETRY_ID;
+    rh.hit.primID = RTC_INVALID_GEOMETRY_ID;
+    rtcIntersect1(m.scene, &ctx, &rh);
+    if (rh.hit.geomID == RTC_INVALID_GEOMETRY_ID) return std::nullopt;
+
+    SurfaceHit hit;
+    hit.triangle = static_cast<std::int32_t>(rh.hit.primID);
+    // The distance again in double precision on the triangle that was found.
+    double t = refineHit(m, hit.triangle, origin, direction);
+    if (!std::isfinite(t) || std::abs(t - rh.ray.tfar) > 1e-3 * std::max(1.0, std::abs(t))) t = rh.ray.tfar;
+    if (!(t > 0.0) || t > maxDistance) return std::nullopt;
+    hit.distance = t;
+    hit.x = origin[0] + t * direction[0];
+    hit.y = origin[1] + t * direction[1];
+    hit.z = origin[2] + t * direction[2];
+    return hit;
+}
+
+namespace {
+
+struct ClosestQuery {
+    const BvhData* impl;
+    double p[3];
+    double best2;
+    double point[3];
+    std::int32_t triangle;
+    float slack;  // added to the shrunk radius for the single-precision bounds
+};
+
+bool visitTriangle(RTCPointQueryFunctionArguments* args) {
+    auto* q = static_cast<ClosestQuery*>(args->userPtr);
+    const auto t = static_cast<std::int32_t>(args->primID);
+    double a[3], b[3], c[3], cp[3];
+    q->impl->corner(t, 0, a);
+    q->impl->corner(t, 1, b);
+    q->impl->corner(t, 2, c);
+    closestOnTriangle(q->p, a, b, c, cp);
+    const double d2 = (cp[0] - q->p[0]) * (cp[0] - q->p[0]) + (cp[1] - q->p[1]) * (cp[1] - q->p[1]) +
+                      (cp[2] - q->p[2]) * (cp[2] - q->p[2]);
+    const bool better = q->triangle < 0 ? d2 <= q->best2 : (d2 < q->best2 || (d2 == q->best2 && t < q->triangle));
+    if (better) {
+        q->best2 = d2;
+        q->triangle = t;
+        for (int k = 0; k < 3; ++k) q->point[k] = cp[k];
+        const float r = static_cast<float>(std::sqrt(d2)) * 1.000001f + q->slack;
+        if (r < args->query->radius) {
+            args->query->radius = r;
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+std::optional<SurfaceHit> SurfaceBvh::closestPoint(const double p[3], double maxDistance) const {
+    const Impl& m = *impl_;
+    if (!(maxDistance >= 0.0) || m.s.triangleCount() == 0) return std::nullopt;
+    ClosestQuery q{&m, {p[0], p[1], p[2]}, maxDistance * maxDistance, {0, 0, 0}, -1, 0.0f};
+    const double far = std::abs(p[0] - m.centre[0]) + std::abs(p[1] - m.centre[1]) + std::abs(p[2] - m.centre[2]);
+    q.slack = static_cast<float>(1e-6 * (m.extent + far));
+    RTCPointQuery query;
+    query.x = static_cast<float>(p[0] - m.centre[0]);
+    query.y = static_cast<float>(p[1] - m.centre[1]);
+    query.z = static_cast<float>(p[2] - m.centre[2]);
+    query.time = 0.0f;
+    query.radius = std::isfinite(maxDistance) ? static_cast<float>(maxDistance) * 1.000001f + q.slack
+                                              : std::numeric_limits<float>::infinity();
+    RTCPointQueryContext ctx;
+    rtcInitPointQueryContext(&ctx);
+    rtcPointQuery(m.scene, &query, &ctx, visitTriangle, &q);
+    // Nothing within maxDistance: best2 is still maxDistance^2 with no triangle,
+    // or the only candidates were exactly at maxDistance (kept).
+    if (q.triangle < 0) return std::nullopt;
+    SurfaceHit hit;
+    hit.triangle = q.triangle;
+    hit.distance = std::sqrt(q.best2);
+    hit.x = q.point[0];
+    hit.y = q.point[1];
+    hit.z = q.point[2];
+    return hit;
+}
+
+}  // namespace tundrel

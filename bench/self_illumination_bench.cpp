@@ -1,0 +1,131 @@
+// Self-illumination: pair throughput of the kernel against the plain loop
+// over the container's checked accessors, obstruction tests per second
+// against a loop over every face, and the memory a run with the obstruction
+// test takes for 10^5 and 10^6 nodes.
+//
+//   build/release/bench/self_illumination_bench --benchmark_counters_tabular=true
+#include <benchmark/benchmark.h>
+
+#include <fstream>
+#include <random>
+#include <string>
+
+#include "api/fields/self_illumination.h"
+#include "api/fields/surface_bvh.h"
+#include "tests/fields/shapes.h"
+
+namespace {
+
+// A closed ball of about n nodes seen from inside: every pair faces itself.
+shapes::Block ballOf(int n) {
+    const int rings = static_cast<int>(std::sqrt(n / 2.0));
+    const int segments = (n - 2) / rings;
+    auto b = shapes::sphere(rings, segments, 1.0, {0.1, 0.2, 0.3});
+    std::mt19937 rng(1);
+    std::uniform_real_distribution<double> u(1.0, 2.0);
+    for (double& v : b.value) v = u(rng);
+    return b;
+}
+
+tundrel::IlluminationNodes flatNodes(const FieldMasterD& f) {
+    const tundrel::Surface s = tundrel::extractSurface(f);
+    const std::vector<unsigned char> all(s.nodeCount(), 1);
+    const std::vector<double> area = tundrel::nodeAreas(f, s, all);
+    const auto* v = f.scalar(f.findFunction("P"));
+    tundrel::IlluminationNodes nodes;
+    for (std::size_t k = 0; k < s.nodeCount(); ++k) nodes.add(s, k, area[k], v->data()[k]);
+    return nodes;
+}
+
+// The kernel without the obstruction test: every ordered pair.
+void BM_PairKernel(benchmark::State& state) {
+    const FieldMasterD f = shapes::build({ballOf(static_cast<int>(state.range(0)))});
+    const tundrel::IlluminationNodes nodes = flatNodes(f);
+    const double m = static_cast<double>(nodes.size());
+    for (auto _ : state) benchmark::DoNotOptimize(tundrel::illuminationSums(nodes, 0.5, nullptr).data());
+    state.counters["nodes"] = m;
+    state.counters["pairs/s"] = benchmark::Counter(m * (m - 1) * static_cast<double>(state.iterations()),
+                                                   benchmark::Counter::kIsRate);
+}
+BENCHMARK(BM_PairKernel)->Arg(20000)->Arg(100000)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
+
+// The plain loop over the checked accessors, for the first 100 receivers.
+void BM_CheckedLoop(benchmark::State& state) {
+    const FieldMasterD f = shapes::build({ballOf(static_cast<int>(state.range(0)))});
+    const int receivers = 100;
+    // The node areas once beforehand (the first receiver needs them all).
+    std::vector<double> areas;
+    shapes::referenceCorrection(f, "P", 0.5, {}, nullptr, 1, &areas);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(shapes::referenceCorrection(f, "P", 0.5, {}, nullptr, receivers, &areas).data());
+    const double m = static_cast<double>(f.totalNodes());
+    state.counters["nodes"] = m;
+    state.counters["pairs/s"] = benchmark::Counter(receivers * (m - 1) * static_cast<double>(state.iterations()),
+                                                   benchmark::Counter::kIsRate);
+}
+BENCHMARK(BM_CheckedLoop)->Arg(20000)->Arg(100000)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
+
+// The whole correction with the obstruction test on a closed ball of 20,000
+// nodes, for a selection of 2,000 of them (every pair of them is tested).
+void BM_ObstructionKernel(benchmark::State& state) {
+    auto ball = ballOf(20000);
+    for (std::size_t k = 0; k < ball.selected.size(); k += 10) ball.selected[k] = 1;
+    const FieldMasterD f = shapes::build({ball});
+    tundrel::SelfIlluminationStats stats;
+    for (auto _ : state) benchmark::DoNotOptimize(tundrel::selfIlluminationValues(f, "P", 0.5, true, &stats).data());
+    state.counters["tests"] = static_cast<double>(stats.segmentTests);
+    state.counters["tests/s"] = benchmark::Counter(static_cast<double>(stats.segmentTests * state.iterations()),
+                                                   benchmark::Counter::kIsRate);
+}
+BENCHMARK(BM_ObstructionKernel)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
+
+// Single obstruction tests on one thread: the hierarchy against the loop
+// over every face, on random node pairs of the 20,000-node ball.
+void BM_SegmentTest(benchmark::State& state) {
+    const bool everyFace = state.range(0) != 0;
+    const FieldMasterD f = shapes::build({ballOf(20000)});
+    const tundrel::Surface s = tundrel::extractSurface(f);
+    const tundrel::SurfaceBvh bvh(s);
+    std::vector<shapes::V> pos(f.positions().begin(), f.positions().end());
+    std::mt19937 rng(3);
+    const auto n = static_cast<std::uint32_t>(s.nodeCount());
+    std::int64_t tests = 0;
+    for (auto _ : state) {
+        const auto a = static_cast<std::int32_t>(rng() % n), b = static_cast<std::int32_t>(rng() % n);
+        if (everyFace) benchmark::DoNotOptimize(shapes::occludedBruteForce(pos, s.triangles, a, b));
+        else benchmark::DoNotOptimize(bvh.occluded(a, b));
+        ++tests;
+    }
+    state.counters["tests/s"] = benchmark::Counter(static_cast<double>(tests), benchmark::Counter::kIsRate);
+}
+BENCHMARK(BM_SegmentTest)->Arg(0)->Arg(1)->ArgNames({"every_face"});
+
+// Peak resident memory that a run with the obstruction test adds, for a
+// selection of 1,000 nodes on balls of 10^5 and 10^6 nodes.
+long statusKb(const std::string& key) {
+    std::ifstream f("/proc/self/status");
+    std::string line;
+    while (std::getline(f, line))
+        if (line.rfind(key, 0) == 0) return std::stol(line.substr(key.size() + 1));
+    return -1;
+}
+
+void BM_ObstructionMemory(benchmark::State& state) {
+    auto ball = ballOf(static_cast<int>(state.range(0)));
+    const std::size_t step = ball.selected.size() / 1000;
+    for (std::size_t k = 0; k < ball.selected.size(); k += step) ball.selected[k] = 1;
+    const FieldMasterD f = shapes::build({ball});
+    double added = 0;
+    for (auto _ : state) {
+        std::ofstream("/proc/self/clear_refs") << "5";  // resets the peak to the current size
+        const long before = statusKb("VmRSS:");
+        benchmark::DoNotOptimize(tundrel::selfIlluminationValues(f, "P", 0.5, true).data());
+        added = static_cast<double>(statusKb("VmHWM:") - before) * 1024.0;
+    }
+    state.counters["nodes"] = static_cast<double>(f.totalNodes());
+    state.counters["peak_bytes"] = added;
+    state.counters["bytes/node"] = added / static_cast<double>(f.totalNodes());
+}
+BENCHMARK(BM_ObstructionMemory)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
+
+}  // namespace

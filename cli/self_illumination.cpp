@@ -1,0 +1,125 @@
+// tundrel self-illumination
+#include <cstdio>
+#include <iostream>
+#include <optional>
+#include <sstream>
+
+#include "cli/cli.h"
+#include "cli/host.h"
+#include "dialogs/dialogs.h"
+
+namespace tundrel::cli {
+
+namespace {
+
+// "0,2,5" -> {0, 2, 5}; nothing on a malformed list.
+std::optional<std::vector<int>> patchList(const std::string& text) {
+    std::vector<int> list;
+    std::stringstream in(text);
+    std::string item;
+    while (std::getline(in, item, ',')) {
+        std::size_t used = 0;
+        int k = -1;
+        try {
+            k = std::stoi(item, &used);
+        } catch (const std::exception&) {
+            return std::nullopt;
+        }
+        if (used != item.size() || k < 0) return std::nullopt;
+        list.push_back(k);
+    }
+    if (list.empty()) return std::nullopt;
+    return list;
+}
+
+std::string scalarNames(const FieldMasterD& field) {
+    std::string names;
+    for (int i = 0; i < field.functionCount(); ++i)
+        if (field.scalar(i) != nullptr) names += (names.empty() ? "" : ", ") + field.functionAt(i)->name();
+    return names.empty() ? "none" : names;
+}
+
+}  // namespace
+
+void addSelfIlluminationCommand(CLI::App& app, int& status) {
+    struct Args {
+        std::string in, out, field, name, patches;
+        std::optional<double> ratio;
+        bool visibility = false;
+        WriteOptions w;
+    };
+    auto a = std::make_shared<Args>();
+    CLI::App* cmd = app.add_subcommand("self-illumination",
+                                       "Remove the light a model reflects onto itself from a field, as a new field");
+    cmd->add_option("in", a->in, "Model to read (apt, fld, dat, wrl)")->required();
+    cmd->add_option("out", a->out, "Model to write, with the new field")->required();
+    cmd->add_option("--field", a->field, "Name of the measured field")->required();
+    cmd->add_option("--ratio", a->ratio, "Complete diffusion reflection ratio, 0 to 1 (default 1)");
+    cmd->add_flag("--visibility", a->visibility, "Test every pair of nodes for obstruction by the model");
+    cmd->add_option("--name", a->name, "Name of the new field (default FIELD_si)");
+    cmd->add_option("--select-patches", a->patches, "Only these patches take part: 0-based, comma-separated");
+    addWriteOptions(*cmd, a->w);
+    cmd->callback([a, &status] {
+        region reg;
+        region_fe reg_fe;
+        if (!loadModel({a->in}, false, reg, reg_fe)) {
+            status = kFailure;
+            return;
+        }
+        FieldMasterD field;
+        z::ambientFlow flow;
+        Region_to_fieldMaster(reg, reg_fe, field, flow);
+        const int source = field.findFunction(a->field);
+        if (source < 0 || field.scalar(source) == nullptr) {
+            std::cerr << "tundrel: " << a->in << " has no field " << a->field << " (fields: " << scalarNames(field)
+                      << ")\n";
+            status = kFailure;
+            return;
+        }
+        if (!a->patches.empty()) {
+            const auto list = patchList(a->patches);
+            if (!list) {
+                std::cerr << "tundrel: --select-patches: not a list of patch numbers: " << a->patches << '\n';
+                status = kFailure;
+                return;
+            }
+            auto& selection = field.selection();
+            for (int b : *list) {
+                if (b >= field.blockCount()) {
+                    std::cerr << "tundrel: --select-patches: no patch " << b << " (the model has "
+                              << field.blockCount() << ")\n";
+                    status = kFailure;
+                    return;
+                }
+                for (int n = 0; n < field.nodeCount(b); ++n) selection.at(b, n) = 1;
+            }
+        }
+
+        // The dialog's answer: what the flags give, the dialog's own values otherwise.
+        ScriptedHost::Answer answer;
+        answer.dialogId = kSelfIlluminationDialog;
+        if (a->ratio) {
+            char text[40];
+            std::snprintf(text, sizeof text, "%.17g", *a->ratio);
+            answer.typed[SelfIlluminationDialog::kRatio] = text;
+        }
+        if (a->visibility) answer.typed[SelfIlluminationDialog::kCheckVisibility] = "1";
+        if (!a->name.empty()) answer.typed[SelfIlluminationDialog::kNewFieldName] = a->name;
+        // With --interactive the dialog is asked on the terminal instead.
+        CliHost& host = cliHost();
+        if (!host.interactive) host.answer(answer);
+
+        const int before = field.functionCount();
+        std::string name = a->field;
+        self_illumination(field, name);
+        if (field.functionCount() == before) {
+            std::cerr << "tundrel: self-illumination: nothing computed\n";
+            status = kFailure;
+            return;
+        }
+        fieldMaster_to_Region(field, flow, reg, reg_fe);
+        if (!saveModel(a->out, a->w, reg, reg_fe)) status = kFailure;
+    });
+}
+
+}  // namespace tundrel::cli

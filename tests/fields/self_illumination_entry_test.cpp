@@ -1,0 +1,167 @@
+#include <gtest/gtest.h>
+
+#include "api/TundrelApi.h"
+#include "dialogs/dialogs.h"
+#include "tests/fields/shapes.h"
+#include "tests/test_util.h"
+
+using shapes::V;
+using tundrel::SelfIlluminationDialog;
+
+namespace {
+
+// A bowl of 5 x 4 nodes, field "P" = 1 everywhere.
+FieldMasterD bowlModel() {
+    auto b = shapes::grid(5, 4, [](int i, int j) { return V(i, j, 0.2 * ((i - 2) * (i - 2) + (j - 1.5) * (j - 1.5))); },
+                          {0, 0, 1});
+    for (std::size_t k = 0; k < b.pos.size(); ++k) {
+        const V& p = b.pos[k];
+        b.normal[k] = V(-0.4 * (p.x - 2), -0.4 * (p.y - 1.5), 1) / V(-0.4 * (p.x - 2), -0.4 * (p.y - 1.5), 1).length();
+    }
+    return shapes::build({b});
+}
+
+const double* values(const FieldMasterD& f, const std::string& name) {
+    const auto* fn = f.scalar(f.findFunction(name));
+    return fn == nullptr ? nullptr : fn->data();
+}
+
+class SelfIlluminationDialogLoop : public testutil::HostTest {
+protected:
+    FieldMasterD f = bowlModel();
+    std::string field = "P";
+    static tundrel::ControlTexts typed(const std::string& ratio, const std::string& check, const std::string& name) {
+        return {{SelfIlluminationDialog::kRatio, ratio}, {SelfIlluminationDialog::kCheckVisibility, check},
+                {SelfIlluminationDialog::kNewFieldName, name}};
+    }
+};
+
+}  // namespace
+
+TEST_F(SelfIlluminationDialogLoop, ProposesTheNameRemembersRatioAndFlagAndStoresTheField) {
+    host.answerOk(typed("0.25", "1", "P_si"), tundrel::kSelfIlluminationDialog);
+    self_illumination(f, field);
+    ASSERT_EQ(host.textsShown.size(), 1u);
+    EXPECT_EQ(host.textsShown[0][SelfIlluminationDialog::kNewFieldName], "P_si");
+    ASSERT_NE(values(f, "P_si"), nullptr);
+    const auto want = tundrel::selfIlluminationValues(f, "P", 0.25, true);
+    for (std::size_t k = 0; k < want.size(); ++k) EXPECT_EQ(values(f, "P_si")[k], want[k]);
+    EXPECT_EQ(host.busyDepth, 0);
+
+    // The next call opens with the values confirmed last; Cancel changes nothing.
+    host.answerCancel();
+    self_illumination(f, field);
+    ASSERT_EQ(host.textsShown.size(), 2u);
+    EXPECT_EQ(host.textsShown[1][SelfIlluminationDialog::kRatio], "0.25");
+    EXPECT_EQ(host.textsShown[1][SelfIlluminationDialog::kCheckVisibility], "1");
+    EXPECT_EQ(f.functionCount(), 4);
+    EXPECT_TRUE(host.messages.empty());
+    EXPECT_EQ(host.busyDepth, 0);
+}
+
+TEST_F(SelfIlluminationDialogLoop, ExistingNamesAreRefusedAndTheDialogComesBack) {
+    for (const std::string taken : {"P", "$_N"}) {
+        host.answerOk(typed("0.5", "0", taken));
+        host.answerOk(typed("0.5", "0", "p"));  // differs in case only: accepted
+        self_illumination(f, field);
+        ASSERT_EQ(host.messages.size(), 1u);
+        EXPECT_EQ(host.messages[0], "The function name alredy exist");
+        ASSERT_EQ(host.textsShown.size(), 2u);
+        EXPECT_EQ(host.textsShown[1][SelfIlluminationDialog::kNewFieldName], taken);  // the values just entered
+        EXPECT_NE(values(f, "p"), nullptr);
+        f = bowlModel();
+        host.messages.clear();
+        host.textsShown.clear();
+    }
+    // Refused again and then cancelled: nothing added.
+    host.answerOk(typed("0.5", "0", "P"));
+    host.answerCancel();
+    self_illumination(f, field);
+    EXPECT_EQ(f.functionCount(), 3);
+}
+
+TEST_F(SelfIlluminationDialogLoop, RatioOutsideZeroToOneKeepsTheDialogOpen) {
+    host.answerOk(typed("1.5", "0", "P_si"));
+    host.answerOk(typed("0", "0", "P_si"));
+    self_illumination(f, field);
+    ASSERT_EQ(host.messages.size(), 1u);  // the dialog's range message
+    ASSERT_NE(values(f, "P_si"), nullptr);
+    for (std::size_t k = 0; k < f.totalNodes(); ++k) EXPECT_EQ(values(f, "P_si")[k], values(f, "P")[k]);
+}
+
+// ---- the command ------------------------------------------------------------
+
+class SelfIlluminationCli : public testutil::HostTest {
+protected:
+    // Two patches written as DAT: the saddle of gridPatch (patch 0) and a bowl above it (patch 1).
+    std::string model() {
+        region reg;
+        auto bowl = testutil::gridPatch(6, 5, {"P"});
+        auto lid = testutil::gridPatch(6, 5, {"P"});
+        for (std::size_t n = 0; n < 30; ++n) {
+            const double x = static_cast<double>(n % 6) - 2.5, y = static_cast<double>(n / 6) - 2.0;
+            lid->findVariable("z")->values[n] = 4.0 + 0.15 * (x * x + y * y);
+        }
+        reg.append(bowl);
+        reg.append(lid);
+        region_fe none;
+        const std::string in = dir.file("in.dat");
+        EXPECT_TRUE(export_data(in, 10, false, true, reg, none));
+        return in;
+    }
+    static std::vector<double> field(const std::string& file, int patch, const std::string& name) {
+        region reg;
+        region_fe reg_fe;
+        EXPECT_TRUE(import_data(file, false, reg, reg_fe));
+        const NodeVariable* v = reg.patch(patch).findVariable(name);
+        return v == nullptr ? std::vector<double>{} : v->values;
+    }
+};
+
+TEST_F(SelfIlluminationCli, WritesTheCorrectedFieldAsTheLibraryComputesIt) {
+    const std::string in = model(), out = dir.file("out.dat");
+    const auto r = testutil::runCli("self-illumination " + in + " " + out + " --field P --ratio 0.4 --scientific --precision 15");
+    ASSERT_EQ(r.status, 0) << r.out;
+
+    region reg;
+    region_fe reg_fe;
+    ASSERT_TRUE(import_data(in, false, reg, reg_fe));
+    FieldMasterD f;
+    z::ambientFlow flow;
+    Region_to_fieldMaster(reg, reg_fe, f, flow);
+    const auto want = tundrel::selfIlluminationValues(f, "P", 0.4, false);
+    std::vector<double> got = field(out, 0, "P_si");
+    const auto lid = field(out, 1, "P_si");
+    got.insert(got.end(), lid.begin(), lid.end());
+    ASSERT_EQ(got.size(), want.size());
+    int changed = 0;
+    for (std::size_t k = 0; k < got.size(); ++k) {
+        EXPECT_NEAR(got[k], want[k], 1e-12 * std::abs(want[k]));
+        changed += got[k] != f.scalar(f.findFunction("P"))->data()[k];
+    }
+    EXPECT_GT(changed, 0);
+}
+
+TEST_F(SelfIlluminationCli, SelectedPatchesNamesAndRefusals) {
+    const std::string in = model(), out = dir.file("out.dat");
+    auto r = testutil::runCli("self-illumination " + in + " " + out + " --field P --select-patches 1 --name Q --visibility");
+    ASSERT_EQ(r.status, 0) << r.out;
+    EXPECT_EQ(field(out, 0, "Q"), field(out, 0, "P"));  // patch 0 takes no part
+    EXPECT_NE(field(out, 1, "Q"), field(out, 1, "P"));
+
+    struct Row {
+        std::string args, says;
+    } rows[] = {
+        {"--field P --name P", "The function name alredy exist"},
+        {"--field P --ratio 1.5", "between"},
+        {"--field T", "has no field T (fields: P)"},
+        {"--field P --select-patches 2", "no patch 2"},
+        {"--field P --select-patches 0,x", "not a list of patch numbers"},
+    };
+    for (const Row& row : rows) {
+        r = testutil::runCli("self-illumination " + in + " " + dir.file("no.dat") + " " + row.args);
+        EXPECT_EQ(r.status, 1) << row.args;
+        EXPECT_NE(r.out.find(row.says), std::string::npos) << row.args << ": " << r.out;
+        EXPECT_FALSE(std::filesystem::exists(dir.file("no.dat")));
+    }
+}
