@@ -16,6 +16,9 @@ constexpr double kFlatAxis = 1e-9;
 // A monomial is kept when the part of its port values that the terms before
 // it do not explain is longer than this share of the constant's.
 constexpr double kDependentTerm = 1e-9;
+// The dense system of more distinct ports would take more than 128 MB and
+// minutes to solve.
+constexpr std::size_t kMostPorts = 4000;
 
 double power(double v, int e) {
     double r = 1.0;
@@ -70,6 +73,7 @@ ApproximationStatus PortApproximation::build(const std::vector<z::zVec<double>>&
     std::vector<std::size_t> distinct;
     for (std::size_t i = 0; i < n; ++i)
         if (repeat[i] == 0) distinct.push_back(i);
+    if (distinct.size() > kMostPorts) return ApproximationStatus::Unsolvable;
     const auto m = static_cast<Eigen::Index>(distinct.size());
 
     // Centre and scale: the centroid, and the largest distance from it.
@@ -106,7 +110,8 @@ ApproximationStatus PortApproximation::build(const std::vector<z::zVec<double>>&
     // that the ports cannot tell from earlier ones are dropped.
     const std::vector<std::array<int, 3>> candidates = monomials(order, a.dimension_);
     if (static_cast<std::size_t>(m) < candidates.size()) return ApproximationStatus::Unsolvable;
-    Eigen::MatrixXd local = q * Eigen::Map<const Eigen::Matrix<double, 3, 3, Eigen::RowMajor>>(&a.axes_[0][0]).transpose();
+    using Axes = Eigen::Matrix<double, 3, 3, Eigen::RowMajor>;
+    const Eigen::MatrixXd local = q * Eigen::Map<const Axes>(&a.axes_[0][0]).transpose();
     std::vector<Eigen::VectorXd> basis;
     Eigen::MatrixXd P(m, static_cast<Eigen::Index>(candidates.size()));
     Eigen::Index kept = 0;

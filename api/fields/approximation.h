@@ -36,9 +36,11 @@
 // Failures: value and port counts that differ, or an order outside 0..2,
 // give SizesDiffer ("Error 1" to the user); fewer distinct ports than the
 // polynomial terms left after the axes were dropped, ports at one place
-// with different values, or a system that is numerically singular give
-// Unsolvable ("Error 2"). Memory is O(n^2) for the dense system of the
-// ports only; evaluation needs nothing per node beyond the output.
+// with different values, a system that is numerically singular, or more
+// than 4000 distinct ports (the dense system would take more than 128 MB
+// and minutes) give Unsolvable ("Error 2"). Memory is O(n^2) for the dense
+// system of the ports only; evaluation needs nothing per node beyond the
+// output.
 #pragma once
 
 #include <array>

@@ -28,11 +28,10 @@ namespace msg = pressure_ports_messages;
 // Values below this are the no-value mark.
 constexpr double kNoValueBelow = -9.9e9;
 
-// Steps 6 to 10 with the wait cursor on; the message of a failure, or
-// nothing when the function was added.
+// Steps 6 to 10: the message of a failure, or nothing when the function was
+// added.
 const char* buildField(FieldMasterD& field, const std::string& fieldName, const std::string& newName,
                        const markers& set, const PressurePortsParameters& p) {
-    BusyScope busy;
     const Surface surface = extractSurface(field);
     const SurfaceBvh bvh(surface);
     const std::vector<MarkerProjection> projected = projectMarkers(set, surface, bvh, p.direction);
@@ -92,6 +91,7 @@ void construct(FieldMasterD& field, const std::string& fieldName, const std::str
 }  // namespace tundrel
 
 void pressure_ports(FieldMasterD& field, std::string& fieldName) {
+    tundrel::BusyScope busy;  // the dialogs take the wait cursor off while they are open
     tundrel::PressurePortsParameters& p = tundrel::pressurePortsParameters();
     tundrel::PressurePortsDialog dialog;
     dialog.newFieldName = fieldName + "_pp";
