@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
 # Installs what is needed, builds the release preset and runs the main job on
-# the bundled example model.
+# the bundled example model (examples/): read the wing-body, correct its
+# measured cp for self-illumination, build the pressure-port field, write the
+# result as DAT and VRML into out/ and print a summary.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
 cmake --preset release >/dev/null
-cmake --build --preset release -j "$(nproc)" --target tundrel
-T=build/release/tundrel
+cmake --build --preset release -j "$(nproc)" --target tundrel _tundrel
 mkdir -p out
-$T info tests/data/wing.apt
-$T convert tests/data/wing.apt out/wing.apt
-echo "written: out/wing.apt"
+PYTHONPATH="$PWD/build/release/python" /usr/bin/python3 examples/process_example.py --out out
+build/release/tundrel info out/wingbody.dat

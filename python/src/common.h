@@ -1,0 +1,87 @@
+// Shared pieces of the Python bindings: NumPy views of the library's memory,
+// the scripted host that every library call runs under, and the translation
+// of the library's errors and messages into Python exceptions.
+#pragma once
+
+#include <pybind11/numpy.h>
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "api/TundrelApi.h"
+
+namespace tundrel::py_bind {
+
+namespace py = pybind11;
+
+// An array over memory that `owner` keeps alive (no copy). The view is
+// writeable; its base is `owner`.
+template <class T>
+py::array view(T* data, std::vector<py::ssize_t> shape, std::vector<py::ssize_t> strides, py::handle owner) {
+    return py::array(py::dtype::of<T>(), std::move(shape), std::move(strides), data, owner);
+}
+
+template <class T>
+py::array flatView(T* data, std::size_t n, py::handle owner) {
+    return view(data, {static_cast<py::ssize_t>(n)}, {static_cast<py::ssize_t>(sizeof(T))}, owner);
+}
+
+// Raises the tundrel exception class for a library error (with the texts the
+// call had shown before it) and returns the error_already_set to throw.
+py::error_already_set libraryError(const arrayWorks::GenericError& e, const std::vector<std::string>& messages);
+
+// Raises tundrel.MessageError with the given texts.
+[[noreturn]] void raiseMessages(const std::vector<std::string>& messages);
+// Issues tundrel.MessageWarning for each text (the call succeeded).
+void warnMessages(const std::vector<std::string>& messages);
+
+// Runs one call of the library with a scripted host installed: dialogs are
+// answered from `host`'s queue, messages are recorded. Library errors become
+// Python exceptions that carry the recorded messages.
+template <class F>
+auto underHost(ScriptedHost& host, F&& f) -> decltype(f()) {
+    HostScope scope(host);
+    try {
+        return f();
+    } catch (const arrayWorks::GenericError& e) {
+        throw libraryError(e, host.messages);
+    }
+}
+
+// A library call whose success is known afterwards: messages of a failed call
+// raise MessageError, those of a successful one are issued as warnings.
+void settle(bool ok, const std::vector<std::string>& messages);
+
+// Text typed into a dialog's edit box for a number (shortest form that reads
+// back exactly).
+std::string numberText(double v);
+
+// The shared pointer that holds `p` in a list of owning pointers.
+template <class T>
+std::shared_ptr<T> holderOf(const arrayWorks::PtrList<T>& list, const T* p) {
+    for (const auto& item : list)
+        if (item.get() == p) return item;
+    return nullptr;
+}
+
+// Checks that every face patch can be walked safely: its face index list has
+// the stored length and holds only -1 or node numbers below its node count,
+// and every variable has one value per node. Raises ValueError otherwise.
+void checkFaces(const region_fe& reg_fe);
+// The same for structured patches: one value per node in every variable.
+void checkPatches(const region& reg);
+
+// Raises ValueError while a NumPy view of the container's positions is alive
+// (adding or replacing blocks may move the positions' storage).
+void refuseWhilePositionsViewed(const FieldMasterD& fm);
+
+void bindErrors(py::module_& m);
+void bindGeometry(py::module_& m);
+void bindFields(py::module_& m);
+void bindOperations(py::module_& m);
+
+}  // namespace tundrel::py_bind

@@ -1,0 +1,12 @@
+// The tundrel Python module: the library's types and exported functions under
+// their C++ names.
+#include "common.h"
+
+PYBIND11_MODULE(_tundrel, m) {
+    namespace tb = tundrel::py_bind;
+    m.doc() = "TundrelApi: surface geometry, fields and file formats of wind-tunnel measurements.";
+    tb::bindErrors(m);
+    tb::bindGeometry(m);
+    tb::bindFields(m);
+    tb::bindOperations(m);
+}

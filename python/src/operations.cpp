@@ -1,0 +1,366 @@
+// The exported operations: mesh editing, geometry <-> field container,
+// markers, and the field operations whose dialogs are answered from keyword
+// arguments.
+#include <pybind11/stl/filesystem.h>
+
+#include <array>
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
+
+#include "common.h"
+
+#include "api/fields/fields.h"
+#include "api/mesh/mesh.h"
+#include "api/mesh/normals.h"
+
+#include "api/markers.h"
+#include "api/markersImport.h"
+#include "dialogs/dialogs.h"
+#include "api/fields/self_illumination.h"
+#if __has_include("api/fields/pressure_ports.h")
+#include "api/fields/pressure_ports.h"
+#include "dialogs/dialogs.h"
+#define TUNDREL_PY_PRESSURE_PORTS 1
+#endif
+
+namespace tundrel::py_bind {
+
+namespace {
+
+// Runs a library operation that has no result of its own: any text it showed
+// means it failed, and raises MessageError.
+template <class F>
+void hostedVoid(F&& f) {
+    ScriptedHost host;
+    underHost(host, std::forward<F>(f));
+    settle(false, host.messages);
+}
+
+// A patch number that an operation would use unchecked.
+void checkPatchNumber(const region_fe& r, int k, const char* what) {
+    if (!r.patches.exists(k))
+        throw py::index_error(std::string(what) + ": no face patch " + std::to_string(k) + " (the list holds " +
+                              std::to_string(r.patchCount()) + ")");
+}
+
+// Runs a field operation that asks its parameters in a dialog answered from
+// `host`'s queue and adds one function: the new function; MessageError with
+// what the operation showed when it added none.
+template <class F>
+std::shared_ptr<arrayWorks::FieldFunction> addingOperation(FieldMasterD& fm, ScriptedHost& host, const char* what,
+                                                           F&& f) {
+    const int before = fm.functionCount();
+    underHost(host, std::forward<F>(f));
+    const bool added = fm.functionCount() > before;
+    settle(added, host.messages);
+    if (!added) throw std::runtime_error(std::string(what) + " added no field");
+    return fm.functions.back();
+}
+
+// A copy of a face patch with copies of its variables (names, sizes and
+// values as they stand).
+std::shared_ptr<FacePatch> copyOf(const FacePatch& p) {
+    auto c = std::make_shared<FacePatch>(p.nodes, p.indexLength, p.faces);
+    c->name = p.name;
+    c->faceIndex = p.faceIndex;
+    for (const auto& v : p.variables) {
+        if (!v) continue;
+        auto nv = std::make_shared<NodeVariable>(v->name, v->I, v->J, v->K);
+        nv->values = v->values;
+        c->variables.append(std::move(nv));
+    }
+    return c;
+}
+
+}  // namespace
+
+void bindOperations(py::module_& m) {
+    m.def(
+        "Region_to_fieldMaster",
+        [](const region& reg, const region_fe& reg_fe, FieldMasterD& fm, z::ambientFlow& flow) {
+            refuseWhilePositionsViewed(fm);
+            checkPatches(reg);
+            checkFaces(reg_fe);
+            hostedVoid([&] { Region_to_fieldMaster(reg, reg_fe, fm, flow); });
+        },
+        py::arg("reg"), py::arg("reg_fe"), py::arg("field"), py::arg("flow"),
+        "Fills `field` from the geometry (emptied first): one block per structured patch, then one per face "
+        "patch; node positions from x, y, z; one scalar function per other variable (-1e10 where a patch lacks "
+        "it); the normals \"$_N\" and the selection \"$_selection\" (nothing selected). The flow conditions go "
+        "into `flow`.");
+    m.def(
+        "fieldMaster_to_Region",
+        [](FieldMasterD& fm, const z::ambientFlow& flow, region& reg, region_fe& reg_fe) {
+            hostedVoid([&] { fieldMaster_to_Region(fm, flow, reg, reg_fe); });
+        },
+        py::arg("field"), py::arg("flow"), py::arg("reg"), py::arg("reg_fe"),
+        "Back to geometry: nothing when `field` has no block; otherwise both patch lists are emptied and every "
+        "block becomes a patch \"Patch_N\" with x, y, z and one variable per function whose name does not begin "
+        "with \"$_\".");
+    m.def(
+        "change_normal_fe",
+        [](region_fe& reg_fe, int patch) {
+            checkFaces(reg_fe);
+            hostedVoid([&] { change_normal_fe(reg_fe, patch); });
+        },
+        py::arg("reg_fe"), py::arg("patch"), "Turns every face of a face patch round, flipping its normals.");
+    m.def(
+        "convert", [](FieldMasterD& fm) { hostedVoid([&] { ::convert(fm); }); }, py::arg("field"),
+        "Not available: raises MessageError(\"Not available\").");
+    m.def(
+        "IR_camera", [](FieldMasterD& fm) { hostedVoid([&] { ::IR_camera(fm); }); }, py::arg("field"),
+        "Not available: raises MessageError(\"Not available\").");
+    m.def(
+        "temperature_gages", [](FieldMasterD& fm) { hostedVoid([&] { ::temperature_gages(fm); }); },
+        py::arg("field"), "Not available: raises MessageError(\"Not available\").");
+
+    m.def(
+        "converter_reg_to_reg_fe",
+        [](region& src, region_fe& dst) {
+            checkPatches(src);
+            ScriptedHost host;
+            const bool ok = underHost(host, [&] { return converter_reg_to_reg_fe(src, dst); });
+            settle(ok, host.messages);
+            return ok;
+        },
+        py::arg("src"), py::arg("dst"),
+        "Triangulates every structured patch of `src` (at least 2 x 2) into a face patch \"Patch___N\" appended "
+        "to `dst`, two triangles a grid cell. MessageError when the first patch lacks x, y or z.");
+    m.def(
+        "Add_to_regionFe",
+        [](region_fe& r, int k, std::vector<int> faces) {
+            checkFaces(r);
+            checkPatchNumber(r, k, "Add_to_regionFe");
+            const FacePatch& p = r.patch(k);
+            for (int f : faces)
+                if (f < 0 || f >= p.faces || 4 * static_cast<std::size_t>(f) + 4 > p.faceIndex.size())
+                    throw py::index_error("Add_to_regionFe: patch " + std::to_string(k) + " has no face " +
+                                          std::to_string(f));
+            if (p.variableCount() < 3) throw py::value_error("Add_to_regionFe: the patch has fewer than 3 variables");
+            hostedVoid([&] { Add_to_regionFe(r, k, std::move(faces)); });
+        },
+        py::arg("r"), py::arg("k"), py::arg("faces"),
+        "Cuts the faces `faces` of patch k out into a new compact patch \"PatchVRML_N\" appended to `r`, holding "
+        "the coordinates of their nodes.");
+    m.def(
+        "AddBlock_to_buf",
+        [](region_fe& src, region_fe& buf, int k) {
+            checkFaces(src);
+            hostedVoid([&] { AddBlock_to_buf(src, buf, k); });
+        },
+        py::arg("src"), py::arg("buf"), py::arg("k"), "Appends a deep copy of patch k of `src` to `buf`.");
+    m.def(
+        "copy_reg_fe_to_buf",
+        [](region_fe& src, region_fe& buf) {
+            checkFaces(src);
+            ScriptedHost host;
+            return underHost(host, [&] { return copy_reg_fe_to_buf(src, buf); });
+        },
+        py::arg("src"), py::arg("buf"),
+        "Replaces the patches of `buf` by deep copies of those of `src`, with its name and flow conditions.");
+    m.def(
+        "merge_in_reg_fe",
+        [](region_fe& r, int a, int b) {
+            checkFaces(r);
+            ScriptedHost host;
+            return underHost(host, [&] { return merge_in_reg_fe(r, a, b); });
+        },
+        py::arg("r"), py::arg("a"), py::arg("b"),
+        "Joins patch b into patch a (b's nodes and faces follow a's); patches without faces are dropped. False "
+        "when refused.");
+    m.def(
+        "add_patch_fe",
+        [](region_fe& r, int k) {
+            checkFaces(r);
+            checkPatchNumber(r, k, "add_patch_fe");
+            if (r.patch(k).variableCount() < 3) throw py::value_error("add_patch_fe: the patch has fewer than 3 variables");
+            ScriptedHost host;
+            return underHost(host, [&] { return add_patch_fe(r, k); });
+        },
+        py::arg("r"), py::arg("k"),
+        "Appends a copy of patch k's faces named with \"_simm\", with zero coordinates; returns the patch count.");
+    m.def(
+        "faces_increase_in_buff",
+        [](const region_fe& src, region_fe& buf, int k) {
+            checkFaces(src);
+            hostedVoid([&] { faces_increase_in_buff(src, buf, k); });
+        },
+        py::arg("src"), py::arg("buf"), py::arg("k"),
+        "Appends to `buf` patch k of `src` with every triangle split in four at its edge midpoints.");
+    m.def(
+        "block_fe_compress",
+        [](region_fe& r, std::vector<int> patches) {
+            checkFaces(r);
+            hostedVoid([&] { block_fe_compress(r, static_cast<int>(patches.size()), patches.data()); });
+        },
+        py::arg("r"), py::arg("patches"),
+        "Refines in place every patch of `r` whose number is in `patches` (the C++ count and list in one).");
+    m.def(
+        "out_point_fe",
+        [](region_fe& r, int patch, int node) -> py::object {
+            checkFaces(r);
+            double x = 0, y = 0, z = 0;
+            ScriptedHost host;
+            if (underHost(host, [&] { return out_point_fe(r, patch, node, x, y, z); }) != 0) return py::none();
+            return py::make_tuple(x, y, z);
+        },
+        py::arg("r"), py::arg("patch"), py::arg("node"),
+        "The (x, y, z) of a node, or None when refused (C++: 0 and the doubles set, or -1).");
+    m.def(
+        "in_point_fe",
+        [](region_fe& r, int patch, int node, double x, double y, double z) {
+            checkFaces(r);
+            ScriptedHost host;
+            return underHost(host, [&] { return in_point_fe(r, patch, node, x, y, z); });
+        },
+        py::arg("r"), py::arg("patch"), py::arg("node"), py::arg("x"), py::arg("y"), py::arg("z"),
+        "Sets the coordinates of a node: 0, or -1 when refused.");
+
+    py::class_<marker>(m, "marker", "One marker: x, y, z, value, active, number.")
+        .def(py::init([](double x, double y, double z, double value, bool active, int number) {
+                 return marker{x, y, z, value, active, number};
+             }),
+             py::arg("x") = 0.0, py::arg("y") = 0.0, py::arg("z") = 0.0, py::arg("value") = 0.0,
+             py::arg("active") = false, py::arg("number") = 0)
+        .def_readwrite("x", &marker::x)
+        .def_readwrite("y", &marker::y)
+        .def_readwrite("z", &marker::z)
+        .def_readwrite("value", &marker::value)
+        .def_readwrite("active", &marker::active)
+        .def_readwrite("number", &marker::number)
+        .def("__repr__", [](const marker& k) {
+            return "marker(" + numberText(k.x) + ", " + numberText(k.y) + ", " + numberText(k.z) +
+                   ", value=" + numberText(k.value) + ", active=" + (k.active ? "True" : "False") +
+                   ", number=" + std::to_string(k.number) + ")";
+        });
+    py::class_<markers>(m, "markers", "A marker set: the field name, the markers and which of x, y, z, value "
+                                      "the file supplied.")
+        .def(py::init<>())
+        .def_readwrite("name", &markers::name)
+        .def_readwrite("hasX", &markers::hasX)
+        .def_readwrite("hasY", &markers::hasY)
+        .def_readwrite("hasZ", &markers::hasZ)
+        .def_readwrite("hasValue", &markers::hasValue)
+        .def("count", &markers::count, "Number of markers.")
+        .def("__len__", &markers::count)
+        .def(
+            "at", [](const markers& s, int i) { return s.at(i); }, py::arg("i"),
+            "A copy of the i-th marker (IndexError out of range).")
+        .def("__getitem__", [](const markers& s, int i) { return s.at(i < 0 ? i + s.count() : i); })
+        .def("__setitem__", [](markers& s, int i, const marker& k) { s.at(i < 0 ? i + s.count() : i) = k; })
+        .def(
+            "array",
+            [](const markers& s) {
+                py::array_t<double> a({static_cast<py::ssize_t>(s.count()), py::ssize_t{4}});
+                auto w = a.mutable_unchecked<2>();
+                for (int i = 0; i < s.count(); ++i) {
+                    const marker& k = s.list[static_cast<std::size_t>(i)];
+                    w(i, 0) = k.x;
+                    w(i, 1) = k.y;
+                    w(i, 2) = k.z;
+                    w(i, 3) = k.value;
+                }
+                return a;
+            },
+            "x, y, z and value of every marker as an (n, 4) array (a copy).");
+    m.def("addMarker", &addMarker, py::arg("set"), py::arg("m"),
+          "Appends a copy of `m` (number 0: one more than the largest); returns the new count.");
+    m.def(
+        "importMarkers",
+        [](const std::filesystem::path& file, markers& set, int imageHeight) {
+            ScriptedHost host;
+            underHost(host, [&] { importMarkers(file.string(), set, imageHeight); });
+            settle(true, host.messages);
+        },
+        py::arg("file"), py::arg("set"), py::arg("imageHeight") = 0,
+        "Reads a marker file by its extension (mpt, inm, apm, mrk; letter case counts) into `set`. A file that "
+        "cannot be read raises FileError, whose `messages` hold the XML parser's report; a parser warning is "
+        "issued as MessageWarning.");
+
+    m.def(
+        "self_illumination",
+        [](FieldMasterD& fm, std::string fieldName, std::optional<double> ratio, std::optional<bool> checkVisibility,
+           std::optional<std::string> name) {
+            ControlTexts typed;
+            if (ratio) typed[SelfIlluminationDialog::kRatio] = numberText(*ratio);
+            if (checkVisibility) typed[SelfIlluminationDialog::kCheckVisibility] = *checkVisibility ? "1" : "0";
+            if (name) typed[SelfIlluminationDialog::kNewFieldName] = *name;
+            ScriptedHost host;
+            host.answerOk(typed, kSelfIlluminationDialog);
+            return addingOperation(fm, host, "self_illumination", [&] { self_illumination(fm, fieldName); });
+        },
+        py::arg("field"), py::arg("fieldName"), py::kw_only(), py::arg("ratio") = py::none(),
+        py::arg("check_visibility") = py::none(), py::arg("name") = py::none(),
+        "Corrects the scalar function `fieldName` for self-illumination (light reflected between the parts of "
+        "the surface) and appends the result as a new function, which is returned.\n\n"
+        "The dialog's parameters are keyword arguments; one left out keeps the value the dialog shows (the "
+        "last confirmed, or the default): `ratio` the diffuse reflection ratio, 0 to 1; `check_visibility` "
+        "tests every node pair for an obstruction by the surface (slow); `name` the new function's name "
+        "(default fieldName + \"_si\"). Only selected nodes take part when something is selected.\n\n"
+        "MessageError carries the library's text when the operation refuses (\"The function name alredy "
+        "exist\", a ratio outside 0 to 1); IndexError when `fieldName` or \"$_N\" is absent.");
+    m.def(
+        "unvisible_faces_remove",
+        [](region_fe& reg_fe, std::array<double, 3> eye) {
+            checkFaces(reg_fe);
+            // The operation shrinks patches in place. It runs on copies, which
+            // then take the patches' places, so that arrays viewing the
+            // caller's patches stay valid.
+            region_fe work(reg_fe);
+            for (int k = 0; k < work.patchCount(); ++k)
+                if (work.patches.exists(k)) work.patches.set(k, copyOf(work.patch(k)));
+            ScriptedHost host;
+            const int removed =
+                underHost(host, [&] { return unvisible_faces_remove(work, z::zVec<double>(eye[0], eye[1], eye[2])); });
+            for (int k = 0; k < work.patchCount() && k < reg_fe.patchCount(); ++k)
+                if (work.patches.exists(k)) reg_fe.patches.set(k, work.patches.shared(k));
+            settle(true, host.messages);
+            return removed;
+        },
+        py::arg("reg_fe"), py::arg("eye"),
+        "Hidden-face removal for a camera at `eye` (x, y, z): keeps in every face patch only the faces that face "
+        "the camera and that no other face hides, and the nodes they use. Returns the number of faces removed.\n\n"
+        "The patches are replaced by new, reduced ones (the C++ function changes them in place): patches and "
+        "arrays taken from `reg_fe` before the call keep the old faces and values.");
+
+#ifdef TUNDREL_PY_PRESSURE_PORTS
+    m.def(
+        "pressure_ports",
+        [](FieldMasterD& fm, std::string fieldName, std::optional<std::filesystem::path> markersFile,
+           std::optional<int> order, std::optional<double> maxDeflexion, std::optional<std::string> name,
+           std::optional<std::string> direction) {
+            ControlTexts typed;
+            if (markersFile) typed[PressurePortsDialog::kMarkersFile] = markersFile->string();
+            if (order) typed[PressurePortsDialog::kOrder] = std::to_string(*order);
+            if (maxDeflexion) typed[PressurePortsDialog::kMaxDeflexion] = numberText(*maxDeflexion);
+            if (name) typed[PressurePortsDialog::kNewFieldName] = *name;
+            ControlTexts axes;
+            if (direction) {
+                if (*direction != "normal" && *direction != "reverse")
+                    throw py::value_error("direction must be \"normal\" or \"reverse\"");
+                axes[ActiveAxesDialog::kNormal] = *direction == "normal" ? "1" : "0";
+                axes[ActiveAxesDialog::kReverse] = *direction == "normal" ? "0" : "1";
+            }
+            ScriptedHost host;
+            host.answerOk(typed, kPressurePortsDialog);
+            host.answerOk(axes, kActiveAxesDialog);
+            return addingOperation(fm, host, "pressure_ports", [&] { pressure_ports(fm, fieldName); });
+        },
+        py::arg("field"), py::arg("fieldName") = "", py::kw_only(), py::arg("markers_file") = py::none(),
+        py::arg("order") = py::none(), py::arg("max_deflexion") = py::none(), py::arg("name") = py::none(),
+        py::arg("direction") = py::none(),
+        "Builds a field from the pressure ports of a marker file: the markers are projected onto the surface "
+        "and their values spread over the nodes by an approximation of order 0 to 2. The new function is "
+        "appended and returned.\n\n"
+        "Keyword arguments answer the dialog (one left out keeps the value shown, the last confirmed): "
+        "`markers_file`, `order`, `max_deflexion` (the farthest a marker may lie from the surface), `name` "
+        "(default fieldName + \"_pp\"), and for markers with two coordinates `direction`, \"normal\" or "
+        "\"reverse\". The marker set's field name must equal `fieldName`; the marker readers leave it empty, "
+        "so `fieldName` is normally \"\".\n\n"
+        "MessageError carries the library's text when the operation refuses (\"Deflextion has small value\", "
+        "\"The function name alredy exist\", ...); FileError when the marker file cannot be read.");
+#endif
+}
+
+}  // namespace tundrel::py_bind

@@ -1,0 +1,87 @@
+"""The bundled example: its files are what its script makes, and the main job
+runs on it."""
+
+import importlib.util
+import os
+import re
+import shlex
+import subprocess
+import sys
+
+import numpy as np
+import pytest
+
+import tundrel
+
+
+def load(example_dir, name):
+    spec = importlib.util.spec_from_file_location(name, example_dir / f"{name}.py")
+    module = importlib.util.module_from_spec(spec)
+    sys.modules[name] = module
+    spec.loader.exec_module(module)
+    return module
+
+
+@pytest.mark.parametrize("name", ["wingbody.fld", "wingbody_ports.mrk"])
+def test_committed_files_are_what_the_script_makes(example_dir, tmp_path, name):
+    load(example_dir, "make_example").main(["--out", str(tmp_path)])
+    assert (tmp_path / name).read_bytes() == (example_dir / name).read_bytes()
+
+
+def test_the_model_reads_as_a_wing_body(example_dir):
+    reg, reg_fe = tundrel.region(), tundrel.region_fe()
+    if not tundrel.import_data(example_dir / "wingbody.fld", False, reg, reg_fe):
+        pytest.skip("no FLD reader in this build")
+    assert (reg.name, reg.Mach, reg.alpha, reg.beta) == ("wingbody", 0.7, 3.0, 0.0)
+    assert [(p.I, p.J) for p in reg] == [(49, 61), (41, 21), (41, 21)] and len(reg_fe) == 0
+    cp = np.concatenate([p["cp"].values for p in reg])
+    measured = cp[cp > -1e9]
+    assert 0 < np.count_nonzero(cp <= -1e9) < 100            # covered by the wing roots
+    assert -1.7 < measured.min() < -1.0 and 1.0 < measured.max() < 1.2
+
+
+def test_main_job(example_dir, tmp_path, capsys):
+    assert load(example_dir, "process_example").main(["--out", str(tmp_path), "--no-visibility"]) == 0
+    summary = capsys.readouterr().out
+    made = ["cp_si"] + (["cp_ports"] if hasattr(tundrel, "pressure_ports") else [])
+    for word in ("nodes     4711 in 3 patches", "fields    cp, $_N, $_selection, " + ", ".join(made), "timings"):
+        assert word in summary
+    near, far = (float(v) for v in re.search(r"root (\S+), elsewhere (\S+)", summary).groups())
+    assert near > 5 * far, "the correction matters most in the wing-fuselage corners"
+    reg, reg_fe = tundrel.read(tmp_path / "wingbody.dat")
+    assert [v.name for v in reg[0].variables] == ["x", "y", "z", "cp"] + made
+    assert reg.name == "wingbody" and reg.Mach == 0.7
+    vrml_reg, vrml_fe = tundrel.read(tmp_path / "wingbody.wrl")
+    assert len(vrml_fe) == 3 and sum(p.nodes for p in vrml_fe) == 4711
+
+
+def test_readme_python_example_runs_as_written(example_dir, monkeypatch, capsys):
+    readme = (example_dir.parent / "README.md").read_text()
+    code = readme.split("```python\n", 1)[1].split("```", 1)[0]
+    monkeypatch.chdir(example_dir.parent)
+    exec(compile(code, "README.md", "exec"), {})
+    assert "The function name alredy exist" in capsys.readouterr().out
+
+
+def readme_block(source_dir, heading, language):
+    section = (source_dir / "README.md").read_text().split(heading, 1)[1]
+    return section.split(f"```{language}\n", 1)[1].split("```", 1)[0]
+
+
+@pytest.mark.skipif("TUNDREL_CLI" not in os.environ, reason="TUNDREL_CLI names the tundrel command (set by CTest)")
+def test_readme_commands_run_as_written(example_dir, tmp_path):
+    source = example_dir.parent
+    for d in ("tests", "examples"):
+        (tmp_path / d).symlink_to(source / d)
+    lines = [line.split("#", 1)[0].strip() for line in readme_block(source, "## The command line", "sh").splitlines()]
+    commands = [line for line in lines if line.startswith("$T ")]
+    assert len(commands) >= 8
+    for line in lines:
+        if line.startswith("mkdir "):
+            subprocess.run(shlex.split(line), cwd=tmp_path, check=True)
+    for command in commands:
+        r = subprocess.run([os.environ["TUNDREL_CLI"]] + shlex.split(command)[1:], cwd=tmp_path,
+                           capture_output=True, text=True)
+        assert r.returncode == 0, f"{command}: {r.stderr}"
+        for written in (w for w in shlex.split(command) if w.startswith("out/")):
+            assert (tmp_path / written).stat().st_size > 0, command
