@@ -51,7 +51,7 @@ def main(argv=None):
     ap.add_argument("--field", default="cp", help="the measured field (default cp)")
     ap.add_argument("--ratio", default=0.4, type=float, help="diffuse reflection ratio, 0 to 1 (default 0.4)")
     ap.add_argument("--no-visibility", action="store_true", help="skip the obstruction test between node pairs")
-    ap.add_argument("--order", default=2, type=int, help="order of the pressure-port approximation, 0 to 2")
+    ap.add_argument("--order", default=0, type=int, help="order of the pressure-port approximation, 0 to 2")
     ap.add_argument("--deflexion", default=0.004, type=float, help="largest distance of a port from the surface")
     ap.add_argument("--out", default=pathlib.Path("out"), type=pathlib.Path, help="output directory (default out)")
     args = ap.parse_args(argv)
