@@ -15,10 +15,10 @@ import tundrel
 
 
 def load(example_dir, name):
-    spec = importlib.util.spec_from_file_location(name, example_dir / f"{name}.py")
-    module = importlib.util.module_from_spec(spec)
+    loader_spec = importlib.util.spec_from_file_location(name, example_dir / f"{name}.py")
+    module = importlib.util.module_from_spec(loader_spec)
     sys.modules[name] = module
-    spec.loader.exec_module(module)
+    loader_spec.loader.exec_module(module)
     return module
 
 
