@@ -11,6 +11,7 @@
 #include "api/mesh/mesh.h"
 #include "api/field_selection.h"
 #include "api/fields/fields.h"
+#include "api/fields/pressure_ports.h"
 #include "api/fields/self_illumination.h"
 #include "api/mesh/normals.h"
 #include "api/zvec.h"

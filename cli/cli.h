@@ -31,6 +31,7 @@ bool saveModel(const std::string& file, const WriteOptions& w, region& reg, regi
 void addModelCommands(CLI::App& app, int& status);   // convert, info
 void addMarkersCommand(CLI::App& app, int& status);  // markers
 void addMeshCommands(CLI::App& app, int& status);    // triangulate, refine, merge, mirror
+void addPressurePortsCommand(CLI::App& app, int& status);  // pressure-ports
 void addSelfIlluminationCommand(CLI::App& app, int& status);  // self-illumination
 
 }  // namespace tundrel::cli

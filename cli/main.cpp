@@ -15,6 +15,7 @@ int main(int argc, char** argv) {
     tundrel::cli::addModelCommands(app, status);
     tundrel::cli::addMarkersCommand(app, status);
     tundrel::cli::addMeshCommands(app, status);
+    tundrel::cli::addPressurePortsCommand(app, status);
     tundrel::cli::addSelfIlluminationCommand(app, status);
 
     try {

@@ -6,51 +6,26 @@
 #include <sstream>
 
 #include "cli/cli.h"
+#include "cli/json.h"
 
 namespace tundrel::cli {
 
 namespace {
 
-std::string markersJsonString(const std::string& s) {
-    std::ostringstream o;
-    o << '"';
-    for (unsigned char c : s) {
-        switch (c) {
-            case '"': o << "\\\""; break;
-            case '\\': o << "\\\\"; break;
-            case '\n': o << "\\n"; break;
-            case '\r': o << "\\r"; break;
-            case '\t': o << "\\t"; break;
-            default:
-                if (c < 0x20) o << "\\u" << std::hex << std::setw(4) << std::setfill('0') << int(c) << std::dec;
-                else o << c;
-        }
-    }
-    o << '"';
-    return o.str();
-}
 
-// The shortest text that reads back as the same double.
-std::string markersJsonNumber(double v) {
-    if (!std::isfinite(v)) return "null";
-    char buf[32];
-    const auto r = std::to_chars(buf, buf + sizeof buf, v);
-    return std::string(buf, r.ptr);
-}
 
-const char* jsonBool(bool b) { return b ? "true" : "false"; }
 
 void printMarkers(const markers& set, bool json) {
     std::ostream& o = std::cout;
     if (json) {
-        o << "{\"name\": " << markersJsonString(set.name) << ", \"hasX\": " << jsonBool(set.hasX)
+        o << "{\"name\": " << jsonString(set.name) << ", \"hasX\": " << jsonBool(set.hasX)
           << ", \"hasY\": " << jsonBool(set.hasY) << ", \"hasZ\": " << jsonBool(set.hasZ)
           << ", \"hasValue\": " << jsonBool(set.hasValue) << ", \"markers\": [";
         for (int i = 0; i < set.count(); ++i) {
             const marker& m = set[i];
-            o << (i ? ", " : "") << "{\"number\": " << m.number << ", \"x\": " << markersJsonNumber(m.x)
-              << ", \"y\": " << markersJsonNumber(m.y) << ", \"z\": " << markersJsonNumber(m.z)
-              << ", \"value\": " << markersJsonNumber(m.value) << ", \"active\": " << jsonBool(m.active) << "}";
+            o << (i ? ", " : "") << "{\"number\": " << m.number << ", \"x\": " << jsonNumber(m.x)
+              << ", \"y\": " << jsonNumber(m.y) << ", \"z\": " << jsonNumber(m.z)
+              << ", \"value\": " << jsonNumber(m.value) << ", \"active\": " << jsonBool(m.active) << "}";
         }
         o << "]}\n";
         return;

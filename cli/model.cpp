@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "cli/cli.h"
+#include "cli/json.h"
 
 namespace tundrel::cli {
 
@@ -32,31 +33,7 @@ bool saveModel(const std::string& file, const WriteOptions& w, region& reg, regi
 
 namespace {
 
-std::string jsonString(const std::string& s) {
-    std::ostringstream o;
-    o << '"';
-    for (unsigned char c : s) {
-        switch (c) {
-            case '"': o << "\\\""; break;
-            case '\\': o << "\\\\"; break;
-            case '\n': o << "\\n"; break;
-            case '\r': o << "\\r"; break;
-            case '\t': o << "\\t"; break;
-            default:
-                if (c < 0x20) o << "\\u" << std::hex << std::setw(4) << std::setfill('0') << int(c) << std::dec;
-                else o << c;
-        }
-    }
-    o << '"';
-    return o.str();
-}
 
-std::string jsonNumber(double v) {
-    if (!std::isfinite(v)) return "null";
-    std::ostringstream o;
-    o << std::setprecision(17) << v;
-    return o.str();
-}
 
 template <class Patch>
 std::vector<std::string> variableNames(const Patch& p) {

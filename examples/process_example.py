@@ -51,7 +51,7 @@ def main(argv=None):
     ap.add_argument("--field", default="cp", help="the measured field (default cp)")
     ap.add_argument("--ratio", default=0.4, type=float, help="diffuse reflection ratio, 0 to 1 (default 0.4)")
     ap.add_argument("--no-visibility", action="store_true", help="skip the obstruction test between node pairs")
-    ap.add_argument("--order", default=2, type=int, help="order of the pressure-port approximation, 0 to 2")
+    ap.add_argument("--order", default=0, type=int, help="order of the pressure-port approximation, 0 to 2")
     ap.add_argument("--deflexion", default=0.004, type=float, help="largest distance of a port from the surface")
     ap.add_argument("--out", default=pathlib.Path("out"), type=pathlib.Path, help="output directory (default out)")
     args = ap.parse_args(argv)
@@ -74,17 +74,16 @@ def main(argv=None):
     )
 
     ports = args.field + "_ports"
-    if hasattr(tundrel, "pressure_ports"):
-        step(
-            "pressure ports",
-            tundrel.pressure_ports,
-            fm,
-            "",
-            markers_file=args.markers,
-            order=args.order,
-            max_deflexion=args.deflexion,
-            name=ports,
-        )
+    step(
+        "pressure ports",
+        tundrel.pressure_ports,
+        fm,
+        "",
+        markers_file=args.markers,
+        order=args.order,
+        max_deflexion=args.deflexion,
+        name=ports,
+    )
 
     out_reg, out_fe = tundrel.region(), tundrel.region_fe()
     step("to geometry", tundrel.fieldMaster_to_Region, fm, flow, out_reg, out_fe)
@@ -114,15 +113,12 @@ def main(argv=None):
     x, y, z = fm.positions[worst]
     print(f"          largest {change[worst]:+.4f} at node {worst - fm.offset(block)} of patch {block} "
           f"(x {x:.3f}, y {y:.3f}, z {z:.3f}), {args.field} {measured[worst]:.3f} -> {after[worst]:.3f}")
-    if ports in fm:
-        port_field = fm[ports].values
-        port_valued = port_field > -1e9
-        print(f"pressure ports     {args.markers.name}, order {args.order}: {ports} on "
-              f"{np.count_nonzero(port_valued)} nodes, {port_field[port_valued].min():.3f} to "
-              f"{port_field[port_valued].max():.3f}; rms from {args.field} "
-              f"{np.sqrt(np.mean((port_field - measured)[port_valued & valued] ** 2)):.4f}")
-    else:
-        print("pressure ports     skipped: this build of the library has no pressure_ports yet")
+    port_field = fm[ports].values
+    port_valued = port_field > -1e9
+    print(f"pressure ports     {args.markers.name}, order {args.order}: {ports} on "
+          f"{np.count_nonzero(port_valued)} nodes, {port_field[port_valued].min():.3f} to "
+          f"{port_field[port_valued].max():.3f}; rms from {args.field} "
+          f"{np.sqrt(np.mean((port_field - measured)[port_valued & valued] ** 2)):.4f}")
     print(f"written   {dat} ({dat.stat().st_size // 1024} KiB), {wrl} ({wrl.stat().st_size // 1024} KiB)")
     print("timings   " + ", ".join(f"{label} {t * 1000:.0f} ms" if t < 1 else f"{label} {t:.2f} s"
                                      for label, t in step.times))

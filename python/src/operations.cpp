@@ -18,11 +18,7 @@
 #include "api/markersImport.h"
 #include "dialogs/dialogs.h"
 #include "api/fields/self_illumination.h"
-#if __has_include("api/fields/pressure_ports.h")
 #include "api/fields/pressure_ports.h"
-#include "dialogs/dialogs.h"
-#define TUNDREL_PY_PRESSURE_PORTS 1
-#endif
 
 namespace tundrel::py_bind {
 
@@ -324,7 +320,6 @@ void bindOperations(py::module_& m) {
         "The patches are replaced by new, reduced ones (the C++ function changes them in place): patches and "
         "arrays taken from `reg_fe` before the call keep the old faces and values.");
 
-#ifdef TUNDREL_PY_PRESSURE_PORTS
     m.def(
         "pressure_ports",
         [](FieldMasterD& fm, std::string fieldName, std::optional<std::filesystem::path> markersFile,
@@ -360,7 +355,6 @@ void bindOperations(py::module_& m) {
         "so `fieldName` is normally \"\".\n\n"
         "MessageError carries the library's text when the operation refuses (\"Deflextion has small value\", "
         "\"The function name alredy exist\", ...); FileError when the marker file cannot be read.");
-#endif
 }
 
 }  // namespace tundrel::py_bind

@@ -9,12 +9,6 @@ import pytest
 
 import tundrel
 
-needs = {
-    name: pytest.mark.skipif(not hasattr(tundrel, name), reason=f"{name} is not in this build")
-    for name in ("pressure_ports",)
-}
-
-
 def plate(origin, di, dj, n, name, value=1.0):
     """An n x n structured plate from `origin` along di (i) and dj (j); its normal is di x dj."""
     p = tundrel.StructPatch(n, n)
@@ -205,7 +199,6 @@ class TestMarkers:
         assert len(info.value.messages) == 1 and info.value.messages[0].startswith("Fatal Error at file")
         capfd.readouterr()
 
-@needs["pressure_ports"]
 class TestPressurePorts:
     def ports(self, tmp_path, fm, offset=0.0):
         """Ports on the floor (z = offset) carrying a linear function of x and y."""

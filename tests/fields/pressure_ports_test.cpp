@@ -1,0 +1,270 @@
+// The pressure-port field from marker files on disk: every check of the
+// construction with its message, the dialog loop and what it remembers, the
+// projection direction of two-coordinate markers, the rebuilt field, and the
+// `tundrel pressure-ports` command.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <functional>
+#include <optional>
+
+#include "api/TundrelApi.h"
+#include "tests/test_util.h"
+
+using tundrel::ControlTexts;
+using Vec = z::zVec<double>;
+namespace msg = tundrel::pressure_ports_messages;
+
+namespace {
+
+using Height = std::function<double(double, double)>;
+
+// An I x J grid block over x in [0, 4], y in [0, 3] at height h.
+void addGrid(FieldMasterD& f, int I, int J, const Height& h) {
+    arrayWorks::BlockLayout l;
+    l.nodes = I * J, l.rowLength = I, l.rows = J;
+    std::vector<Vec> pos;
+    for (int j = 0; j < J; ++j)
+        for (int i = 0; i < I; ++i) {
+            const double x = 4.0 * i / (I - 1), y = 3.0 * j / (J - 1);
+            pos.emplace_back(x, y, h(x, y));
+        }
+    f.addBlock(l, pos);
+}
+
+double linear(const Vec& p) { return 1.25 - 0.5 * p.x + 2.0 * p.y + 0.75 * p.z; }
+
+struct Port {
+    Vec p;
+    double value = 0.0;
+};
+
+std::string text(double v) {
+    char buf[40];
+    std::snprintf(buf, sizeof buf, "%.17g ", v);
+    return buf;
+}
+
+// An XML marker file with the functions named in `ids` (of "xyzf").
+std::string mrk(const std::vector<Port>& ports, const std::string& ids = "xyzf") {
+    std::string s = "<ObjectMarkers><NodesNumber>" + std::to_string(ports.size()) + "</NodesNumber>\n";
+    for (char id : ids) {
+        s += std::string("<Function id=\"") + id + "\">";
+        for (const Port& p : ports) s += text(id == 'x' ? p.p.x : id == 'y' ? p.p.y : id == 'z' ? p.p.z : p.value);
+        s += "</Function>\n";
+    }
+    return s + "</ObjectMarkers>\n";
+}
+
+// A 3-D point file, "X Y Z" a line.
+std::string apm(const std::vector<Port>& ports) {
+    std::string s;
+    for (const Port& p : ports) s += text(p.p.x) + text(p.p.y) + text(p.p.z) + "\n";
+    return s;
+}
+
+std::vector<Port> lifted(std::vector<Port> ports, double by) {
+    for (Port& p : ports) p.p.z += by;
+    return ports;
+}
+
+}  // namespace
+
+class PressurePorts : public testutil::HostTest {
+protected:
+    static constexpr int I = 25, J = 20;
+
+    void SetUp() override {
+        tundrel::pressurePortsParameters() = {};
+        addGrid(field, I, J, [](double x, double y) { return 0.2 + 0.3 * std::sin(x) * std::cos(y); });
+        field.addSelection();
+    }
+
+    // n ports inside triangles spread over the grid, valued by `linear`.
+    std::vector<Port> portsOnSurface(int n) const {
+        std::vector<Port> ports;
+        for (int k = 0; k < n; ++k) {
+            const int c = (7 * k + 3) % (I - 1) + I * ((11 * k + 5) % (J - 1));
+            const Vec p = field.position(0, c) * 0.2 + field.position(0, c + 1) * 0.3 + field.position(0, c + I) * 0.5;
+            ports.push_back({p, linear(p)});
+        }
+        return ports;
+    }
+
+    std::string write(const std::string& name, const std::string& content) {
+        testutil::writeFile(dir.file(name), content);
+        return dir.file(name);
+    }
+
+    // Answers the parameters dialog, then the active-axes dialog with `axes`.
+    void run(const std::string& file, const std::string& deflexion, int order, std::string fieldName = "",
+             const std::string& name = "", std::optional<tundrel::ScriptedHost::Answer> axes = {}) {
+        ControlTexts t{{4055, std::to_string(order)}, {4054, deflexion}, {4057, file}};
+        if (!name.empty()) t[4056] = name;
+        host.answerOk(t, tundrel::kPressurePortsDialog);
+        if (axes) host.answer(*axes);
+        pressure_ports(field, fieldName);
+    }
+
+    FieldMasterD field;
+};
+
+struct CheckCase {
+    const char* name;
+    const char* fileName;
+    std::function<std::string(std::vector<Port>)> content;  // given ports on the surface
+    std::string fieldName, deflexion;
+    int order;
+    const char* message;  // nullptr: the field is added
+};
+
+void PrintTo(const CheckCase& c, std::ostream* os) { *os << c.name; }
+
+class PressurePortsChecks : public PressurePorts, public ::testing::WithParamInterface<CheckCase> {};
+
+TEST_P(PressurePortsChecks, ShowTheirMessageAndAddNothing) {
+    const CheckCase& c = GetParam();
+    const int before = field.functionCount();
+    run(write(c.fileName, c.content(portsOnSurface(12))), c.deflexion, c.order, c.fieldName);
+    EXPECT_EQ(messages(), c.message ? std::vector<std::string>{c.message} : std::vector<std::string>{});
+    EXPECT_EQ(field.functionCount(), before + (c.message ? 0 : 1));
+    EXPECT_EQ(host.dialogsShown, std::vector<int>{tundrel::kPressurePortsDialog});
+    EXPECT_EQ(host.busyDepth, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Construction, PressurePortsChecks,
+    ::testing::Values(
+        CheckCase{"noValues", "p.mrk", [](auto p) { return mrk(p, "xyz"); }, "", "0.1", 0, msg::kNoFunction},
+        CheckCase{"unknownExtension", "p.txt", [](auto p) { return mrk(p); }, "", "0.1", 0, msg::kNoFunction},
+        CheckCase{"noCoordinates", "p.mrk", [](auto p) { return mrk(p, "f"); }, "", "0.1", 0, msg::kNoCoordinates},
+        CheckCase{"nameDiffers", "p.apm", [](auto p) { return apm(p); }, "Cp", "0.1", 0, msg::kNameDiffers},
+        CheckCase{"farFromSurface", "p.apm", [](auto p) { return apm(lifted(p, 0.5)); }, "", "0.2", 0, msg::kSmallDeflexion},
+        CheckCase{"negativeDeflexion", "p.apm", [](auto p) { return apm(lifted(p, 0.5)); }, "", "-0.6", 0, nullptr},
+        CheckCase{"oneCoordinate", "p.mrk", [](auto p) { return mrk(p, "xf"); }, "", "0.1", 0, msg::kNoProjection},
+        CheckCase{"allInactive", "p.mpt", [](auto) { return std::string("1 1 0 0 0\n2 1 0 0 0\n"); }, "", "1", 0,
+                  msg::kNoProjection},
+        CheckCase{"portWithoutValue", "p.mrk", [](auto p) { return p[3].value = -1e10, mrk(p); }, "", "0.1", 1, msg::kSizes},
+        CheckCase{"onePlaceTwoValues", "p.mrk", [](auto p) { return p[5] = {p[2].p, 9.0}, mrk(p); }, "", "0.1", 0,
+                  msg::kUnsolvable},
+        CheckCase{"sixPortsForTenTerms", "p.apm", [](auto p) { return apm({p.begin(), p.begin() + 6}); }, "", "0.1", 2,
+                  msg::kUnsolvable},
+        CheckCase{"apmValuesAreZero", "p.apm", [](auto p) { return apm(p); }, "", "0.1", 0, nullptr}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// Ports sampled from a field linear in x, y, z rebuild it at every node but
+// the one without value in the current field.
+TEST_F(PressurePorts, RebuildsALinearFieldAtOrderOneAndTwo) {
+    field.addScalar("", 1.0).at(0, 17) = arrayWorks::kNoValue;
+    const std::string file = write("ports.mrk", mrk(portsOnSurface(30)));
+    for (int order : {1, 2}) {
+        run(file, "1e-6", order, "", "order" + std::to_string(order));
+        ASSERT_TRUE(messages().empty()) << messages().front();
+        const auto* f = field.functionNamed<double>("order" + std::to_string(order));
+        ASSERT_NE(f, nullptr);
+        EXPECT_EQ(f->at(0, 17), arrayWorks::kNoValue);
+        for (int n = 0; n < I * J; ++n) {
+            if (n == 17) continue;
+            ASSERT_NEAR(f->at(0, n), linear(field.position(0, n)), 1e-9) << order << " node " << n;
+        }
+    }
+}
+
+// Markers with x and y only follow z: "Normal" from above onto the upper of
+// two sheets, "Reverse" from below onto the lower one; the choice is
+// remembered, and Cancel ends silently.
+TEST_F(PressurePorts, TwoCoordinateMarkersFollowTheChosenDirection) {
+    field = FieldMasterD();
+    const Height upper = [](double x, double) { return 2.0 + 0.1 * x; };
+    const Height lower = [](double, double y) { return -1.0 - 0.2 * y; };
+    addGrid(field, 9, 7, upper);
+    addGrid(field, 9, 7, lower);
+    for (const int choice : {1, 0, 1, -1}) {  // Normal, Reverse, Normal, Cancel
+        const Height& sheet = choice == 0 ? lower : upper;
+        const int block = choice == 0 ? 1 : 0;
+        std::vector<Port> ports;
+        for (int k = 0; k < 8; ++k) {
+            const Vec p(0.3 + 0.45 * k, 0.2 + 0.33 * (5 * k % 8), 0.0);
+            ports.push_back({p, linear(Vec(p.x, p.y, sheet(p.x, p.y)))});
+        }
+        const bool before = tundrel::pressurePortsParameters().direction;
+        const int functions = field.functionCount();
+        host.textsShown.clear();
+        run(write("xy.mrk", mrk(ports, "xyf")), "0", 1, "", "dir" + std::to_string(functions),
+            tundrel::ScriptedHost::Answer{
+                {{4061, choice ? "1" : "0"}, {4062, choice ? "0" : "1"}}, {}, choice >= 0, tundrel::kActiveAxesDialog});
+        ASSERT_TRUE(messages().empty()) << messages().front();
+        ASSERT_EQ(host.textsShown.size(), 2u);
+        const ControlTexts axes{{4059, "X"}, {4060, "Y"}, {4061, before ? "1" : "0"}, {4062, before ? "0" : "1"}};
+        EXPECT_EQ(host.textsShown[1], axes);  // opened with the remembered direction
+        if (choice < 0) {
+            EXPECT_EQ(field.functionCount(), functions);
+            EXPECT_TRUE(tundrel::pressurePortsParameters().direction);
+            continue;
+        }
+        EXPECT_EQ(tundrel::pressurePortsParameters().direction, choice == 1);
+        const auto* f = field.scalar(functions);
+        ASSERT_NE(f, nullptr);
+        for (int n = 0; n < field.nodeCount(block); ++n)
+            ASSERT_NEAR(f->at(block, n), linear(field.position(block, n)), 1e-9) << choice << " node " << n;
+    }
+}
+
+// Presets, the clash of names, and what is remembered.
+TEST_F(PressurePorts, DialogLoopRemembersConfirmedValues) {
+    const std::string file = write("ports.apm", apm(portsOnSurface(6)));
+    std::string current, named = "Cp";
+    host.answerCancel();
+    pressure_ports(field, current);
+    field.addScalar("_pp");
+    const ControlTexts typed{{4055, "1"}, {4054, "0.5"}, {4056, "_pp"}, {4057, file}};
+    host.answerOk(typed);
+    host.answerOk({{4056, "ports"}});
+    pressure_ports(field, current);
+    host.answerCancel();
+    pressure_ports(field, named);
+    EXPECT_EQ(messages(), std::vector<std::string>{arrayWorks::kDuplicateNameMessage});
+    EXPECT_EQ(host.textsShown, (std::vector<ControlTexts>{
+                                   {{4055, "0"}, {4054, "0"}, {4056, "_pp"}, {4057, "Untitled.mrk"}},
+                                   {{4055, "0"}, {4054, "0"}, {4056, "_pp"}, {4057, "Untitled.mrk"}},
+                                   typed,  // asked again with the values just typed
+                                   {{4055, "1"}, {4054, "0.5"}, {4056, "Cp_pp"}, {4057, file}}}));
+    EXPECT_EQ(field.findFunction("ports"), field.functionCount() - 1);
+}
+
+// The command writes the model with the new field; every message goes to
+// standard error with exit status 1 and nothing written.
+TEST_F(PressurePorts, Command) {
+    region reg;
+    region_fe reg_fe;
+    reg.patches.append(testutil::gridPatch(12, 9, {"Cp"}));  // node (i, j) at (i, j, ij / 2)
+    const std::string model = dir.file("model.dat"), out = dir.file("out.dat");
+    ASSERT_TRUE(export_data(model, 12, false, false, reg, reg_fe));
+    std::vector<Port> ports;
+    for (int k = 0; k < 12; ++k) ports.push_back({Vec(7 * k % 11, 5 * k % 8, 0.5 * (7 * k % 11) * (5 * k % 8)), 0.0});
+    for (Port& p : ports) p.value = p.p.x - p.p.y;
+    const std::string markersFile = write("ports.mrk", mrk(ports));
+    const std::string command = "pressure-ports " + model + " " + out + " --deflexion 0.01 ";
+
+    auto r = testutil::runCli(command + "--markers " + markersFile + " --order 1 --name Pp");
+    ASSERT_EQ(r.status, 0) << r.out;
+    region back;
+    ASSERT_TRUE(import_data(out, false, back, reg_fe));
+    const StructPatch& p = back.patch(0);
+    ASSERT_EQ(p.variables.get(4)->name, "Pp");
+    for (int n = 0; n < p.N; ++n)
+        EXPECT_NEAR(p.variables.get(4)->values[n], p.variables.get(0)->values[n] - p.variables.get(1)->values[n], 1e-9);
+
+    for (const auto& [flags, message] : std::vector<std::pair<std::string, std::string>>{
+             {"--field Cp", msg::kNameDiffers},
+             {"--name Cp", arrayWorks::kDuplicateNameMessage},
+             {"--order 3", "Please enter an integer between 0 and 2."},
+             {"--markers " + dir.file("absent.apm"), "File error!"}}) {
+        std::remove(out.c_str());
+        r = testutil::runCli(command + (flags.rfind("--markers", 0) == 0 ? "" : "--markers " + markersFile + " ") + flags);
+        EXPECT_EQ(r.status, 1) << flags;
+        EXPECT_NE(r.out.find(message), std::string::npos) << flags << ": " << r.out;
+        EXPECT_FALSE(testutil::fs::exists(out)) << flags;
+    }
+}
