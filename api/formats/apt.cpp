@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "api/formats/formats.h"
+#include "api/formats/items.h"
 #include "api/formats/text.h"
 #include "api/host.h"
 
@@ -67,10 +68,7 @@ bool read_apt(const std::string& file, region& reg) {
 bool write_apt(const std::string& file, region& reg, region_fe& reg_fe, int first, int last, int precision,
                bool scientific) {
     const int patches = reg.patchCount();
-    if (first < 0 || first > last || last >= patches + reg_fe.patchCount()) {
-        tundrel::showMessage(kBadRange);
-        return false;
-    }
+    if (!tundrel::checkItemRange(first, last, patches + reg_fe.patchCount(), kBadRange)) return false;
     tundrel::text::Writer out(file);
     out.setFormat(precision, scientific);
 

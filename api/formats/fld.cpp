@@ -6,6 +6,7 @@
 
 #include "api/formats/date.h"
 #include "api/formats/formats.h"
+#include "api/formats/items.h"
 #include "api/formats/text.h"
 #include "api/host.h"
 
@@ -106,10 +107,7 @@ bool read_fld(const std::string& file, region& reg) {
 }
 
 bool write_fld(const std::string& file, region& reg, int first, int last, int precision, bool scientific) {
-    if (first < 0 || first > last || last >= reg.patchCount()) {
-        tundrel::showMessage(kBadRange);
-        return false;
-    }
+    if (!tundrel::checkItemRange(first, last, reg.patchCount(), kBadRange)) return false;
     const StructPatch& p0 = reg.patch(0);
     const CoordinateSlots c = findCoordinates(p0.variables);
     if (p0.variableCount() == 0 || !c.complete()) {

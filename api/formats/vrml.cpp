@@ -40,6 +40,7 @@
 
 #include "api/formats/date.h"
 #include "api/formats/formats.h"
+#include "api/formats/items.h"
 #include "api/formats/text.h"
 #include "api/host.h"
 
@@ -505,10 +506,7 @@ bool read_vrml(const std::string& file, region& /*reg*/, region_fe& reg_fe) {
 bool write_vrml(const std::string& file, region& reg, region_fe& reg_fe, int first, int last, int precision,
                 bool scientific) {
     const int patches = reg.patchCount();
-    if (first < 0 || first > last || last >= patches + reg_fe.patchCount()) {
-        tundrel::showMessage(kBadRange);
-        return false;
-    }
+    if (!tundrel::checkItemRange(first, last, patches + reg_fe.patchCount(), kBadRange)) return false;
     Writer out(file);
     if (!out.opened()) {
         tundrel::showMessage(kOpenFailed);
