@@ -23,27 +23,6 @@ arrayWorks::ErrorInfo caught(F&& f) {
 
 }  // namespace
 
-TEST(Errors, RecordsCarryKindCodeFileAndLine) {
-    struct Row {
-        arrayWorks::ErrorInfo e;
-        int code;
-        const char* message;
-    } rows[] = {
-        {IndexError("..\\api\\geo.h", 79), 1, "Index error!"},
-        {arrayWorks::FileError("..\\api\\IOdom.cpp", 65), 4, "File error!"},
-        {StateError("..\\api\\geo.h", 193), 5, "State error!"},
-    };
-    for (const Row& r : rows) {
-        EXPECT_EQ(r.e.code, r.code);
-        EXPECT_STREQ(r.e.message, r.message);
-    }
-    // Thrown as the derived type, caught as the base with the same fields.
-    auto info = caught([] { throw IndexError(arrayWorks::source::geo, 804); });
-    EXPECT_EQ(info.code, 1);
-    EXPECT_STREQ(info.file, "..\\api\\geo.h");
-    EXPECT_EQ(info.line, 804);
-}
-
 TEST(PtrList, CheckedAccessDistinguishesRangeFromEmptySlot) {
     arrayWorks::PtrList<int> list;
     EXPECT_EQ(list.size(), 0);
@@ -112,19 +91,6 @@ TEST(Coordinates, AnyLetterCaseAndLaterDuplicateWins) {
     EXPECT_EQ(c.x, 4);
     EXPECT_EQ(c.y, 2);
     EXPECT_EQ(c.z, 3);
-}
-
-TEST(FacePatch, LayoutAndVariables) {
-    FacePatch f(4, 8, 2);
-    EXPECT_EQ(f.nodes, 4);
-    EXPECT_EQ(f.I, 4);
-    EXPECT_EQ(f.J, 1);
-    EXPECT_EQ(f.faceIndex.size(), 8u);
-    EXPECT_EQ(f.variableCount(), 0);
-    EXPECT_EQ(f.addVariable("X").values, std::vector<double>(4, 0.0));
-    f.clear();
-    EXPECT_EQ(f.variable(0).count, 0);
-    EXPECT_EQ(f.variable(0).name, "");
 }
 
 TEST(TriangleList, CheckedRowsColumnsAndErase) {

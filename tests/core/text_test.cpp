@@ -64,29 +64,6 @@ TEST(TextScan, ReadsNumbersLikeAnInputStream) {
     EXPECT_FALSE(s.readWord(w));  // the fail state is sticky
 }
 
-TEST(TextFiles, LoadRefusesDirectoriesAndMissingFiles) {
-    testutil::ScratchDir dir;
-    std::string out = "stale";
-    EXPECT_FALSE(text::loadFile(dir.path().string(), out));
-    EXPECT_FALSE(text::loadFile(dir.file("none"), out));
-    testutil::writeFile(dir.file("a"), std::string("x\0y", 3));
-    ASSERT_TRUE(text::loadFile(dir.file("a"), out));
-    EXPECT_EQ(out, std::string("x\0y", 3));
-}
-
-TEST(TextFiles, WriterReportsAFailedOpenOnlyAtClose) {
-    testutil::ScratchDir dir;
-    text::Writer bad(dir.file("no/such/dir/f.txt"));
-    bad << 1.0;
-    EXPECT_FALSE(bad.close());
-    text::Writer good(dir.file("f.txt"));
-    good.setFormat(2, false);
-    good << "a " << 1.0 << ' ' << 42;
-    good.endl();
-    EXPECT_TRUE(good.close());
-    EXPECT_EQ(testutil::readFile(dir.file("f.txt")), "a 1.00 42\n");
-}
-
 // Tecplot-style separators: commas between values, '#' comments, quoted
 // strings with \" inside, names that stop at = ( ) [ ] ".
 TEST(TextScan, CommasCommentsQuotesAndNames) {

@@ -121,9 +121,6 @@ auto blockState(int b) {
 auto node(int b, int n) {
     return [b, n](const FieldMasterD& f) { f.isSelected(b, n); };
 }
-auto wholeState() {
-    return [](const FieldMasterD& f) { f.selectionState(); };
-}
 auto functionAt(int i) {
     return [i](const FieldMasterD& f) { f.functionAt(i); };
 }
@@ -135,28 +132,20 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         ErrorCase{"selectionAbsent", withoutSelection, [](const FieldMasterD& f) { f.selection(); }, false,
                   src::field_selection, sel::kNotFound},
-        ErrorCase{"selectionAbsentWholeState", withoutSelection, wholeState(), false, src::field_selection,
-                  sel::kNotFound},
         ErrorCase{"selectionNotBytes", selectionAsScalar, blockState(0), false, src::field_selection,
                   sel::kNotASelection},
         ErrorCase{"nodeBlockPastEnd", twoBlocks, node(2, 0), false, src::field_selection, sel::kNodeBlock},
-        ErrorCase{"nodeNegative", twoBlocks, node(1, -1), false, src::field_selection, sel::kNodeIndex},
         ErrorCase{"nodeRangeBeforeSelection", withoutSelection, node(0, 2), false, src::field_selection,
                   sel::kNodeIndex},
         ErrorCase{"blockNegative", twoBlocks, blockState(-1), false, src::field_selection, sel::kBlock},
         ErrorCase{"blockRangeBeforeSelection", withoutSelection, blockState(7), false, src::field_selection,
                   sel::kBlock},
         ErrorCase{"blockWithoutNodes", withEmptyBlock, blockState(1), false, src::field_selection, sel::kEmptyBlock},
-        ErrorCase{"wholeStateBlockWithoutNodes", withEmptyBlock, wholeState(), false, src::field_selection,
-                  sel::kEmptyBlock},
         ErrorCase{"selectionLacksBlock", selectionMissingBlock, blockState(1), false, src::geo, geo::kBlockIndex},
-        ErrorCase{"selectionLacksBlockWhole", selectionMissingBlock, wholeState(), false, src::geo,
-                  geo::kBlockIndex},
         ErrorCase{"selectionNotAllocated", selectionUnallocated, blockState(1), true, src::geo,
                   geo::kBlockNotAllocated},
         ErrorCase{"selectionShorterThanBlock", selectionShort, blockState(1), false, src::geo, geo::kArrayIndex},
         ErrorCase{"functionAtNegative", twoBlocks, functionAt(-1), false, src::geo, geo::kFunctionIndex},
-        ErrorCase{"functionAtCount", twoBlocks, functionAt(2), false, src::geo, geo::kFunctionIndex},
         ErrorCase{"functionAtAbsentName", twoBlocks,
                   [](const FieldMasterD& f) { f.functionAt(f.findFunction("absent")); }, false, src::geo,
                   geo::kFunctionIndex}),
@@ -194,22 +183,8 @@ INSTANTIATE_TEST_SUITE_P(
                   {S::NothingSelected, S::AllSelected, S::NothingSelected}},
         StateCase{"oneNodeUnselected", {{1, 1}, {1, 0, 1}}, S::PartlySelected, {S::AllSelected, S::PartlySelected}},
         StateCase{"nothing", {{0, 0}, {0, 0, 0}}, S::NothingSelected, {S::NothingSelected, S::NothingSelected}},
-        StateCase{"singleNodeBlocks", {{1}, {0}}, S::AllSelected, {S::AllSelected, S::NothingSelected}},
-        StateCase{"anyNonzeroByte", {{7, 255}, {0, 0, 0}}, S::AllSelected, {S::AllSelected, S::NothingSelected}},
-        StateCase{"nonzeroAndZero", {{0, 128}}, S::PartlySelected, {S::PartlySelected}}),
+        StateCase{"anyNonzeroByte", {{7, 255}, {0, 0, 0}}, S::AllSelected, {S::AllSelected, S::NothingSelected}}),
     [](const auto& info) { return std::string(info.param.name); });
-
-TEST(Selection, TheFirstOfTwoSelectionsCounts) {
-    EXPECT_EQ(FieldMasterD().selectionState(), S::NothingSelected);  // no blocks: no selection needed
-    FieldMasterD f = selected({{1, 1}});
-    auto& second = f.addSelection();
-    second.at(0, 1) = 0;
-    EXPECT_EQ(&f.selection(), f.functionAt(1));
-    EXPECT_EQ(f.selectionState(), S::AllSelected);
-    // An empty slot before it is passed over.
-    f.functions.insert(f.functions.begin(), nullptr);
-    EXPECT_EQ(&f.selection(), f.functionAt(2));
-}
 
 // ---- lookups and blocks ---------------------------------------------------------
 
@@ -272,5 +247,4 @@ TEST_P(NewFunctionName, RefusesOnlyAnExactlyEqualName) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, NewFunctionName,
-                         ::testing::Values(NameCase{"P", false}, NameCase{"P_si", false}, NameCase{"p_si", true},
-                                           NameCase{"P_si ", true}, NameCase{"$_selection", false}));
+                         ::testing::Values(NameCase{"P", false}, NameCase{"P_si", false}, NameCase{"p_si", true}, NameCase{"$_selection", false}));

@@ -137,18 +137,13 @@ INSTANTIATE_TEST_SUITE_P(
     Construction, PressurePortsChecks,
     ::testing::Values(
         CheckCase{"noValues", "p.mrk", [](auto p) { return mrk(p, "xyz"); }, "", "0.1", 0, msg::kNoFunction},
-        CheckCase{"unknownExtension", "p.txt", [](auto p) { return mrk(p); }, "", "0.1", 0, msg::kNoFunction},
         CheckCase{"noCoordinates", "p.mrk", [](auto p) { return mrk(p, "f"); }, "", "0.1", 0, msg::kNoCoordinates},
         CheckCase{"nameDiffers", "p.apm", [](auto p) { return apm(p); }, "Cp", "0.1", 0, msg::kNameDiffers},
         CheckCase{"farFromSurface", "p.apm", [](auto p) { return apm(lifted(p, 0.5)); }, "", "0.2", 0, msg::kSmallDeflexion},
         CheckCase{"negativeDeflexion", "p.apm", [](auto p) { return apm(lifted(p, 0.5)); }, "", "-0.6", 0, nullptr},
         CheckCase{"oneCoordinate", "p.mrk", [](auto p) { return mrk(p, "xf"); }, "", "0.1", 0, msg::kNoProjection},
-        CheckCase{"allInactive", "p.mpt", [](auto) { return std::string("1 1 0 0 0\n2 1 0 0 0\n"); }, "", "1", 0,
-                  msg::kNoProjection},
         CheckCase{"portWithoutValue", "p.mrk", [](auto p) { return p[3].value = -1e10, mrk(p); }, "", "0.1", 1, msg::kSizes},
         CheckCase{"onePlaceTwoValues", "p.mrk", [](auto p) { return p[5] = {p[2].p, 9.0}, mrk(p); }, "", "0.1", 0,
-                  msg::kUnsolvable},
-        CheckCase{"sixPortsForTenTerms", "p.apm", [](auto p) { return apm({p.begin(), p.begin() + 6}); }, "", "0.1", 2,
                   msg::kUnsolvable},
         CheckCase{"apmValuesAreZero", "p.apm", [](auto p) { return apm(p); }, "", "0.1", 0, nullptr}),
     [](const auto& info) { return std::string(info.param.name); });

@@ -80,15 +80,6 @@ TEST_F(SelfIlluminationDialogLoop, ExistingNamesAreRefusedAndTheDialogComesBack)
     EXPECT_EQ(f.functionCount(), 3);
 }
 
-TEST_F(SelfIlluminationDialogLoop, RatioOutsideZeroToOneKeepsTheDialogOpen) {
-    host.answerOk(typed("1.5", "0", "P_si"));
-    host.answerOk(typed("0", "0", "P_si"));
-    self_illumination(f, field);
-    ASSERT_EQ(host.messages.size(), 1u);  // the dialog's range message
-    ASSERT_NE(values(f, "P_si"), nullptr);
-    for (std::size_t k = 0; k < f.totalNodes(); ++k) EXPECT_EQ(values(f, "P_si")[k], values(f, "P")[k]);
-}
-
 // ---- the command ------------------------------------------------------------
 
 class SelfIlluminationCli : public testutil::HostTest {

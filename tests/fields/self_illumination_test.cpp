@@ -75,19 +75,6 @@ TEST(NodeArea, FlatGridCountsQuarterHalfAndWholeCells) {
     }
 }
 
-TEST(NodeArea, FlatAreasAgreeWithTheCheckedRule) {
-    FieldMasterD f = shapes::build(twoBowls(1));
-    const tundrel::Surface s = tundrel::extractSurface(f);
-    std::vector<unsigned char> wanted(s.nodeCount(), 1);
-    wanted[3] = 0;
-    const std::vector<double> area = tundrel::nodeAreas(f, s, wanted);
-    for (int b = 0; b < f.blockCount(); ++b)
-        for (int n = 0; n < f.nodeCount(b); ++n) {
-            const std::size_t g = f.offset(b) + static_cast<std::size_t>(n);
-            EXPECT_EQ(area[g], wanted[g] ? tundrel::nodeArea(f, b, n) : 0.0) << g;
-        }
-}
-
 // ---- the kernel against the plain loop ---------------------------------------
 
 struct KernelCase {
@@ -256,24 +243,6 @@ TEST_F(SelfIlluminationCorrection, NoValueNodesKeepTheMarkerAndGiveNothing) {
         if (k == 13) continue;
         EXPECT_DOUBLE_EQ(a[k], b[k]) << k;
     }
-}
-
-TEST_F(SelfIlluminationCorrection, SelectedNodesAloneTakePart) {
-    FieldMasterD f = plates(1.0, {0, 0, 1}, {0, 0, -1});
-    auto& sel = f.selection();
-    for (int n : {0, 4, 8}) sel.at(0, n) = 1;
-    for (int n : {1, 4}) sel.at(1, n) = 1;
-    const auto got = run(f, 0.6);
-    const auto src = source(f);
-    for (std::size_t k = 0; k < got.size(); ++k) {
-        const bool selected = sel.data()[k] != 0;
-        if (selected) {
-            EXPECT_LT(got[k], src[k]) << k;
-        } else {
-            EXPECT_EQ(got[k], src[k]) << k;
-        }
-    }
-    expectMatchesReference(got, f, "P", 0.6);
 }
 
 TEST_F(SelfIlluminationCorrection, BadNamesAndKindsLeaveTheContainerAsItWas) {

@@ -41,27 +41,6 @@ TEST(ExtractSurface, FlattensBlocksAndTriangulatesGrids) {
         EXPECT_EQ(s.triangles[12 + k], faces.layout.triangles[k] + 6);
 }
 
-TEST(ExtractSurface, EveryLayerIsAGridOfItsOwn) {
-    arrayWorks::BlockLayout l;
-    l.nodes = 12;
-    l.rowLength = 3;
-    l.rows = 2;
-    l.layers = 2;
-    std::vector<V> pos;
-    for (int k = 0; k < 2; ++k)
-        for (int j = 0; j < 2; ++j)
-            for (int i = 0; i < 3; ++i) pos.emplace_back(i, j, 5.0 * k);
-    FieldMasterD f;
-    f.addBlock(l, pos);
-    const tundrel::Surface s = tundrel::extractSurface(f);
-    EXPECT_TRUE(s.nx.empty());  // no "$_N"
-    ASSERT_EQ(s.triangleCount(), 8u);
-    for (std::size_t t = 0; t < 8; ++t)
-        for (std::size_t c = 0; c < 3; ++c) EXPECT_EQ(s.triangles[3 * t + c] / 6, static_cast<int>(t / 4));
-    EXPECT_DOUBLE_EQ(tundrel::nodeArea(f, 0, 6), 0.25);  // a corner of the second layer
-    EXPECT_DOUBLE_EQ(tundrel::nodeArea(f, 0, 4), 0.5);   // an edge of the first
-}
-
 // A unit grid far from the origin, so that single precision alone would not
 // give the answers to the tolerance asked here.
 class SurfaceBvhPlane : public ::testing::Test {

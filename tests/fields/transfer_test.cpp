@@ -158,24 +158,6 @@ TEST_F(Transfer, RoundTripGivesTheSameGeometryAndFields) {
     EXPECT_EQ(held->variable(0).values.size(), 16u);
 }
 
-TEST_F(Transfer, AnEmptyContainerChangesNothing) {
-    fieldMaster_to_Region(field, {2.0, 1.0, 1.0}, reg, fe);
-    EXPECT_EQ(reg.patchCount(), 2);
-    EXPECT_EQ(fe.patchCount(), 1);
-    EXPECT_EQ(reg.Mach, 0.8);
-    EXPECT_EQ(fe.Mach, 0.3);
-}
-
-TEST_F(Transfer, AContainerMadeAgainHoldsOnlyTheNewGeometry) {
-    Region_to_fieldMaster(reg, fe, field, flow);
-    // Face geometry alone gives its own flow conditions.
-    Region_to_fieldMaster(region(), fe, field, flow);
-    EXPECT_EQ(flow.Mach, 0.3);
-    EXPECT_EQ(field.blockCount(), 1);
-    EXPECT_EQ(field.functionCount(), 4);
-    EXPECT_EQ(field.totalNodes(), 5u);
-}
-
 TEST_F(Transfer, FunctionsAddedToTheContainerBecomeVariables) {
     Region_to_fieldMaster(reg, fe, field, flow);
     auto& si = field.addScalar("cp_si", 2.5);

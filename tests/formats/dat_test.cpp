@@ -284,12 +284,7 @@ TEST_P(DatReadFailures, EndWithTheFormatsMessage) {
     region_fe fe;
     EXPECT_FALSE(import_data(dir.file("bad.dat"), false, reg, fe));
     EXPECT_EQ(messages(), std::vector<std::string>{c.message});
-    if (c.patches < 0) {  // some, not all
-        EXPECT_GT(reg.patchCount(), 0);
-        EXPECT_LT(reg.patchCount(), 2000);
-    } else {
-        EXPECT_EQ(reg.patchCount(), c.patches);
-    }
+    EXPECT_EQ(reg.patchCount(), c.patches);
     EXPECT_EQ(fe.patchCount(), c.faces);
 }
 
@@ -307,49 +302,23 @@ INSTANTIATE_TEST_SUITE_P(
     Cases, DatReadFailures,
     ::testing::Values(
         DatFailure{"empty", "", kTitle, 0, 0}, DatFailure{"plainNumbers", "1 2 3\n", kTitle, 0, 0},
-        DatFailure{"titleWithoutText", "TITLE =\nVARIABLES = x y z\n", kTitle, 0, 0},
         DatFailure{"noVariables", "TITLE=\"t\"\nZONE I=1\n1 2 3\n", kVars, 0, 0},
         DatFailure{"twiceTheSameName", "VARIABLES=\"x\",\"y\",\"x\",\"z\"\n", kWrong, 0, 0},
-        DatFailure{"emptyName", "VARIABLES=\"x\",\"\",\"y\",\"z\"\n", kWrong, 0, 0},
         DatFailure{"twoVariables", "VARIABLES=\"x\",\"y\"\nZONE I=1\n1 2\n", kFew, 0, 0},
         DatFailure{"openQuote", "VARIABLES=\"x\",\"y\",\"z\n", kUnreadable, 0, 0},
-        DatFailure{"noEquals", "VARIABLES \"x\",\"y\",\"z\"\n", kUnreadable, 0, 0},
         DatFailure{"noZ", "VARIABLES=\"x\",\"y\",\"p\"\nZONE I=1\n1 2 3\n", kNo3D, 0, 0},
         DatFailure{"noZones", kHead, kNo3D, 0, 0},
-        DatFailure{"solutionFile", "FILETYPE=SOLUTION\n" + kHead, kNo3D, 0, 0},
-        DatFailure{"negativeCount", kGood + "ZONE I=-1\n", kZone, 1, 0},
-        DatFailure{"countsOverflow", kGood + "ZONE I=2147483647, J=2147483647\n1 2 3\n", kZone, 1, 0},
         DatFailure{"moreNodesThanTheFileHolds", kGood + "ZONE N=100000000, E=1, F=FEPOINT, ET=TRIANGLE\n1 2 3\n",
                    kZone, 1, 0},
         DatFailure{"moreElementsThanTheFileHolds",
                    kGood + "ZONE N=3, E=2000000000, ZONETYPE=FETRIANGLE\n0 0 0 1 1 1 2 2 2\n1 2 3\n", kZone, 1, 0},
         DatFailure{"nodeNumberTooLarge", kGood + "ZONE N=3, E=1, ZONETYPE=FETRIANGLE\n0 0 0 1 1 1 2 2 2\n1 2 4\n",
                    kZone, 1, 0},
-        DatFailure{"nodeNumberZero", kGood + "ZONE N=3, E=1, ZONETYPE=FETRIANGLE\n0 0 0 1 1 1 2 2 2\n0 1 2\n",
-                   kZone, 1, 0},
         DatFailure{"volumeCells", kGood + "ZONE N=4, E=1, ZONETYPE=FETETRAHEDRON\n", kZone, 1, 0},
-        DatFailure{"classicVolumeCells", kGood + "ZONE N=4, E=1, F=FEPOINT, ET=BRICK\n", kZone, 1, 0},
         DatFailure{"elementTypeMissing", kGood + "ZONE N=3, E=1, F=FEPOINT\n", kZone, 1, 0},
         DatFailure{"cellCentred", kGood + "ZONE I=1, DATAPACKING=BLOCK, VARLOCATION=([3]=CELLCENTERED)\n1 2 3\n",
                    kZone, 1, 0},
-        DatFailure{"sharedVariables", kGood + "ZONE I=1, VARSHARELIST=([1-2]=1)\n3\n", kZone, 1, 0},
         DatFailure{"shortData", kGood + "ZONE I=2\n1 2 3 4 5\n", kZone, 1, 0},
         DatFailure{"damagedNumber", kGood + "ZONE I=1\n1 2x 3\n", kZone, 1, 0},
-        DatFailure{"moreDataThanCounted", kGood + "ZONE I=1\n1 2 3 4\n", kZone, 2, 0},
-        DatFailure{"attributeWithoutValue", kGood + "ZONE I 3\n", kZone, 1, 0},
-        DatFailure{"unknownPacking", kGood + "ZONE I=1, F=SOMETHING\n1 2 3\n", kZone, 1, 0},
-        DatFailure{"manyEmptyZonesOfManyVariables",
-                   [] {
-                       std::string s = "VARIABLES = x y z";
-                       for (int k = 0; k < 2000; ++k) s += " v" + std::to_string(k);
-                       s += "\n";
-                       for (int k = 0; k < 2000; ++k) s += "ZONE I=0\n";
-                       return s;
-                   }(),
-                   kZone, -1, 0}),
+        DatFailure{"moreDataThanCounted", kGood + "ZONE I=1\n1 2 3 4\n", kZone, 2, 0}),
     [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(Dat, UnopenableFile) {
-    EXPECT_FALSE(import_data(dir.file("missing.dat"), false, reg, fe));
-    EXPECT_EQ(messages(), std::vector<std::string>{"It's impossible to open DAT file"});
-}

@@ -154,12 +154,6 @@ INSTANTIATE_TEST_SUITE_P(
                       FldEnd{"shortPointList", kWing.substr(0, kWing.find("2 1 1")), 1},  // appended anyway
                       FldEnd{"fewerPatchesThanCounted", "w 2 0\n1 1 WALL WALL WALL WALL\n0 0 0\n0.5 0 0", 1},
                       FldEnd{"negativeCounts", kPatchless + "-2 3 WALL  WALL  WALL  WALL\n", 0},
-                      FldEnd{"countsOverflow", kPatchless + "2147483647 2147483647 W W W W\n1 2 3 4\n", 0},
                       FldEnd{"moreThanTheFileHolds", kPatchless + "30000 30000 W W W W\n1 2 3 4\n", 0},
                       FldEnd{"moreNamesThanTheFileHolds", "w 1 2000000000 cp\n", 0}),
     [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(Fld, UnopenableFile) {
-    EXPECT_FALSE(import_data(dir.file("missing.fld"), false, reg, fe));
-    EXPECT_EQ(messages(), std::vector<std::string>{"It is impossible to open selected FLD file"});
-}

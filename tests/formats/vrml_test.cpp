@@ -249,19 +249,13 @@ std::string nested(int levels) {
 INSTANTIATE_TEST_SUITE_P(
     Cases, VrmlReads,
     ::testing::Values(
-        ReadCase{"compactCrlf", kV2 + "Shape{geometry IndexedFaceSet{coord Coordinate{point[0 0 0,1 0 0,0 1 0]}"
-                                      "coordIndex[0,1,2,-1]}}\r\n", 1, nullptr},
-        ReadCase{"byteOrderMark", "\xEF\xBB\xBF" + kV2 + kTriangle, 1, nullptr},
         ReadCase{"singlePointSkipped", kV2 + faceSet("1 2 3", "0") + kTriangle, 1, nullptr},
         ReadCase{"nestedWithinLimit", nested(200), 1, nullptr},
         ReadCase{"emptyFile", "", 0, kNoHeader},
         ReadCase{"notVrml", "solid cube\nfacet normal 0 0 1\n", 0, kNoHeader},
-        ReadCase{"otherVersion", "#VRML V3.0 utf8\n" + kTriangle, 0, kNoHeader},
         ReadCase{"headerNotFirst", "\n" + kV2 + kTriangle, 0, kNoHeader},
         ReadCase{"noFaceSet", kV2 + "Shape { geometry Box { size 1 1 1 } }\n", 0, kNoSurface},
         ReadCase{"degeneratePolygons", kV2 + faceSet("0 0 0, 1 0 0, 0 1 0", "0 1 -1 -1 2"), 0, kNoSurface},
-        ReadCase{"truncated", kV2 + "Shape { geometry IndexedFaceSet { coord Coordinate { point [ 0 0 0, 1 0", 0,
-                 kNoSurface},
         ReadCase{"unclosedNode", kV2 + kTriangle + "Transform { children [ " + kTriangle + "]", 2, kNoSurface},
         ReadCase{"bracketMismatch", kV2 + faceSet("0 0 0, 1 0 0, 0 1 0", "0 1 2 }"), 0, kNoSurface},
         ReadCase{"extraClose", kV2 + kTriangle + "}\n", 1, kNoSurface},
@@ -275,8 +269,7 @@ INSTANTIATE_TEST_SUITE_P(
         ReadCase{"unknownUse", kV2 + "Shape { geometry IndexedFaceSet { coord USE no coordIndex [ 0 1 2 ] } }\n", 0,
                  kNoSurface},
         ReadCase{"unclosedString", kV2 + "WorldInfo { title \"abc }\n" + kTriangle, 0, kNoSurface},
-        ReadCase{"tooDeep", nested(300), 0, kNoSurface},
-        ReadCase{"garbageBytes", kV2 + "\x01\xff\xfe{{]]\x7f", 0, kNoSurface}),
+        ReadCase{"tooDeep", nested(300), 0, kNoSurface}),
     [](const auto& info) { return std::string(info.param.name); });
 
 // Every cut of a written file either reads the surfaces completed before it

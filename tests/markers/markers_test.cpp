@@ -101,8 +101,7 @@ INSTANTIATE_TEST_SUITE_P(
                  {mk(1, 2, 0, false, 1), mk(5, 6, 0, true, 2)}},
         TextCase{"stopsAtAWord", "mpt", "1 2 0 0 1\n3 4 x 0 1\n5 6 0 0 1\n", 0, {mk(1, 2, 0, true, 1)}},
         TextCase{"realInIntegerColumn", "mpt", "1 2 0.5 0 1\n", 0, {}},
-        TextCase{"apmPoints", "apm", "1 2 3\n-4 5e-1 6\n7 8", 0, {mk(1, 2, 3, true, 1), mk(-4, 0.5, 6, true, 2)}},
-        TextCase{"apmEmpty", "apm", "  \n", 0, {}}),
+        TextCase{"apmPoints", "apm", "1 2 3\n-4 5e-1 6\n7 8", 0, {mk(1, 2, 3, true, 1), mk(-4, 0.5, 6, true, 2)}}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(ImportMarkers, ChoiceByExtensionAndFileErrors) {

@@ -158,17 +158,6 @@ TEST_P(EveryReader, FilesThatCannotBeReadEndWithTheOpenMessage) {
     }
 }
 
-// Without read permission. Root reads such files anyway (the tests usually run
-// as root in CI), so there the file must simply read as usual.
-TEST_P(EveryReader, FileWithoutReadPermission) {
-    const std::string file = path();
-    testutil::writeFile(file, GetParam().sample);
-    ASSERT_EQ(::chmod(file.c_str(), 0), 0);
-    const bool privileged = ::access(file.c_str(), R_OK) == 0;
-    EXPECT_EQ(read(file), privileged);
-    EXPECT_EQ(messages(), privileged ? std::vector<std::string>{} : std::vector<std::string>{GetParam().messages[0]});
-}
-
 // CRLF line ends and a UTF-8 byte-order mark change nothing of what is read.
 TEST_P(EveryReader, ByteOrderMarkAndCrlfReadLikeThePlainFile) {
     const std::string& plain = GetParam().sample;
@@ -249,11 +238,6 @@ const char* kVrmlNone = "Error in VRML structure. No 3D surfaces are found";
 const std::string kDatHead = "TITLE=\"t\"\nVARIABLES=\"x\",\"y\",\"z\"\n";
 const std::string kVrml = "#VRML V2.0 utf8\n";
 
-std::string vrmlFaces(const std::string& points, const std::string& index) {
-    return kVrml + "Shape { geometry IndexedFaceSet { coord Coordinate { point [ " + points + " ] } coordIndex [ " +
-           index + " ] } }\n";
-}
-
 INSTANTIATE_TEST_SUITE_P(
     Cases, HostileNumbers,
     ::testing::Values(
@@ -261,63 +245,12 @@ INSTANTIATE_TEST_SUITE_P(
         Hostile{"aptCountBeyond32Bits", "apt", "4294967297 1\n1 2 3\n", true, nullptr, 0},
         Hostile{"aptCountsWhoseProductOverflows", "apt", "65536 65536\n1 2 3\n", false, kAptClose, 0},
         Hostile{"aptInfinity", "apt", "1 1\ninf 0 0\n", false, kAptClose, 0},
-        Hostile{"aptOutOfRangeNumber", "apt", "1 1\n1e400 0 0\n", false, kAptClose, 0},
         Hostile{"fldNegativeNameCount", "fld", "w 1 -3\n1 1 W W W W\n0 0 0\n0 0 0\n", false, kFldClose, 0},
-        Hostile{"fldNameCountBeyond32Bits", "fld", "w 1 4294967296 cp\n", false, kFldClose, 0},
         Hostile{"fldNaN", "fld", "w 1 0\n1 1 W W W W\nnan 0 0\n0 0 0\n", false, kFldClose, 1},
         Hostile{"datCountBeyond32Bits", "dat", kDatHead + "ZONE I=4294967297\n1 2 3\n", false, kDatZone, 0},
-        Hostile{"datNegativeElements", "dat", kDatHead + "ZONE N=3, E=-1, ET=TRIANGLE, F=FEPOINT\n", false, kDatZone,
-                0},
         Hostile{"datNegativeNode", "dat", kDatHead + "ZONE N=3, E=1, ET=TRIANGLE, F=FEPOINT\n0 0 0 1 0 0 0 1 0\n1 -2 3\n",
-                false, kDatZone, 0},
-        Hostile{"datNodeBeyond32Bits", "dat",
-                kDatHead + "ZONE N=3, E=1, ET=TRIANGLE, F=FEPOINT\n0 0 0 1 0 0 0 1 0\n1 2 4294967299\n", false, kDatZone,
-                0},
-        Hostile{"vrmlIndexBeyond32Bits", "wrl", vrmlFaces("0 0 0, 1 0 0, 0 1 0", "0 1 -4294967295 -1"), false,
-                kVrmlNone, 0},
-        Hostile{"vrmlNegativeIndex", "wrl", vrmlFaces("0 0 0, 1 0 0, 0 1 0", "0 -3 2 -1"), false, kVrmlNone, 0},
-        Hostile{"vrmlInfinity", "wrl", vrmlFaces("0 0 0, inf 0 0, 0 1 0", "0 1 2 -1"), false, kVrmlNone, 0}),
+                false, kDatZone, 0}),
     [](const auto& info) { return std::string(info.param.name); });
-
-// An FLD file of many names and many empty patches: every patch would make a
-// variable of every name, memory growing with the square of the file's size.
-// The variables a file may make are bounded by its size.
-TEST(HostileFld, EmptyPatchesOfManyNamesStopAtABoundProportionalToTheFile) {
-    testutil::ScratchDir dir;
-    tundrel::ScriptedHost host;
-    tundrel::HostScope scope(host);
-    const int names = 2000, patches = 200;
-    std::string text = "w " + std::to_string(patches) + " " + std::to_string(names);
-    for (int k = 0; k < names; ++k) text += " v" + std::to_string(k);
-    text += "\n";
-    for (int k = 0; k < patches; ++k) text += "0 0 W W W W\n";
-    testutil::writeFile(dir.file("e.fld"), text + "0 0 0\n");
-    region reg;
-    region_fe fe;
-    EXPECT_FALSE(import_data(dir.file("e.fld"), false, reg, fe));
-    EXPECT_EQ(host.messages, std::vector<std::string>{kFldClose});
-    EXPECT_GT(reg.patchCount(), 0);
-    EXPECT_LT(reg.patchCount(), patches);
-    std::size_t variables = 0;
-    for (const auto& p : reg.patches) variables += static_cast<std::size_t>(p->variableCount());
-    EXPECT_LE(variables, 2 * text.size());
-}
-
-// The DAT reader takes non-finite values as the writer writes them.
-TEST(HostileDat, NonFiniteValuesKeepTheirKind) {
-    testutil::ScratchDir dir;
-    tundrel::ScriptedHost host;
-    tundrel::HostScope scope(host);
-    testutil::writeFile(dir.file("n.dat"), kDatHead + "ZONE I=2\nnan -inf inf\n-nan 1 2\n");
-    region reg;
-    region_fe fe;
-    ASSERT_TRUE(import_data(dir.file("n.dat"), false, reg, fe));
-    const auto& x = reg.patch(0).variable(0).values;
-    const auto& y = reg.patch(0).variable(1).values;
-    EXPECT_TRUE(std::isnan(x[0]) && std::isnan(x[1]));
-    EXPECT_EQ(y[0], -INFINITY);
-    EXPECT_EQ(reg.patch(0).variable(2).values[0], INFINITY);
-}
 
 // Nesting far beyond what the reader follows, and brackets that never close
 // or close what was never opened: the structure message, no exhausted stack.
@@ -344,9 +277,6 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(std::make_pair("deepNodes", repeated("Group { children [ ", 200000)),
                       std::make_pair("deepBracketsInAField", "WorldInfo { info " + repeated("[ { ", 500000)),
                       std::make_pair("deepListsAndClosed", repeated("[", 300000) + repeated("]", 300000)),
-                      std::make_pair("onlyClosers", repeated("] } ", 1000)),
-                      std::make_pair("unbalancedInAFaceSet",
-                                     "Shape { geometry IndexedFaceSet { coord Coordinate { point [ 0 0 0 } ] } }"),
                       std::make_pair("prototypeNeverClosed", "PROTO P [ field SFInt32 a 1 ] { Group { " +
                                                                  repeated("{ ", 100000))),
     [](const auto& info) { return std::string(info.param.first); });

@@ -154,11 +154,9 @@ INSTANTIATE_TEST_SUITE_P(
     Cases, HostileMarkerNumbers,
     ::testing::Values(
         NumberCase{"mptIntegerBeyond32Bits", "mpt", "1 2 0 0 1\n3 4 2147483648 0 1\n", "1111 (1 2 0 0 1 1)"},
-        NumberCase{"mptNegativeSwitch", "mpt", "1 2 0 0 -7\n", "1111 (1 2 0 0 1 1)"},
         NumberCase{"mptOutOfRange", "mpt", "1e400 2 0 0 1\n", "0000"},
         NumberCase{"inmNaN", "inm", "1 2 0 0 1\nnan 2 0 0 1\n", "1111 (1 477 0 0 1 1)"},
         NumberCase{"apmInfinity", "apm", "1 2 3\ninf 2 3\n", "1111 (1 2 3 0 1 1)"},
-        NumberCase{"xmlNegativeCount", "mrk", xml("-5", "<Function id=\"x\">1</Function>"), "0000"},
         NumberCase{"xmlCountBeyond32Bits", "mrk", xml("4294967297", ""), "1111"},
         NumberCase{"xmlValuesOutOfRange", "mrk",
                    xml("2", "<Function id=\"x\">nan 1e400</Function><Function id=\"id\">-3 99999999999</Function>"),

@@ -112,9 +112,6 @@ std::string names(std::size_t n) {
 
 const Costly kCostly[] = {
     {"aptEmptyPatches", "apt", [](std::size_t n) { return repeated("0 0\n", n); }, true},
-    {"aptOnePointPatches", "apt", [](std::size_t n) { return repeated("1 1 0 0 0\n", n); }, true},
-    // As many names as empty patches: without a bound on the variables,
-    // memory grows with the square of the file.
     {"fldEmptyPatchesOfManyNames", "fld",
      [](std::size_t n) {
          return "w " + std::to_string(n) + " " + std::to_string(n) + names(n) + "\n" + repeated("0 0 W W W W\n", n) +
@@ -129,12 +126,6 @@ const Costly kCostly[] = {
                 repeated("1 2 3\n", n);
      },
      true},
-    {"datQuadrilaterals", "dat",
-     [](std::size_t n) {
-         return "VARIABLES = x y z\nZONE N=4, E=" + std::to_string(n) +
-                ", ET=QUADRILATERAL, F=FEPOINT\n0 0 0 1 0 0 0 1 0 1 1 0\n" + repeated("1 2 3 4\n", n);
-     },
-     true},
     {"vrmlFaceSets", "wrl",
      [](std::size_t n) {
          return "#VRML V2.0 utf8\n" +
@@ -146,12 +137,6 @@ const Costly kCostly[] = {
      [](std::size_t n) {
          return "#VRML V1.0 ascii\nCoordinate3 { point [" + repeated(" 0 0 0", n) + " ] }\n" +
                 repeated("IndexedFaceSet { coordIndex [ 0 1 2 ] }\n", n);
-     },
-     true},
-    {"vrmlLongPolygons", "wrl",
-     [](std::size_t n) {
-         return "#VRML V1.0 ascii\nCoordinate3 { point [ 0 0 0 1 0 0 0 1 0 ] }\nIndexedFaceSet { coordIndex [" +
-                repeated(" 0 1 2", n) + " ] }\n";
      },
      true},
 };
