@@ -64,41 +64,6 @@ TEST(TextScan, ReadsNumbersLikeAnInputStream) {
     EXPECT_FALSE(s.readWord(w));  // the fail state is sticky
 }
 
-// Tecplot-style separators: commas between values, '#' comments, quoted
-// strings with \" inside, names that stop at = ( ) [ ] ".
-TEST(TextScan, CommasCommentsQuotesAndNames) {
-    text::Scanner s("# a comment, 1 2\n a=\"say \\\"hi\\\"\",3 ,\t4 # tail\nI(x)", text::Separators{true, true});
-    std::string_view name;
-    std::string quoted;
-    double a = 0, b = 0;
-    ASSERT_TRUE(s.readName(name));
-    EXPECT_EQ(name, "a");
-    EXPECT_TRUE(s.accept('='));
-    EXPECT_FALSE(s.accept('='));
-    ASSERT_TRUE(s.readQuoted(quoted));
-    EXPECT_EQ(quoted, "say \"hi\"");
-    EXPECT_TRUE(s.readDouble(a));
-    EXPECT_TRUE(s.readDouble(b));
-    EXPECT_EQ(a, 3);
-    EXPECT_EQ(b, 4);
-    ASSERT_TRUE(s.readName(name));
-    EXPECT_EQ(name, "I");
-    EXPECT_TRUE(s.accept('('));
-    EXPECT_FALSE(s.readQuoted(quoted));  // not a quote: fails and stays failed
-    EXPECT_FALSE(s.readName(name));
-
-    // The default keeps an input stream's view: a comma ends nothing.
-    text::Scanner plain("1,2 # 3");
-    EXPECT_TRUE(plain.readDouble(a));
-    EXPECT_FALSE(plain.readDouble(b));
-
-    text::Scanner open("\"never closed");
-    EXPECT_FALSE(open.readQuoted(quoted));
-    EXPECT_TRUE(text::equalsIgnoreCase("ZoneType", "ZONETYPE"));
-    EXPECT_FALSE(text::equalsIgnoreCase("ZONE", "ZONES"));
-    EXPECT_FALSE(text::equalsIgnoreCase("[", "{"));  // only letters fold
-}
-
 // The printer's and the scanner's own fast paths against an output stream and
 // from_chars, over many values of every magnitude the fast paths take and
 // around their limits (ties, 19 digits, 10^15, 2^53, exponents 22 and 23).

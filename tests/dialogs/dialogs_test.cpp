@@ -139,13 +139,3 @@ TEST_F(Dialogs, ChooseActiveAxesNamesThePresentAxesAndWritesTheDirectionBackOnOk
     EXPECT_FALSE(tundrel::chooseActiveAxes(true, false, true, direction));
     EXPECT_TRUE(direction);
 }
-
-TEST(FileChoosers, ImageFilterIsBuiltFromTheCameraFormats) {
-    EXPECT_EQ(tundrel::imageFileFilter(),
-              "Princeton Files (*.spe)|*.spe|PCO Files (*.b16)|*.b16|PMIS Files (*.pmi)|*.pmi|"
-              "Photonic Files (*.flf)|*.flf|Photonic Files (*.tif)|*.tif|Pericolor Files (*.p)|*.p|"
-              "All Files (*.*)|*.*||");
-    const tundrel::FileChooser image = tundrel::imageFileChooser();
-    EXPECT_TRUE(image.defaultExtension.empty() && image.initialName.empty() && image.hideReadOnly &&
-                image.fileMustExist && image.explorer && !image.promptOnOverwrite);
-}

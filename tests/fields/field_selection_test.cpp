@@ -226,25 +226,3 @@ TEST(Blocks, AddBlockRefusesWhatKernelsCouldNotUse) {
     f.addSelection();
     EXPECT_THROW(f.addBlock(tri, std::vector<Vec>(3)), arrayWorks::StateError);
 }
-
-// ---- the refusal of a taken name --------------------------------------------------
-
-struct NameCase {
-    const char* name;
-    bool accepted;
-};
-void PrintTo(const NameCase& c, std::ostream* os) { *os << '"' << c.name << '"'; }
-
-class NewFunctionName : public testutil::HostTest, public ::testing::WithParamInterface<NameCase> {};
-
-TEST_P(NewFunctionName, RefusesOnlyAnExactlyEqualName) {
-    FieldMasterD f = selected({{0, 1}});
-    f.addScalar("P_si");
-    EXPECT_EQ(tundrel::acceptNewFunctionName(f, GetParam().name), GetParam().accepted);
-    if (GetParam().accepted) EXPECT_TRUE(messages().empty());
-    else EXPECT_EQ(messages(), std::vector<std::string>{"The function name alredy exist"});
-    EXPECT_EQ(f.functionCount(), 3);
-}
-
-INSTANTIATE_TEST_SUITE_P(Table, NewFunctionName,
-                         ::testing::Values(NameCase{"P", false}, NameCase{"P_si", false}, NameCase{"p_si", true}, NameCase{"$_selection", false}));

@@ -204,30 +204,6 @@ TEST_F(SelfIlluminationCorrection, CoincidentAndNearlyCoincidentNodes) {
     EXPECT_EQ(host.lastDone, host.lastTotal);
 }
 
-TEST_F(SelfIlluminationCorrection, OnlyNodesFacingEachOtherExchangeAndRatioZeroCopies) {
-    struct Row {
-        V na, nb;
-        bool exchange;
-    } rows[] = {
-        {{0, 0, 1}, {0, 0, -1}, true},   // facing
-        {{0, 0, -1}, {0, 0, -1}, false}, // A turned away
-        {{0, 0, 1}, {0, 0, 1}, false},   // B turned away
-        {{0, 0, -1}, {0, 0, 1}, false},  // back to back
-    };
-    for (const Row& r : rows) {
-        FieldMasterD f = plates(1.0, r.na, r.nb);
-        FieldMasterD copy = plates(1.0, r.na, r.nb);
-        EXPECT_EQ(run(copy, 0.0), source(copy));  // ratio 0: a copy of the source
-        const auto got = run(f, 1.0);
-        if (r.exchange) {
-            for (std::size_t k = 0; k < got.size(); ++k) EXPECT_LT(got[k], source(f)[k]);
-            expectMatchesReference(got, f, "P", 1.0);
-        } else {
-            EXPECT_EQ(got, source(f));
-        }
-    }
-}
-
 TEST_F(SelfIlluminationCorrection, NoValueNodesKeepTheMarkerAndGiveNothing) {
     FieldMasterD marked = plates(1.0, {0, 0, 1}, {0, 0, -1});
     marked.scalar(marked.findFunction("P"))->at(1, 4) = arrayWorks::kNoValue;

@@ -11,8 +11,6 @@ using shapes::V;
 
 namespace {
 
-V flat(int i, int j) { return {double(i), double(j), 0.0}; }
-
 std::vector<V> positionsOf(const tundrel::Surface& s) {
     std::vector<V> p;
     for (std::size_t k = 0; k < s.nodeCount(); ++k) p.emplace_back(s.x[k], s.y[k], s.z[k]);
@@ -20,76 +18,6 @@ std::vector<V> positionsOf(const tundrel::Surface& s) {
 }
 
 }  // namespace
-
-TEST(ExtractSurface, FlattensBlocksAndTriangulatesGrids) {
-    auto faces = shapes::sphere(2, 4, 1.0);
-    FieldMasterD f = shapes::build({shapes::grid(3, 2, flat, {0, 0, 1}), faces});
-    f.vector(f.findFunction("$_N"))->at(1, 3) = {0.5, 0.25, -1};
-    const tundrel::Surface s = tundrel::extractSurface(f);
-    ASSERT_EQ(s.nodeCount(), 6u + faces.pos.size());
-    EXPECT_EQ(s.blockOffset, (std::vector<std::size_t>{0, 6, 6 + faces.pos.size()}));
-    EXPECT_EQ(s.x[4], 1.0);
-    EXPECT_EQ(s.y[4], 1.0);
-    EXPECT_EQ(s.z[6 + 3], faces.pos[3].z);
-    EXPECT_EQ(s.nx[6 + 3], 0.5);
-    EXPECT_EQ(s.nz[6 + 3], -1.0);
-    // Two cells of the 3 x 2 grid, then the sphere's triangles shifted by 6.
-    const std::vector<std::int32_t> gridTris{0, 1, 3, 3, 1, 4, 1, 2, 4, 4, 2, 5};
-    ASSERT_EQ(s.triangleCount(), 4 + faces.layout.triangles.size() / 3);
-    EXPECT_TRUE(std::equal(gridTris.begin(), gridTris.end(), s.triangles.begin()));
-    for (std::size_t k = 0; k < faces.layout.triangles.size(); ++k)
-        EXPECT_EQ(s.triangles[12 + k], faces.layout.triangles[k] + 6);
-}
-
-// A unit grid far from the origin, so that single precision alone would not
-// give the answers to the tolerance asked here.
-class SurfaceBvhPlane : public ::testing::Test {
-protected:
-    static constexpr double kOff = 12345.0;
-    FieldMasterD f = shapes::build({shapes::grid(5, 4, [](int i, int j) { return V(kOff + i, kOff + j, kOff); }, {0, 0, 1})});
-    tundrel::Surface s = tundrel::extractSurface(f);
-    tundrel::SurfaceBvh bvh{s};
-};
-
-TEST_F(SurfaceBvhPlane, FirstHitIsExactOnTheTriangleBelow) {
-    const double o[3] = {kOff + 2.3, kOff + 1.4, kOff + 5.0};
-    const double down[3] = {0, 0, -0.5};  // not a unit vector: distances are in t
-    auto hit = bvh.firstHit(o, down, 100.0);
-    ASSERT_TRUE(hit);
-    EXPECT_NEAR(hit->distance, 10.0, 1e-9);
-    EXPECT_NEAR(hit->x, kOff + 2.3, 1e-9);
-    EXPECT_NEAR(hit->z, kOff, 1e-9);
-    // Cell c = 2 + 5 * 1, triangle (c, c+1, c+I) holds (0.3, 0.4).
-    const auto* t = &s.triangles[3 * static_cast<std::size_t>(hit->triangle)];
-    EXPECT_EQ(std::vector<std::int32_t>(t, t + 3), (std::vector<std::int32_t>{7, 8, 12}));
-    EXPECT_FALSE(bvh.firstHit(o, down, 9.9));
-    const double up[3] = {0, 0, 1};
-    EXPECT_FALSE(bvh.firstHit(o, up, 100.0));
-    const double beside[3] = {kOff + 7.0, kOff + 1.0, kOff + 1.0};
-    EXPECT_FALSE(bvh.firstHit(beside, down, 100.0));
-}
-
-TEST_F(SurfaceBvhPlane, ClosestPointInsideAndBesideThePlate) {
-    struct Row {
-        V p, expect;
-        double distance;
-    } rows[] = {
-        {{2.3, 1.4, 2.0}, {2.3, 1.4, 0.0}, 2.0},
-        {{2.3, 1.4, -0.75}, {2.3, 1.4, 0.0}, 0.75},
-        {{-1.0, 2.5, 0.0}, {0.0, 2.5, 0.0}, 1.0},
-        {{7.0, 7.0, 0.0}, {4.0, 3.0, 0.0}, 5.0},
-    };
-    for (const Row& r : rows) {
-        const double p[3] = {kOff + r.p.x, kOff + r.p.y, kOff + r.p.z};
-        auto hit = bvh.closestPoint(p, 10.0);
-        ASSERT_TRUE(hit);
-        EXPECT_NEAR(hit->distance, r.distance, 1e-9);
-        EXPECT_NEAR(hit->x - kOff, r.expect.x, 1e-9);
-        EXPECT_NEAR(hit->y - kOff, r.expect.y, 1e-9);
-        EXPECT_NEAR(hit->z - kOff, r.expect.z, 1e-9);
-        EXPECT_FALSE(bvh.closestPoint(p, 0.99 * r.distance));
-    }
-}
 
 // Obstructions on a closed sphere, with and without a screen across it,
 // against the loop over every triangle.

@@ -240,24 +240,3 @@ TEST_P(TransferFile, ComesBackUnchanged) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Files, TransferFile, ::testing::Values("wing.apt", "mesher_v1.wrl", "toolkit_v2.wrl", "classic.dat", "current.dat"));
-
-// ---- the operations that are not available ------------------------------------------
-
-using FieldOperation = void (*)(FieldMasterD&);
-class NotAvailable : public testutil::HostTest, public ::testing::WithParamInterface<FieldOperation> {};
-
-TEST_P(NotAvailable, SaysSoAndChangesNothing) {
-    region reg;
-    reg.append(testutil::gridPatch(3, 3, {"P"}));
-    FieldMasterD field;
-    z::ambientFlow flow;
-    Region_to_fieldMaster(reg, region_fe(), field, flow);
-    const double before = field.functionNamed<double>("P")->at(0, 4);
-    GetParam()(field);
-    EXPECT_EQ(messages(), std::vector<std::string>{"Not available"});
-    EXPECT_EQ(field.functionCount(), 3);
-    EXPECT_EQ(field.blockCount(), 1);
-    EXPECT_EQ(field.functionNamed<double>("P")->at(0, 4), before);
-}
-
-INSTANTIATE_TEST_SUITE_P(Operations, NotAvailable, ::testing::Values(&convert, &IR_camera, &temperature_gages));

@@ -14,25 +14,6 @@ TEST(FileExtension, LastDotLoweredOrNothing) {
     for (const Row& r : rows) EXPECT_EQ(file_extension(r.name), r.ext) << r.name;
 }
 
-TEST(Transpose, ExchangesDirectionsLayerByLayer) {
-    StructPatch p(3, 2, 2);
-    p.name = "P";
-    NodeVariable& v = p.addVariable("v");
-    for (int n = 0; n < p.N; ++n) v.values[static_cast<std::size_t>(n)] = n;
-    auto t = transpose_patch(p);
-    EXPECT_EQ(t->I, 2);
-    EXPECT_EQ(t->J, 3);
-    EXPECT_EQ(t->K, 2);
-    EXPECT_EQ(t->name, "P");
-    const NodeVariable& tv = t->variable(0);
-    for (int k = 0; k < 2; ++k)
-        for (int j = 0; j < 2; ++j)
-            for (int i = 0; i < 3; ++i)
-                EXPECT_EQ(tv.values[static_cast<std::size_t>(j + 2 * i + 6 * k)], i + 3 * j + 6 * k);
-    EXPECT_EQ(t->nodeIndex(1, 2), 5);
-    EXPECT_EQ(tv.values[5], v.at(2, 1));
-}
-
 class Dispatch : public HostTest {};
 
 TEST_F(Dispatch, UnknownExtensionsDoNothingSilently) {
@@ -67,15 +48,6 @@ TEST_F(Dispatch, UpperCaseExtensionAndTransposeOfEveryPatch) {
     // point (j, i) of the new patch holds the file's point (i, j)
     for (int i = 0; i < 3; ++i)
         for (int j = 0; j < 5; ++j) EXPECT_EQ(p.variable(0).values[static_cast<std::size_t>(j + 5 * i)], i + 3 * j);
-}
-
-TEST_F(Dispatch, FailedReadIsNotTransposed) {
-    testutil::writeFile(dir.file("m.apt"), "1 2\n0 0 0\n");
-    region reg;
-    region_fe fe;
-    reg.append(testutil::gridPatch(2, 4));
-    EXPECT_FALSE(import_data(dir.file("m.apt"), true, reg, fe));
-    EXPECT_EQ(reg.patch(0).I, 2);
 }
 
 TEST_F(Dispatch, SplitWritesOneNumberedFilePerItem) {

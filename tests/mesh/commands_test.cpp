@@ -47,23 +47,6 @@ TEST_F(MeshCommands, WriteWhatTheOperationsMake) {
               expected([](region_fe& fe) { tundrel::mesh::mirrorPatch(fe, 1, tundrel::mesh::MirrorPlane::xy); }));
 }
 
-TEST_F(MeshCommands, MirrorAddsTheImageWithTurnedFaces) {
-    run("mirror --patch 0");
-    // APT brings each face back as a 2 x 2 patch of its corners, the last
-    // repeated: face f of the image holds the corners of face f of patch 0
-    // with y negated (plane xz), second and third exchanged.
-    region out;
-    region_fe fe;
-    ASSERT_TRUE(import_data(dir.file("out.apt"), false, out, fe));
-    ASSERT_EQ(out.patchCount(), 48);
-    const std::size_t corner[] = {0, 2, 1};
-    for (int f = 0; f < 16; ++f)
-        for (std::size_t c = 0; c < 3; ++c)
-            for (int v = 0; v < 3; ++v)
-                EXPECT_EQ(out.patch(32 + f).variable(v).values[c],
-                          (v == 1 ? -1 : 1) * out.patch(f).variable(v).values[corner[c]]);
-}
-
 TEST_F(MeshCommands, RefusalsAndBadUsage) {
     struct Case {
         std::string args;
