@@ -109,30 +109,6 @@ protected:
     }
 };
 
-TEST_F(SelfIlluminationCli, WritesTheCorrectedFieldAsTheLibraryComputesIt) {
-    const std::string in = model(), out = dir.file("out.dat");
-    const auto r = testutil::runCli("self-illumination " + in + " " + out + " --field P --ratio 0.4 --scientific --precision 15");
-    ASSERT_EQ(r.status, 0) << r.out;
-
-    region reg;
-    region_fe reg_fe;
-    ASSERT_TRUE(import_data(in, false, reg, reg_fe));
-    FieldMasterD f;
-    z::ambientFlow flow;
-    Region_to_fieldMaster(reg, reg_fe, f, flow);
-    const auto want = tundrel::selfIlluminationValues(f, "P", 0.4, false);
-    std::vector<double> got = field(out, 0, "P_si");
-    const auto lid = field(out, 1, "P_si");
-    got.insert(got.end(), lid.begin(), lid.end());
-    ASSERT_EQ(got.size(), want.size());
-    int changed = 0;
-    for (std::size_t k = 0; k < got.size(); ++k) {
-        EXPECT_NEAR(got[k], want[k], 1e-12 * std::abs(want[k]));
-        changed += got[k] != f.scalar(f.findFunction("P"))->data()[k];
-    }
-    EXPECT_GT(changed, 0);
-}
-
 TEST_F(SelfIlluminationCli, SelectedPatchesNamesAndRefusals) {
     const std::string in = model(), out = dir.file("out.dat");
     auto r = testutil::runCli("self-illumination " + in + " " + out + " --field P --select-patches 1 --name Q --visibility");
