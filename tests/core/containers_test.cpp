@@ -63,22 +63,6 @@ TEST(StructPatch, HostileCountsAreRefused) {
     EXPECT_THROW(StructPatch(100000, 100000, 1), IndexError);
 }
 
-TEST(Region, CopySharesPatchesAndOutlivesNothing) {
-    region r;
-    r.append(testutil::gridPatch(2, 2));
-    r.Mach = 0.7;
-    std::weak_ptr<StructPatch> watch = r.patches.shared(0);
-    {
-        region copy(r);
-        EXPECT_EQ(&copy.patch(0), &r.patch(0));
-        EXPECT_EQ(copy.Mach, 0.7);
-    }
-    EXPECT_EQ(r.patch(0).N, 4);  // the copy's end left the patch alive
-    r.patches.clear();
-    EXPECT_TRUE(watch.expired());  // and the last holder frees it
-    EXPECT_EQ(caught([&] { r.patch(0); }).code, 1);
-}
-
 TEST(Coordinates, AnyLetterCaseAndLaterDuplicateWins) {
     StructPatch p(1, 1, 1);
     p.addVariable("cp");

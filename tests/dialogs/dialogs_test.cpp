@@ -115,27 +115,3 @@ TEST_F(Dialogs, BrowseKeepsTheOtherTypedValues) {
     EXPECT_EQ(texts.at(4055), "7");
     EXPECT_EQ(messages(), std::vector<std::string>{"Please enter an integer between 0 and 2."});
 }
-
-TEST_F(Dialogs, ChooseActiveAxesNamesThePresentAxesAndWritesTheDirectionBackOnOk) {
-    struct Case {
-        bool x, y, z;
-        const char* axis1;
-        const char* axis2;
-    };
-    for (const Case& c : {Case{true, true, false, "X", "Y"}, Case{true, true, true, "X", "Y"},
-                          Case{true, false, true, "X", "Z"}, Case{false, true, true, "Y", "Z"},
-                          Case{false, false, true, "", ""}, Case{false, false, false, "", ""}}) {
-        bool direction = false;
-        host.answerOk({{4061, "1"}, {4062, "0"}});
-        EXPECT_TRUE(tundrel::chooseActiveAxes(c.x, c.y, c.z, direction));
-        EXPECT_TRUE(direction);
-        const ControlTexts& shown = host.textsShown.back();
-        EXPECT_EQ(shown.at(4059), c.axis1);
-        EXPECT_EQ(shown.at(4060), c.axis2);
-        EXPECT_TRUE(shown.at(4061) == "0" && shown.at(4062) == "1");  // opened with the direction given
-    }
-    bool direction = true;
-    host.answer({{{4061, "0"}, {4062, "1"}}, {}, false, 0});
-    EXPECT_FALSE(tundrel::chooseActiveAxes(true, false, true, direction));
-    EXPECT_TRUE(direction);
-}

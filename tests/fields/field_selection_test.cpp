@@ -151,41 +151,6 @@ INSTANTIATE_TEST_SUITE_P(
                   geo::kFunctionIndex}),
     [](const auto& info) { return std::string(info.param.name); });
 
-// ---- selection states ---------------------------------------------------------
-
-struct StateCase {
-    const char* name;
-    std::vector<std::vector<unsigned char>> bytes;
-    arrayWorks::SelectionState whole;
-    std::vector<arrayWorks::SelectionState> perBlock;
-};
-void PrintTo(const StateCase& c, std::ostream* os) { *os << c.name; }
-
-class SelectionStates : public ::testing::TestWithParam<StateCase> {};
-
-TEST_P(SelectionStates, WholeContainerAndEachBlock) {
-    const StateCase& c = GetParam();
-    const FieldMasterD f = selected(c.bytes);
-    EXPECT_EQ(f.selectionState(), c.whole);
-    for (int b = 0; b < f.blockCount(); ++b) {
-        EXPECT_EQ(f.blockSelectionState(b), c.perBlock[static_cast<std::size_t>(b)]) << "block " << b;
-        for (int n = 0; n < f.nodeCount(b); ++n)
-            EXPECT_EQ(f.isSelected(b, n), c.bytes[static_cast<std::size_t>(b)][static_cast<std::size_t>(n)]);
-    }
-}
-
-using S = arrayWorks::SelectionState;
-INSTANTIATE_TEST_SUITE_P(
-    Table, SelectionStates,
-    ::testing::Values(
-        StateCase{"everyBlockFull", {{1, 1}, {1, 1, 1}}, S::AllSelected, {S::AllSelected, S::AllSelected}},
-        StateCase{"oneBlockFullOthersEmpty", {{0, 0}, {1, 1, 1}, {0}}, S::AllSelected,
-                  {S::NothingSelected, S::AllSelected, S::NothingSelected}},
-        StateCase{"oneNodeUnselected", {{1, 1}, {1, 0, 1}}, S::PartlySelected, {S::AllSelected, S::PartlySelected}},
-        StateCase{"nothing", {{0, 0}, {0, 0, 0}}, S::NothingSelected, {S::NothingSelected, S::NothingSelected}},
-        StateCase{"anyNonzeroByte", {{7, 255}, {0, 0, 0}}, S::AllSelected, {S::AllSelected, S::NothingSelected}}),
-    [](const auto& info) { return std::string(info.param.name); });
-
 // ---- lookups and blocks ---------------------------------------------------------
 
 TEST(Functions, FindFunctionMatchesTheWholeNameExactlyAndFindsTheFirst) {
@@ -203,26 +168,4 @@ TEST(Functions, FindFunctionMatchesTheWholeNameExactlyAndFindsTheFirst) {
     EXPECT_NE(f.functionNamed<double>("cp"), nullptr);
     EXPECT_EQ(f.functionNamed<Vec>("cp"), nullptr);
     EXPECT_EQ(f.functionAt(2)->kind(), arrayWorks::FunctionKind::Vector);
-}
-
-TEST(Blocks, AddBlockRefusesWhatKernelsCouldNotUse) {
-    FieldMasterD f;
-    BlockLayout tri;
-    tri.kind = BlockLayout::Kind::Faces;
-    tri.nodes = 3;
-    tri.triangles = {0, 1, 3};
-    EXPECT_THROW(f.addBlock(tri, std::vector<Vec>(3)), arrayWorks::IndexError);
-    tri.triangles = {0, 1, 2};
-    EXPECT_THROW(f.addBlock(tri, std::vector<Vec>(2)), arrayWorks::StateError);
-    EXPECT_EQ(f.addBlock(tri, std::vector<Vec>(3)), 0);
-    // A structured layout that does not match its node count becomes one row.
-    BlockLayout grid;
-    grid.nodes = 6;
-    grid.rowLength = 4;
-    grid.rows = 2;
-    f.addBlock(grid, std::vector<Vec>(6));
-    EXPECT_EQ(f.layout(1).rowLength, 6);
-    EXPECT_EQ(f.layout(1).rows, 1);
-    f.addSelection();
-    EXPECT_THROW(f.addBlock(tri, std::vector<Vec>(3)), arrayWorks::StateError);
 }

@@ -158,38 +158,6 @@ TEST_F(Transfer, RoundTripGivesTheSameGeometryAndFields) {
     EXPECT_EQ(held->variable(0).values.size(), 16u);
 }
 
-TEST_F(Transfer, FunctionsAddedToTheContainerBecomeVariables) {
-    Region_to_fieldMaster(reg, fe, field, flow);
-    auto& si = field.addScalar("cp_si", 2.5);
-    si.at(2, 4) = -7.0;
-    auto& v = field.addVector("vec", Vec{3, 4, 5});
-    v.at(0, 1) = Vec{-1, 0, 0};
-    field.addSelection("picked", 1);
-    field.addScalar("cp", 99.0);  // a second "cp": the first one wins
-    field.addScalar("X", 42.0);   // would clash with the coordinate
-    field.addScalar("$_private");
-    // Not covering every block: no value where it is missing.
-    field.functions.push_back(std::make_shared<arrayWorks::ScalarFunction>("short", std::vector<int>{6, 4}, 1.0));
-    field.functions.push_back(nullptr);
-    region back;
-    region_fe backFe;
-    fieldMaster_to_Region(field, flow, back, backFe);
-
-    const PatchBase& p0 = back.patch(0);
-    std::vector<std::string> names;
-    for (const auto& var : p0.variables) names.push_back(var->name);
-    EXPECT_EQ(names, (std::vector<std::string>{"x", "y", "z", "cp", "t", "Q", "heat", "cp_si", "vec", "picked", "short"}));
-    EXPECT_EQ(p0.findVariable("cp")->values, reg.patch(0).findVariable("cp")->values);
-    EXPECT_EQ(p0.findVariable("x")->values, reg.patch(0).findVariable("x")->values);
-    EXPECT_EQ(p0.findVariable("vec")->values[1], -1.0);
-    EXPECT_EQ(p0.findVariable("vec")->values[0], 3.0);
-    EXPECT_EQ(p0.findVariable("picked")->values[2], 1.0);
-    EXPECT_EQ(backFe.patch(0).findVariable("cp_si")->values[4], -7.0);
-    EXPECT_EQ(backFe.patch(0).findVariable("cp_si")->values[3], 2.5);
-    EXPECT_EQ(back.patch(1).findVariable("short")->values, std::vector<double>(4, 1.0));
-    EXPECT_EQ(backFe.patch(0).findVariable("short")->values, std::vector<double>(5, kNoValue));
-}
-
 TEST_F(Transfer, OddPatchesAreTakenAsFarAsTheyGo) {
     region odd;
     auto noZ = std::make_shared<StructPatch>(2, 2, 1);

@@ -165,11 +165,3 @@ TEST_F(Apt, WriterRangeAndFaceHeaderChecks) {
     EXPECT_EQ(messages(), (std::vector<std::string>{"Dummy error", "Dummy error", "Dummy error", "Dummy error",
                                                     "Irregular structure of APT file. Variables X or Y or Z are absent"}));
 }
-
-TEST_F(Apt, FailedOpenForWritingIsReportedAtTheEnd) {
-    region reg;
-    region_fe fe;
-    reg.append(testutil::gridPatch(2, 2));
-    EXPECT_FALSE(export_data(dir.file("no/dir/x.apt"), 6, false, false, reg, fe));
-    EXPECT_EQ(messages(), std::vector<std::string>{"It's impossible to close APT file"});
-}

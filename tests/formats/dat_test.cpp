@@ -227,28 +227,6 @@ TEST_F(Dat, ReadsAClassicStyleFile) {
     EXPECT_EQ(reg.Mach, 0);  // a text record of someone else's
 }
 
-TEST_F(Dat, ReadsACurrentStyleFile) {
-    ASSERT_TRUE(import_data(testutil::dataFile("current.dat"), false, reg, fe)) << messages()[0];
-    ASSERT_EQ(fe.patchCount(), 2);
-    const FacePatch& panel = fe.patch(0);
-    EXPECT_EQ(panel.name, "panel");
-    EXPECT_EQ(names(panel), (std::vector<std::string>{"X", "Y", "Z", "Pressure"}));
-    EXPECT_EQ(column(panel, "X"), (std::vector<double>{0, 1, 1, 0}));
-    EXPECT_EQ(column(panel, "Y"), (std::vector<double>{0, 0, 1, 1}));
-    EXPECT_EQ(column(panel, "Pressure"), (std::vector<double>{1.5e5, 1.25e5, 1e5, -2.5e-3}));
-    EXPECT_EQ(panel.faceIndex, (std::vector<std::int32_t>{0, 1, 2, -1, 0, 2, 3, -1}));
-    const FacePatch& cap = fe.patch(1);
-    EXPECT_EQ(column(cap, "Pressure"), (std::vector<double>{10, 11, 12, 13, 14}));
-    EXPECT_EQ(cap.faceIndex, (std::vector<std::int32_t>{0, 1, 2, -1, 0, 2, 3, -1, 1, 4, 2, -1}));
-    EXPECT_EQ(cap.faces, 3);
-    ASSERT_EQ(reg.patchCount(), 1);
-    const StructPatch& nose = reg.patch(0);
-    EXPECT_EQ(nose.name, "nose");
-    EXPECT_EQ(column(nose, "Y"), (std::vector<double>{0, 0, 1, 1}));
-    EXPECT_EQ(column(nose, "Pressure"), (std::vector<double>{9, 8, 7, 6}));
-    EXPECT_EQ(reg.name, "Current style");
-}
-
 TEST_F(Dat, PackingDefaultsByStyleAndFlowGoesToTheZoneOwner) {
     // Current keywords without DATAPACKING: block; classic ones: point.
     testutil::writeFile(dir.file("d.dat"),

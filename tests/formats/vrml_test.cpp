@@ -190,26 +190,6 @@ TEST_F(Vrml, ReadsAToolkitsVrml2) {
     EXPECT_EQ(values(fe.patch(2), "Y"), (std::vector<double>{7, 6, 5}));
 }
 
-TEST_F(Vrml, ReadingWhatTheWriterWroteGivesTheSameTrianglesAndPoints) {
-    region reg;
-    region_fe fe;
-    reg.name = "model \"quoted\" { [ #";
-    reg.append(testutil::gridPatch(3, 2));
-    fe.append(facePatch({4, 0, 2, -1, 1, 3, 2, -1, 2, 3, 4, -1}, 5));
-    ASSERT_TRUE(export_data(dir.file("r.wrl"), 17, false, true, reg, fe));
-    region back;
-    region_fe backFe;
-    ASSERT_TRUE(import_data(dir.file("r.wrl"), false, back, backFe));
-    ASSERT_EQ(backFe.patchCount(), 2);
-    EXPECT_EQ(backFe.patch(0).faceIndex, (std::vector<std::int32_t>{0, 1, 3, -1, 3, 1, 4, -1, 1, 2, 4, -1, 4, 2, 5, -1}));
-    EXPECT_EQ(backFe.patch(1).faceIndex, fe.patch(0).faceIndex);
-    for (int v = 0; v < 3; ++v) {
-        const std::string name = fe.patch(0).variable(v).name;
-        EXPECT_EQ(values(backFe.patch(0), name), reg.patch(0).variable(v).values) << name;
-        EXPECT_EQ(values(backFe.patch(1), name), values(fe.patch(0), name)) << name;
-    }
-}
-
 // How reading ends for files that are not clean surfaces.
 struct ReadCase {
     const char* name;
@@ -271,29 +251,3 @@ INSTANTIATE_TEST_SUITE_P(
         ReadCase{"unclosedString", kV2 + "WorldInfo { title \"abc }\n" + kTriangle, 0, kNoSurface},
         ReadCase{"tooDeep", nested(300), 0, kNoSurface}),
     [](const auto& info) { return std::string(info.param.name); });
-
-// Every cut of a written file either reads the surfaces completed before it
-// or ends with one of the reader's messages.
-TEST_F(Vrml, EveryTruncationEndsCleanly) {
-    region reg;
-    region_fe fe;
-    reg.append(testutil::gridPatch(3, 2));
-    fe.append(facePatch({0, 1, 2, -1}, 3));
-    ASSERT_TRUE(write_vrml(dir.file("full.wrl"), reg, fe, 0, 1, 0, false));
-    const std::string text = testutil::readFile(dir.file("full.wrl"));
-    int complete = 0;
-    for (std::size_t cut = 0; cut <= text.size(); ++cut) {
-        testutil::writeFile(dir.file("cut.wrl"), text.substr(0, cut));
-        region r;
-        region_fe f;
-        host.messages.clear();
-        SCOPED_TRACE(cut);
-        if (read_vrml(dir.file("cut.wrl"), r, f)) {
-            EXPECT_TRUE(messages().empty());
-            complete += f.patchCount() == 2;
-        } else {
-            EXPECT_EQ(messages(), std::vector<std::string>{cut < 10 ? kNoHeader : kNoSurface});  // "#VRML V2.0"
-        }
-    }
-    EXPECT_EQ(complete, 3);  // the whole file and the cuts in its two final line ends
-}
