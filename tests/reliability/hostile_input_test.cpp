@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cmath>
 #include <random>
 #include <sstream>
 
