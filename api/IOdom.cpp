@@ -1,4 +1,4 @@
-#include "api/IOdom.h"
+#include "api/detail/xml_dom.h"
 
 #include <cstdint>
 #include <filesystem>

@@ -79,13 +79,13 @@ public:
 
 // Positions of the coordinate variables ("x", "y", "z" in any letter case) in
 // a variable list; -1 where absent. When a name occurs twice the later wins.
-struct TUNDREL_API CoordinateSlots {
+struct CoordinateSlots {
     int x = -1, y = -1, z = -1;
     bool complete() const noexcept { return x >= 0 && y >= 0 && z >= 0; }
 };
-TUNDREL_API CoordinateSlots findCoordinates(const arrayWorks::PtrList<NodeVariable>& variables);
+CoordinateSlots findCoordinates(const arrayWorks::PtrList<NodeVariable>& variables);
 // Lower-cases with the C library's tolower, character by character.
-TUNDREL_API std::string lowered(const std::string& text);
+std::string lowered(const std::string& text);
 
 // What structured and face patches share: a name, node counts and the
 // ordered list of named node variables.

@@ -21,8 +21,8 @@ TUNDREL_API std::string markerFileExtension(const std::string& file);
 // Numbers are the record counts from 1; name empty; all four flags true when
 // something was read, all false otherwise. Throws FileError when the file
 // can't be opened.
-TUNDREL_API void readImageMarkers(const std::string& file, markers& set, bool flipRows, int imageHeight);
+void readImageMarkers(const std::string& file, markers& set, bool flipRows, int imageHeight);
 
 // 3-D points, one record `X Y Z` per marker, all active; otherwise as
 // readImageMarkers.
-TUNDREL_API void readPointMarkers(const std::string& file, markers& set);
+void readPointMarkers(const std::string& file, markers& set);

@@ -38,7 +38,7 @@ public:
 namespace arrayWorks {
 
 // The three node numbers of a triangle, checked.
-class TUNDREL_API NodeTriple {
+class NodeTriple {
 public:
     NodeTriple() = default;
     NodeTriple(std::int32_t a, std::int32_t b, std::int32_t c) : v_{a, b, c} {}
@@ -58,7 +58,7 @@ private:
 };
 
 // A growable list of node triples, checked.
-class TUNDREL_API TriangleList {
+class TriangleList {
 public:
     TriangleList() = default;
     TriangleList(int n, const NodeTriple& t) : rows_(static_cast<std::size_t>(n < 0 ? 0 : n), t) {}

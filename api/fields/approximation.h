@@ -54,7 +54,7 @@ namespace tundrel {
 
 enum class ApproximationStatus { Solved, SizesDiffer, Unsolvable };
 
-class TUNDREL_API PortApproximation {
+class PortApproximation {
 public:
     // Fits the ports; on a failure the approximation is left empty.
     ApproximationStatus build(const std::vector<z::zVec<double>>& ports, const std::vector<double>& values, int order);

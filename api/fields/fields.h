@@ -31,6 +31,6 @@ namespace tundrel {
 // True when no function of the container is named exactly `name` (letter
 // case counts); otherwise shows "The function name alredy exist" and gives
 // false, and the operation that wanted to add the function asks again.
-TUNDREL_API bool acceptNewFunctionName(const FieldMasterD& field, const std::string& name);
+bool acceptNewFunctionName(const FieldMasterD& field, const std::string& name);
 
 }  // namespace tundrel

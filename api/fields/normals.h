@@ -19,22 +19,22 @@ namespace tundrel {
 // takes the summed normals of the grid cells around it, each cell's normal
 // being the product of its diagonals (P[i+1,j+1] - P[i,j]) x (P[i,j+1] -
 // P[i+1,j]). A node without any gets (0, 0, 0).
-TUNDREL_API void gridNormals(const z::zVec<double>* p, int I, int J, z::zVec<double>* out);
+void gridNormals(const z::zVec<double>* p, int I, int J, z::zVec<double>* out);
 
 // Normals of the nodes of a triangle list (three node numbers a triangle,
 // each in [0, nodes)) into out[0 .. nodes): the sum of the products (P1 - P0)
 // x (P2 - P0) of the triangles around the node (so weighted with their areas),
 // made unit length. Triangles listed counter-clockwise seen from outside give
 // outward normals. A node in no triangle, or whose sum vanishes, gets (0, 0, 0).
-TUNDREL_API void faceNormals(const z::zVec<double>* p, int nodes, const std::int32_t* triangles,
+void faceNormals(const z::zVec<double>* p, int nodes, const std::int32_t* triangles,
                              std::size_t triangleCount, z::zVec<double>* out);
 
 // Normals of every node of every block of the container, block after block
 // (structured blocks layer by layer).
-TUNDREL_API std::vector<z::zVec<double>> nodeNormals(const FieldMasterD& field);
+std::vector<z::zVec<double>> nodeNormals(const FieldMasterD& field);
 
 // Stores nodeNormals() in the vector function "$_N", appending it when the
 // container has none, and returns it.
-TUNDREL_API arrayWorks::VectorFunction& updateNormals(FieldMasterD& field);
+arrayWorks::VectorFunction& updateNormals(FieldMasterD& field);
 
 }  // namespace tundrel

@@ -31,7 +31,7 @@ struct MarkerProjection {
 
 // The projections, in the order of the markers. `bvh` is the hierarchy of
 // `surface`. Parallel over the markers.
-TUNDREL_API std::vector<MarkerProjection> projectMarkers(const markers& set, const Surface& surface,
+std::vector<MarkerProjection> projectMarkers(const markers& set, const Surface& surface,
                                                          const SurfaceBvh& bvh, bool normal,
                                                          double maxDistance = std::numeric_limits<double>::infinity());
 

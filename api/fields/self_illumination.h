@@ -68,15 +68,15 @@ struct SelfIlluminationStats {
 // of the area of every triangle that holds the node; a four-cornered face
 // reaches the container as two triangles and so gives each corner a third of
 // each triangle it belongs to. Checked access, one node at a time.
-TUNDREL_API double nodeArea(const FieldMasterD& field, int b, int n);
+double nodeArea(const FieldMasterD& field, int b, int n);
 
 // The same areas for the nodes where `wanted` (one byte a node, all blocks
 // together) is nonzero; 0 for the others.
-TUNDREL_API std::vector<double> nodeAreas(const FieldMasterD& field, const Surface& surface,
+std::vector<double> nodeAreas(const FieldMasterD& field, const Surface& surface,
                                           const std::vector<unsigned char>& wanted);
 
 // The participating nodes as flat arrays for the pair kernel.
-struct TUNDREL_API IlluminationNodes {
+struct IlluminationNodes {
     std::vector<double> x, y, z;     // positions
     std::vector<double> nx, ny, nz;  // normals
     std::vector<double> area, value;
@@ -91,20 +91,20 @@ struct TUNDREL_API IlluminationNodes {
 // value), without the obstruction test when bvh is null. Runs in parallel
 // and reports progress through the host.
 class SurfaceBvh;
-TUNDREL_API std::vector<double> illuminationSums(const IlluminationNodes& nodes, double ratio, const SurfaceBvh* bvh,
+std::vector<double> illuminationSums(const IlluminationNodes& nodes, double ratio, const SurfaceBvh* bvh,
                                                  SelfIlluminationStats* stats = nullptr);
 
 // The corrected values of every node (all blocks together) without changing
 // the container: the source values, less the received sums at participating
 // nodes. Throws as self_illumination does; empty when it would end silently.
-TUNDREL_API std::vector<double> selfIlluminationValues(const FieldMasterD& field, const std::string& fieldName,
+std::vector<double> selfIlluminationValues(const FieldMasterD& field, const std::string& fieldName,
                                                        double ratio, bool checkVisibility,
                                                        SelfIlluminationStats* stats = nullptr);
 
 // The correction proper, with the dialog's values: appends the new scalar
 // function `newName`. False when it ended silently (see above, or newName
 // exists); errors as self_illumination.
-TUNDREL_API bool correctSelfIllumination(FieldMasterD& field, const std::string& fieldName, double ratio,
+bool correctSelfIllumination(FieldMasterD& field, const std::string& fieldName, double ratio,
                                          bool checkVisibility, const std::string& newName,
                                          SelfIlluminationStats* stats = nullptr);
 

@@ -12,7 +12,7 @@
 
 namespace tundrel {
 
-struct TUNDREL_API Surface {
+struct Surface {
     // Node positions, structure of arrays.
     std::vector<double> x, y, z;
     // Unit node normals ("$_N"); empty when the container has none.
@@ -29,6 +29,6 @@ struct TUNDREL_API Surface {
 };
 
 // Positions, normals (when "$_N" exists) and triangles of every block.
-TUNDREL_API Surface extractSurface(const FieldMasterD& field);
+Surface extractSurface(const FieldMasterD& field);
 
 }  // namespace tundrel

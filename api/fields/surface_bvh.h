@@ -18,7 +18,7 @@ struct SurfaceHit {
     std::int32_t triangle = -1;  // index into Surface::triangles / 3
 };
 
-class TUNDREL_API SurfaceBvh {
+class SurfaceBvh {
 public:
     // Builds the hierarchy over surface.triangles at surface.x/y/z. The
     // surface must outlive the hierarchy.

@@ -17,7 +17,7 @@ namespace tundrel::text {
 
 // Reads a whole regular file. False when it cannot be opened or read (a
 // directory, a missing file, a read error).
-TUNDREL_API bool loadFile(const std::string& path, std::string& out);
+bool loadFile(const std::string& path, std::string& out);
 
 // What separates tokens besides whitespace. The default is an input
 // stream's view (whitespace only); Tecplot-style files also take commas
@@ -30,7 +30,7 @@ struct Separators {
 // A whole regular file's text, read into memory. open() is false when the
 // file cannot be opened or read (a directory, a named pipe, a missing file, a
 // read error, no memory for it).
-class TUNDREL_API FileText {
+class FileText {
 public:
     FileText() = default;
     ~FileText();
@@ -47,7 +47,7 @@ private:
 
 // Stream-like scanner over text in memory. A failed read sets a sticky fail
 // state, as an input stream's failbit does; later reads fail too.
-class TUNDREL_API Scanner {
+class Scanner {
 public:
     explicit Scanner(std::string_view data, Separators separators = {}) noexcept
         : begin_(data.data()), p_(data.data()), end_(data.data() + data.size()), sep_(separators) {}
@@ -113,28 +113,28 @@ inline std::string_view withoutByteOrderMark(std::string_view text) noexcept {
 }
 
 // Compares ASCII text ignoring letter case (keywords of text formats).
-TUNDREL_API bool equalsIgnoreCase(std::string_view a, std::string_view b) noexcept;
+bool equalsIgnoreCase(std::string_view a, std::string_view b) noexcept;
 
 // Parses a whole token as a double / integer (no trailing characters). Used by
 // readers that split their own tokens.
-TUNDREL_API bool parseDouble(std::string_view token, double& value) noexcept;
-TUNDREL_API bool parseInt(std::string_view token, std::int32_t& value) noexcept;
+bool parseDouble(std::string_view token, double& value) noexcept;
+bool parseInt(std::string_view token, std::int32_t& value) noexcept;
 
 // Appends a double as `stream << value` does with the given precision (a
 // negative precision counts as 6) in fixed or scientific notation.
-TUNDREL_API void appendDouble(std::string& out, double value, int precision, bool scientific);
-TUNDREL_API void appendInt(std::string& out, std::int64_t value);
+void appendDouble(std::string& out, double value, int precision, bool scientific);
+void appendInt(std::string& out, std::int64_t value);
 
 // The same into a buffer with room for kDoubleRoom characters (precision up
 // to kDirectPrecision); returns the end of what was written.
 inline constexpr int kDirectPrecision = 64;
 inline constexpr std::size_t kDoubleRoom = 400;
-TUNDREL_API char* formatDouble(char* out, double value, int precision, bool scientific) noexcept;
-TUNDREL_API char* formatInt(char* out, std::int64_t value) noexcept;
+char* formatDouble(char* out, double value, int precision, bool scientific) noexcept;
+char* formatInt(char* out, std::int64_t value) noexcept;
 
 // A buffered output file. A failed open, like a failed write, only shows as
 // good() == false, so writers report both at the end as the formats require.
-class TUNDREL_API Writer {
+class Writer {
 public:
     explicit Writer(const std::string& path);
     ~Writer();

@@ -84,10 +84,10 @@ enum class EdgeSearch {
 // made (the edges of each triangle taken as (P0,P1), (P1,P2), (P2,P0)), and
 // the faces (P0,M0,M2), (M0,P1,M1), (M1,P2,M2), (M0,M1,M2) for each triangle.
 // Throws IndexError for a face whose first three entries are not nodes of p.
-TUNDREL_API std::shared_ptr<FacePatch> refinedPatch(const FacePatch& p, EdgeSearch search = EdgeSearch::hashed);
+std::shared_ptr<FacePatch> refinedPatch(const FacePatch& p, EdgeSearch search = EdgeSearch::hashed);
 
 // A deep copy of p holding its first `variables` variables.
-TUNDREL_API std::shared_ptr<FacePatch> deepCopy(const FacePatch& p, int variables);
+std::shared_ptr<FacePatch> deepCopy(const FacePatch& p, int variables);
 
 // The plane a mirror copy reflects in.
 enum class MirrorPlane { xy, yz, xz };
@@ -100,6 +100,6 @@ enum class MirrorPlane { xy, yz, xz };
 TUNDREL_API int mirrorPatch(region_fe& r, int k, MirrorPlane plane);
 
 // Turns every face of patch p round by exchanging its second and third node.
-TUNDREL_API void turnFaces(FacePatch& p);
+void turnFaces(FacePatch& p);
 
 }  // namespace tundrel::mesh

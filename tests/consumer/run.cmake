@@ -1,25 +1,100 @@
-# Installs the build into a scratch prefix, builds the consumer against the
-# installed CMake package and runs it on an example model.
+# Builds README's C++ example as a user does: installs the build into a
+# scratch prefix, builds the example's code with the example's CMake project
+# (which sets no language standard), runs it, then moves the installed tree
+# elsewhere and builds the same code with the README's pkg-config line.
+#   -DBUILD_DIR -DREADME -DDATA (tests/data) -DWORK_DIR -DGENERATOR
+
+cmake_minimum_required(VERSION 3.22)
+
+function(check rc what)
+  if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "${what} failed: ${rc}")
+  endif()
+endfunction()
+
+# The body of the first ```<lang> block of `text`.
+function(fenced text lang out)
+  string(FIND "${text}" "```${lang}\n" at)
+  if(at EQUAL -1)
+    message(FATAL_ERROR "README's C++ section has no ${lang} block")
+  endif()
+  string(LENGTH "```${lang}\n" open)
+  math(EXPR at "${at} + ${open}")
+  string(SUBSTRING "${text}" ${at} -1 rest)
+  string(FIND "${rest}" "```" end)
+  string(SUBSTRING "${rest}" 0 ${end} body)
+  set(${out} "${body}" PARENT_SCOPE)
+endfunction()
+
+file(READ ${README} readme)
+string(FIND "${readme}" "## The C++ API" at)
+string(SUBSTRING "${readme}" ${at} -1 section)
+string(FIND "${section}" "\n## " end)
+string(SUBSTRING "${section}" 0 ${end} section)
+fenced("${section}" cpp code)
+fenced("${section}" cmake project)
+fenced("${section}" sh shell)
+
 file(REMOVE_RECURSE ${WORK_DIR})
-execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${WORK_DIR}/prefix
-                RESULT_VARIABLE rc OUTPUT_QUIET)
-if(NOT rc EQUAL 0)
-  message(FATAL_ERROR "install failed: ${rc}")
+set(prefix ${WORK_DIR}/prefix)
+execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix} RESULT_VARIABLE rc OUTPUT_QUIET)
+check("${rc}" "install")
+
+# The installed headers stand alone: no third-party header, nothing internal.
+file(GLOB_RECURSE headers RELATIVE ${prefix}/include/tundrel ${prefix}/include/tundrel/*)
+if(NOT "api/TundrelApi.h" IN_LIST headers)
+  message(FATAL_ERROR "the umbrella header is not installed")
 endif()
-execute_process(COMMAND ${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${WORK_DIR}/build -G Ninja
-                -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix RESULT_VARIABLE rc)
-if(NOT rc EQUAL 0)
-  message(FATAL_ERROR "configure against the installed package failed: ${rc}")
+foreach(h ${headers})
+  if(h MATCHES "detail/" OR NOT h MATCHES "\\.h$")
+    message(FATAL_ERROR "installed, but not public: ${h}")
+  endif()
+  file(STRINGS ${prefix}/include/tundrel/${h} bad REGEX "#[ \t]*include[ \t]*<(xercesc|embree|Eigen|omp)")
+  if(bad)
+    message(FATAL_ERROR "${h} includes a dependency's header: ${bad}")
+  endif()
+endforeach()
+
+set(app ${WORK_DIR}/app)
+file(WRITE ${app}/main.cpp "${code}")
+file(WRITE ${app}/CMakeLists.txt "${project}")
+# The example reads tests/data/wing.apt relative to where it runs.
+file(COPY ${DATA}/wing.apt DESTINATION ${WORK_DIR}/run/tests/data)
+
+# Runs `program` in the run directory; it must print one "I x J" line per
+# patch and write its copy.
+function(run_example program env)
+  file(REMOVE ${WORK_DIR}/run/wing_copy.apt)
+  execute_process(COMMAND ${CMAKE_COMMAND} -E env ${env} ${program} WORKING_DIRECTORY ${WORK_DIR}/run
+                  RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  message(STATUS "${program}: ${out}${err}")
+  check("${rc}" "running ${program}")
+  if(NOT out MATCHES "^([0-9]+ x [0-9]+\n)+$" OR NOT EXISTS ${WORK_DIR}/run/wing_copy.apt)
+    message(FATAL_ERROR "the example did not read and write the model")
+  endif()
+endfunction()
+
+# CMake: the project as README gives it, nothing added.
+execute_process(COMMAND ${CMAKE_COMMAND} -S ${app} -B ${app}/cmake-build -G ${GENERATOR}
+                -DCMAKE_PREFIX_PATH=${prefix} RESULT_VARIABLE rc)
+check("${rc}" "configuring README's CMake project")
+execute_process(COMMAND ${CMAKE_COMMAND} --build ${app}/cmake-build RESULT_VARIABLE rc)
+check("${rc}" "building README's CMake project")
+run_example(${app}/cmake-build/myapp "")
+
+# pkg-config, after moving the installed tree: the .pc file must find it
+# from its own place.
+set(moved ${WORK_DIR}/moved)
+file(RENAME ${prefix} ${moved})
+file(GLOB_RECURSE pc ${moved}/*/tundrel.pc)
+list(LENGTH pc n)
+if(NOT n EQUAL 1)
+  message(FATAL_ERROR "expected one installed tundrel.pc, found: ${pc}")
 endif()
-execute_process(COMMAND ${CMAKE_COMMAND} --build ${WORK_DIR}/build RESULT_VARIABLE rc)
-if(NOT rc EQUAL 0)
-  message(FATAL_ERROR "consumer build failed: ${rc}")
-endif()
-execute_process(COMMAND ${WORK_DIR}/build/consumer ${EXAMPLE} RESULT_VARIABLE rc OUTPUT_VARIABLE out)
-message(STATUS "${out}")
-if(NOT rc EQUAL 0)
-  message(FATAL_ERROR "consumer run failed: ${rc}")
-endif()
-if(NOT EXISTS ${WORK_DIR}/prefix/lib/pkgconfig/tundrel.pc AND NOT EXISTS ${WORK_DIR}/prefix/lib/x86_64-linux-gnu/pkgconfig/tundrel.pc)
-  message(FATAL_ERROR "pkg-config file not installed")
-endif()
+get_filename_component(pcdir ${pc} DIRECTORY)
+get_filename_component(libdir ${pcdir} DIRECTORY)
+string(STRIP "${shell}" shell)
+execute_process(COMMAND ${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${pcdir} sh -c "${shell}"
+                WORKING_DIRECTORY ${app} RESULT_VARIABLE rc)
+check("${rc}" "README's pkg-config build")
+run_example(${app}/myapp "LD_LIBRARY_PATH=${libdir}")
