@@ -12,7 +12,7 @@
 
 #include "api/fields/self_illumination.h"
 #include "api/fields/surface_bvh.h"
-#include "tests/fields/shapes.h"
+#include "tests/support/shapes.h"
 
 namespace {
 

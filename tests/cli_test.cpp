@@ -1,7 +1,7 @@
 // The command line, run as a user runs it.
 #include <gtest/gtest.h>
 
-#include "tests/test_util.h"
+#include "tests/support/test_util.h"
 
 using testutil::runCli;
 using testutil::CliRun;

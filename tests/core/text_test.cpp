@@ -8,7 +8,7 @@
 #include <sstream>
 
 #include "api/formats/text.h"
-#include "tests/test_util.h"
+#include "tests/support/test_util.h"
 
 namespace text = tundrel::text;
 

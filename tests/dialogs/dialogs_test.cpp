@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "api/TundrelApi.h"
-#include "tests/test_util.h"
+#include "tests/support/test_util.h"
 
 using tundrel::ControlTexts;
 using tundrel::PressurePortsDialog;

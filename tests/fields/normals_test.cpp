@@ -9,8 +9,8 @@
 
 #include "api/TundrelApi.h"
 #include "api/fields/normals.h"
-#include "tests/fields/shapes.h"
-#include "tests/test_util.h"
+#include "tests/support/shapes.h"
+#include "tests/support/test_util.h"
 
 using Vec = z::zVec<double>;
 

@@ -10,7 +10,7 @@
 #include <optional>
 
 #include "api/TundrelApi.h"
-#include "tests/test_util.h"
+#include "tests/support/test_util.h"
 
 using tundrel::ControlTexts;
 using Vec = z::zVec<double>;

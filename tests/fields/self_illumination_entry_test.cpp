@@ -2,8 +2,8 @@
 
 #include "api/TundrelApi.h"
 #include "dialogs/dialogs.h"
-#include "tests/fields/shapes.h"
-#include "tests/test_util.h"
+#include "tests/support/shapes.h"
+#include "tests/support/test_util.h"
 
 using shapes::V;
 using tundrel::SelfIlluminationDialog;

@@ -4,8 +4,8 @@
 
 #include "api/fields/self_illumination.h"
 #include "api/fields/surface_bvh.h"
-#include "tests/fields/shapes.h"
-#include "tests/test_util.h"
+#include "tests/support/shapes.h"
+#include "tests/support/test_util.h"
 
 using shapes::V;
 

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "api/TundrelApi.h"
-#include "tests/test_util.h"
+#include "tests/support/test_util.h"
 
 using arrayWorks::BlockLayout;
 using arrayWorks::kNoValue;

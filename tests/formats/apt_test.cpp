@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "api/TundrelApi.h"
-#include "tests/test_util.h"
+#include "tests/support/test_util.h"
 
 using testutil::HostTest;
 

@@ -2,7 +2,7 @@
 
 #include "api/TundrelApi.h"
 #include "api/formats/date.h"
-#include "tests/test_util.h"
+#include "tests/support/test_util.h"
 
 using testutil::HostTest;
 

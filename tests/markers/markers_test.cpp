@@ -4,7 +4,7 @@
 #include <functional>
 
 #include "api/TundrelApi.h"
-#include "tests/test_util.h"
+#include "tests/support/test_util.h"
 
 namespace {
 

@@ -2,10 +2,10 @@
 // and refinement.
 #include <gtest/gtest.h>
 
-#include "tests/mesh/mesh_util.h"
-#include "tests/test_util.h"
+#include "tests/support/models.h"
+#include "tests/support/test_util.h"
 
-using meshtest::facePatch;
+using testutil::facePatch;
 using V = std::vector<std::int32_t>;
 using D = std::vector<double>;
 using tundrel::mesh::EdgeSearch;
@@ -116,7 +116,7 @@ TEST(Refine, OneTriangleBecomesFourAroundTheMidpoints) {
 
 TEST(Refine, ClosedSurfaceStaysClosedAndOrientedTwiceOver) {
     region_fe r;
-    r.append(meshtest::octahedron());
+    r.append(testutil::octahedron());
     int list[] = {0};
     for (int round = 1; round <= 2; ++round) {
         const auto before = r.patches.shared(0);
@@ -125,11 +125,11 @@ TEST(Refine, ClosedSurfaceStaysClosedAndOrientedTwiceOver) {
         EXPECT_EQ(p.faces, 4 * before->faces);
         EXPECT_EQ(p.nodes, before->nodes + 3 * before->faces / 2);  // one midpoint an edge
         // Every edge is run once each way: shared by exactly two faces.
-        for (const auto& [edge, n] : meshtest::directedEdges(p)) {
+        for (const auto& [edge, n] : testutil::directedEdges(p)) {
             ASSERT_EQ(n, 1);
-            ASSERT_EQ(meshtest::directedEdges(p).count({edge.second, edge.first}), 1u);
+            ASSERT_EQ(testutil::directedEdges(p).count({edge.second, edge.first}), 1u);
         }
-        EXPECT_TRUE(meshtest::facesPointAwayFrom(p, {0, 0, 0}));
+        EXPECT_TRUE(testutil::facesPointAwayFrom(p, {0, 0, 0}));
     }
 }
 
@@ -185,17 +185,17 @@ TEST(Mirror, ImageAcrossEachPlaneKeepsNormalsOutward) {
         std::array<double, 3> centre{0, 0, 0};
         centre[axis] = 2.0;  // off the plane
         region_fe r;
-        r.append(meshtest::octahedron(centre));
+        r.append(testutil::octahedron(centre));
         r.patch(0).name = "half";
         ASSERT_EQ(tundrel::mesh::mirrorPatch(r, 0, plane), 2);
         const FacePatch& image = r.patch(1);
         EXPECT_EQ(image.name, "half_simm");
         for (int n = 0; n < 6; ++n) {
-            auto p = meshtest::point(r.patch(0), n), q = meshtest::point(image, n);
+            auto p = testutil::point(r.patch(0), n), q = testutil::point(image, n);
             for (int k = 0; k < 3; ++k) EXPECT_EQ(q[k], k == axis ? -p[k] : p[k]);
         }
         centre[axis] = -2.0;
-        EXPECT_TRUE(meshtest::facesPointAwayFrom(image, centre));
+        EXPECT_TRUE(testutil::facesPointAwayFrom(image, centre));
     }
     region_fe r;
     r.append(facePatch(3, {0, 1, 2, -1}, {"X", "Y", "Cp", "Z"}));

@@ -1,8 +1,8 @@
 // Structured patches to faces, and the cut-out of faces into a new patch.
 #include <gtest/gtest.h>
 
-#include "tests/mesh/mesh_util.h"
-#include "tests/test_util.h"
+#include "tests/support/models.h"
+#include "tests/support/test_util.h"
 
 using V = std::vector<std::int32_t>;
 
@@ -14,7 +14,7 @@ TEST_F(Triangulate, TwoTrianglesACellNamedByPositionAfterWhatIsThere) {
     reg.append(testutil::gridPatch(1, 5, {"Cp"}));  // too narrow, keeps its number
     reg.append(testutil::gridPatch(3, 2, {"Cp"}));
     region_fe fe;
-    fe.append(meshtest::facePatch(3, {0, 1, 2, -1}, {"X", "Y", "Z"}, "before"));
+    fe.append(testutil::facePatch(3, {0, 1, 2, -1}, {"X", "Y", "Z"}, "before"));
     ASSERT_TRUE(converter_reg_to_reg_fe(reg, fe));
     ASSERT_EQ(fe.patchCount(), 3);
     EXPECT_EQ(fe.patch(0).name, "before");
@@ -65,8 +65,8 @@ class CutOut : public testutil::HostTest {};
 
 TEST_F(CutOut, SharedNodesOnceRenumberedInOrderWithCoordinatesOnly) {
     region_fe fe;
-    fe.append(meshtest::facePatch(7, {0, 1, 2, -1, 2, 6, 4, -1, 4, 6, 5, -1}, {"X", "Y", "Z", "Cp"}));
-    fe.append(meshtest::facePatch(3, {0, 1, 2, -1}));
+    fe.append(testutil::facePatch(7, {0, 1, 2, -1, 2, 6, 4, -1, 4, 6, 5, -1}, {"X", "Y", "Z", "Cp"}));
+    fe.append(testutil::facePatch(3, {0, 1, 2, -1}));
     Add_to_regionFe(fe, 0, {2, 1});
     ASSERT_EQ(fe.patchCount(), 3);
     const FacePatch& c = fe.patch(2);

@@ -1,16 +1,16 @@
 // Reading and writing the coordinates of one node.
 #include <gtest/gtest.h>
 
-#include "tests/mesh/mesh_util.h"
+#include "tests/support/models.h"
 
 namespace {
 
 region_fe model() {
     region_fe r;
-    r.append(meshtest::facePatch(3, {0, 1, 2, -1}, {"X", "Y", "Z", "x"}));
-    r.append(meshtest::facePatch(4, {0, 1, 2, -1}, {"Cp", "x", "y", "z"}));
-    r.append(meshtest::facePatch(3, {0, 1, 2, -1}, {"X", "Y"}));
-    r.append(meshtest::facePatch(3, {0, 1, 2, -1}, {"X", "Y", "Cp"}));
+    r.append(testutil::facePatch(3, {0, 1, 2, -1}, {"X", "Y", "Z", "x"}));
+    r.append(testutil::facePatch(4, {0, 1, 2, -1}, {"Cp", "x", "y", "z"}));
+    r.append(testutil::facePatch(3, {0, 1, 2, -1}, {"X", "Y"}));
+    r.append(testutil::facePatch(3, {0, 1, 2, -1}, {"X", "Y", "Cp"}));
     return r;
 }
 

@@ -14,7 +14,7 @@
 
 #include "api/TundrelApi.h"
 #include "api/formats/text.h"
-#include "tests/test_util.h"
+#include "tests/support/test_util.h"
 
 using testutil::HostTest;
 

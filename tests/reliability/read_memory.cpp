@@ -15,7 +15,7 @@
 #include <unistd.h>
 
 #include "api/TundrelApi.h"
-#include "tests/test_util.h"
+#include "tests/support/test_util.h"
 
 namespace {
 

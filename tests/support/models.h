@@ -1,14 +1,36 @@
-// Face patches for the mesh tests.
+// Patches to build models from: a structured grid, face patches over an
+// index list, the octahedron, and what the mesh tests ask of a face patch.
 #pragma once
 
 #include <array>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "api/TundrelApi.h"
 
-namespace meshtest {
+namespace testutil {
+
+// A structured patch with x, y, z (and optional extra variables) on a grid.
+inline std::shared_ptr<StructPatch> gridPatch(int I, int J, std::vector<std::string> extra = {}) {
+    auto p = std::make_shared<StructPatch>(I, J, 1);
+    auto& x = p->addVariable("x");
+    auto& y = p->addVariable("y");
+    auto& z = p->addVariable("z");
+    for (int j = 0; j < J; ++j)
+        for (int i = 0; i < I; ++i) {
+            const std::size_t n = static_cast<std::size_t>(i + I * j);
+            x.values[n] = i;
+            y.values[n] = j;
+            z.values[n] = 0.5 * i * j;
+        }
+    for (std::size_t e = 0; e < extra.size(); ++e) {
+        auto& v = p->addVariable(extra[e]);
+        for (std::size_t n = 0; n < v.values.size(); ++n) v.values[n] = 10.0 * (e + 1) + n;
+    }
+    return p;
+}
 
 // A face patch over `index` with the named variables; variable v holds
 // 100 * v + node at each node.
@@ -68,4 +90,4 @@ inline bool facesPointAwayFrom(const FacePatch& p, std::array<double, 3> centre)
     return true;
 }
 
-}  // namespace meshtest
+}  // namespace testutil

@@ -1,4 +1,5 @@
-// Helpers shared by the tests: scratch files and a scripted host.
+// Helpers shared by the tests: scratch files, a scripted host, the command
+// line, and (through models.h) the model builders.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -13,6 +14,7 @@
 #include <string>
 
 #include "api/TundrelApi.h"
+#include "tests/support/models.h"
 
 namespace testutil {
 
@@ -64,26 +66,6 @@ protected:
 
     const std::vector<std::string>& messages() const { return host.messages; }
 };
-
-// A structured patch with x, y, z (and optional extra variables) on a grid.
-inline std::shared_ptr<StructPatch> gridPatch(int I, int J, std::vector<std::string> extra = {}) {
-    auto p = std::make_shared<StructPatch>(I, J, 1);
-    auto& x = p->addVariable("x");
-    auto& y = p->addVariable("y");
-    auto& z = p->addVariable("z");
-    for (int j = 0; j < J; ++j)
-        for (int i = 0; i < I; ++i) {
-            const std::size_t n = static_cast<std::size_t>(i + I * j);
-            x.values[n] = i;
-            y.values[n] = j;
-            z.values[n] = 0.5 * i * j;
-        }
-    for (std::size_t e = 0; e < extra.size(); ++e) {
-        auto& v = p->addVariable(extra[e]);
-        for (std::size_t n = 0; n < v.values.size(); ++n) v.values[n] = 10.0 * (e + 1) + n;
-    }
-    return p;
-}
 
 // Runs the `tundrel` command with arguments (shell words) and collects its
 // exit status and what it printed on both streams.
