@@ -10,11 +10,6 @@ SOURCE_DIR = pathlib.Path(os.environ.get("TUNDREL_SOURCE_DIR", pathlib.Path(__fi
 
 
 @pytest.fixture
-def data_dir():
-    return SOURCE_DIR / "tests" / "data"
-
-
-@pytest.fixture
 def example_dir():
     return SOURCE_DIR / "examples"
 

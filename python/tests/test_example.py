@@ -8,7 +8,6 @@ import shlex
 import subprocess
 import sys
 
-import numpy as np
 import pytest
 
 import tundrel
@@ -22,21 +21,10 @@ def load(example_dir, name):
     return module
 
 
-@pytest.mark.parametrize("name", ["wingbody.fld", "wingbody_ports.mrk"])
-def test_committed_files_are_what_the_script_makes(example_dir, tmp_path, name):
+def test_committed_files_are_what_the_script_makes(example_dir, tmp_path):
     load(example_dir, "make_example").main(["--out", str(tmp_path)])
-    assert (tmp_path / name).read_bytes() == (example_dir / name).read_bytes()
-
-
-def test_the_model_reads_as_a_wing_body(example_dir):
-    reg, reg_fe = tundrel.region(), tundrel.region_fe()
-    assert tundrel.import_data(example_dir / "wingbody.fld", False, reg, reg_fe)
-    assert (reg.name, reg.Mach, reg.alpha, reg.beta) == ("wingbody", 0.7, 3.0, 0.0)
-    assert [(p.I, p.J) for p in reg] == [(49, 61), (41, 21), (41, 21)] and len(reg_fe) == 0
-    cp = np.concatenate([p["cp"].values for p in reg])
-    measured = cp[cp > -1e9]
-    assert 0 < np.count_nonzero(cp <= -1e9) < 100            # covered by the wing roots
-    assert -1.7 < measured.min() < -1.0 and 1.0 < measured.max() < 1.2
+    for name in ("wingbody.fld", "wingbody_ports.mrk"):
+        assert (tmp_path / name).read_bytes() == (example_dir / name).read_bytes(), name
 
 
 def test_main_job(example_dir, tmp_path, capsys):
