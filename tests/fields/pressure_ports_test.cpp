@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <string>
 #include <cstdio>
 #include <functional>
 #include <optional>
@@ -123,14 +124,23 @@ void PrintTo(const CheckCase& c, std::ostream* os) { *os << c.name; }
 
 class PressurePortsChecks : public PressurePorts, public ::testing::WithParamInterface<CheckCase> {};
 
+// The exported operation shows the message; the typed core returns the same.
 TEST_P(PressurePortsChecks, ShowTheirMessageAndAddNothing) {
     const CheckCase& c = GetParam();
     const int before = field.functionCount();
-    run(write(c.fileName, c.content(portsOnSurface(12))), c.deflexion, c.order, c.fieldName);
+    const std::string file = write(c.fileName, c.content(portsOnSurface(12)));
+    run(file, c.deflexion, c.order, c.fieldName);
     EXPECT_EQ(messages(), c.message ? std::vector<std::string>{c.message} : std::vector<std::string>{});
     EXPECT_EQ(field.functionCount(), before + (c.message ? 0 : 1));
     EXPECT_EQ(host.dialogsShown, std::vector<int>{tundrel::kPressurePortsDialog});
     EXPECT_EQ(host.busyDepth, 0);
+
+    tundrel::PressurePortsParameters p;
+    p.newName = "core", p.markersFile = file, p.maxDeflexion = std::stod(c.deflexion), p.order = c.order;
+    const auto r = tundrel::buildPressurePorts(field, c.fieldName, p);
+    EXPECT_EQ(r.message, c.message ? c.message : "");
+    EXPECT_EQ(r.function != nullptr, c.message == nullptr);
+    EXPECT_EQ(messages().size(), c.message ? 1u : 0u);  // the core shows nothing
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -175,14 +185,17 @@ TEST_F(PressurePorts, TwoCoordinateMarkersFollowTheChosenDirection) {
     const Height lower = [](double, double y) { return -1.0 - 0.2 * y; };
     addGrid(field, 9, 7, upper);
     addGrid(field, 9, 7, lower);
-    for (const int choice : {1, 0, 1, -1}) {  // Normal, Reverse, Normal, Cancel
-        const Height& sheet = choice == 0 ? lower : upper;
-        const int block = choice == 0 ? 1 : 0;
+    auto portsOn = [](const Height& sheet) {
         std::vector<Port> ports;
         for (int k = 0; k < 8; ++k) {
             const Vec p(0.3 + 0.45 * k, 0.2 + 0.33 * (5 * k % 8), 0.0);
             ports.push_back({p, linear(Vec(p.x, p.y, sheet(p.x, p.y)))});
         }
+        return ports;
+    };
+    for (const int choice : {1, 0, 1, -1}) {  // Normal, Reverse, Normal, Cancel
+        const int block = choice == 0 ? 1 : 0;
+        const std::vector<Port> ports = portsOn(choice == 0 ? lower : upper);
         const bool before = tundrel::pressurePortsParameters().direction;
         const int functions = field.functionCount();
         host.textsShown.clear();
@@ -204,6 +217,58 @@ TEST_F(PressurePorts, TwoCoordinateMarkersFollowTheChosenDirection) {
         for (int n = 0; n < field.nodeCount(block); ++n)
             ASSERT_NEAR(f->at(block, n), linear(field.position(block, n)), 1e-9) << choice << " node " << n;
     }
+    // The core takes the direction it is given, not the remembered one.
+    tundrel::PressurePortsParameters p = tundrel::pressurePortsDefaults("");
+    p.markersFile = write("xy.mrk", mrk(portsOn(lower), "xyf")), p.order = 1, p.direction = false;
+    const std::size_t shown = host.dialogsShown.size();
+    const auto r = tundrel::buildPressurePorts(field, "", p);
+    ASSERT_TRUE(r) << r.message;
+    for (int n = 0; n < field.nodeCount(1); ++n) ASSERT_NEAR(r.function->at(1, n), linear(field.position(1, n)), 1e-9);
+    EXPECT_EQ(host.dialogsShown.size(), shown);
+}
+
+// The core checks its parameters by the dialog's rules, then the name, before
+// it reads the file; a given marker set stands in for the file.
+TEST_F(PressurePorts, CoreChecksInTheDialogsOrder) {
+    const std::string file = write("ports.apm", apm(portsOnSurface(6)));
+    const std::string absent = dir.file("absent.apm");
+    field.addScalar("taken");
+    struct Row {
+        int order;
+        double deflexion;
+        std::string name, file;
+        const char* message;
+    } rows[] = {
+        {3, 0.1, "taken", absent, "Please enter an integer between 0 and 2."},
+        {-1, 0.1, "x", file, "Please enter an integer between 0 and 2."},
+        {0, std::nan(""), "taken", absent, "Please enter a number."},
+        {0, 0.1, std::string(256, 'n'), absent, "Please enter no more than 255 characters."},
+        {0, 0.1, "x", std::string(256, 'f'), "Please enter no more than 255 characters."},
+        {0, 0.1, "taken", absent, "The function name alredy exist"},
+    };
+    for (const Row& row : rows) {
+        tundrel::PressurePortsParameters p;
+        p.order = row.order, p.maxDeflexion = row.deflexion, p.newName = row.name, p.markersFile = row.file;
+        EXPECT_EQ(tundrel::buildPressurePorts(field, "", p).message, row.message) << row.name;
+    }
+    tundrel::PressurePortsParameters p = tundrel::pressurePortsDefaults("");
+    p.markersFile = absent;
+    EXPECT_THROW(tundrel::buildPressurePorts(field, "", p), arrayWorks::FileError);
+    EXPECT_EQ(field.functionCount(), 2);
+
+    p.markersFile = std::string(300, 'f');  // not looked at
+    p.markerSet.emplace();
+    importMarkers(file, *p.markerSet, 0);
+    p.markerSet->list[2].active = false;
+    p.maxDeflexion = 0.1;
+    const auto r = tundrel::buildPressurePorts(field, "", p);
+    ASSERT_TRUE(r) << r.message;
+    EXPECT_EQ(r.function, field.scalar(field.findFunction("_pp")));
+    EXPECT_EQ(r.facts.markers, 6);
+    EXPECT_EQ(r.facts.projected, 5);
+    EXPECT_EQ(r.facts.used, 5);
+    EXPECT_TRUE(messages().empty());
+    EXPECT_TRUE(host.dialogsShown.empty());
 }
 
 // Presets, the clash of names, and what is remembered.

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include "api/TundrelApi.h"
 #include "dialogs/dialogs.h"
 #include "tests/fields/shapes.h"
@@ -78,6 +80,56 @@ TEST_F(SelfIlluminationDialogLoop, ExistingNamesAreRefusedAndTheDialogComesBack)
     host.answerCancel();
     self_illumination(f, field);
     EXPECT_EQ(f.functionCount(), 3);
+}
+
+// ---- the typed core --------------------------------------------------------
+
+TEST_F(SelfIlluminationDialogLoop, CoreRefusesWithTheDialogsMessagesInItsOrder) {
+    struct Row {
+        double ratio;
+        std::string source, name;
+        const char* message;
+    } rows[] = {
+        {1.5, "P", "P", "Please enter a number between 0 and 1."},  // the ratio before the name
+        {-1e-300, "P", "x", "Please enter a number between 0 and 1."},
+        {std::nan(""), "P", "x", "Please enter a number."},
+        {0.5, "P", std::string(256, 'n'), "Please enter no more than 255 characters."},
+        {0.5, "P", "$_N", "The function name alredy exist"},
+        {0.5, "absent", "P", "The function name alredy exist"},  // the name before the source
+    };
+    for (const Row& row : rows) {
+        const auto r = tundrel::selfIlluminate(f, row.source, {row.ratio, false, row.name});
+        EXPECT_FALSE(r) << row.message;
+        EXPECT_EQ(r.message, row.message);
+    }
+    // Not a scalar field: neither function nor message.
+    const auto silent = tundrel::selfIlluminate(f, "$_N", {0.5, false, "N_si"});
+    EXPECT_TRUE(!silent && silent.message.empty());
+    EXPECT_THROW(tundrel::selfIlluminate(f, "absent", {0.5, false, "x"}), arrayWorks::IndexError);
+    EXPECT_EQ(f.functionCount(), 3);
+    EXPECT_TRUE(host.messages.empty());
+    EXPECT_TRUE(host.dialogsShown.empty());
+}
+
+TEST_F(SelfIlluminationDialogLoop, CoreComputesWhatTheDialogWouldAndRemembersNothing) {
+    host.answerCancel();
+    self_illumination(f, field);
+    const tundrel::ControlTexts before = host.textsShown.at(0);
+
+    const auto r = tundrel::selfIlluminate(f, "P", {0.125, true, ""});  // an empty name, as the dialog takes it
+    ASSERT_TRUE(r) << r.message;
+    EXPECT_EQ(r.function, f.scalar(f.findFunction("")));
+    const auto want = tundrel::selfIlluminationValues(f, "P", 0.125, true);
+    EXPECT_EQ(std::vector<double>(r.function->data(), r.function->data() + want.size()), want);
+    EXPECT_EQ(r.facts.participants, 20);
+    EXPECT_EQ(r.facts.pairs, 20 * 19);
+    EXPECT_EQ(host.busyDepth, 0);
+    EXPECT_GT(host.busyChanges, 0);
+
+    host.answerCancel();
+    self_illumination(f, field);
+    EXPECT_EQ(host.textsShown.at(1), before);
+    EXPECT_EQ(tundrel::selfIlluminationDefaults("P").newName, "P_si");
 }
 
 // ---- the command ------------------------------------------------------------
