@@ -1,14 +1,13 @@
-// The pressure-port field from marker files on disk: every check of the
-// construction with its message, the dialog loop and what it remembers, the
-// projection direction of two-coordinate markers, the rebuilt field, and the
-// `tundrel pressure-ports` command.
+// The pressure-port field from marker files on disk: every check with its
+// message, through the dialog and through the typed core, the dialog loop and
+// what it remembers, the direction of two-coordinate markers, and the command.
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <string>
 #include <cstdio>
 #include <functional>
 #include <optional>
+#include <string>
 
 #include "api/TundrelApi.h"
 #include "tests/test_util.h"
@@ -158,22 +157,16 @@ INSTANTIATE_TEST_SUITE_P(
         CheckCase{"apmValuesAreZero", "p.apm", [](auto p) { return apm(p); }, "", "0.1", 0, nullptr}),
     [](const auto& info) { return std::string(info.param.name); });
 
-// Ports sampled from a field linear in x, y, z rebuild it at every node but
-// the one without value in the current field.
-TEST_F(PressurePorts, RebuildsALinearFieldAtOrderOneAndTwo) {
+// Ports sampled from a linear field rebuild it at every node but the one
+// without value in the current field.
+TEST_F(PressurePorts, RebuildsALinearFieldButWhereTheCurrentOneHasNoValue) {
     field.addScalar("", 1.0).at(0, 17) = arrayWorks::kNoValue;
-    const std::string file = write("ports.mrk", mrk(portsOnSurface(30)));
-    for (int order : {1, 2}) {
-        run(file, "1e-6", order, "", "order" + std::to_string(order));
-        ASSERT_TRUE(messages().empty()) << messages().front();
-        const auto* f = field.functionNamed<double>("order" + std::to_string(order));
-        ASSERT_NE(f, nullptr);
-        EXPECT_EQ(f->at(0, 17), arrayWorks::kNoValue);
-        for (int n = 0; n < I * J; ++n) {
-            if (n == 17) continue;
-            ASSERT_NEAR(f->at(0, n), linear(field.position(0, n)), 1e-9) << order << " node " << n;
-        }
-    }
+    tundrel::PressurePortsParameters p = tundrel::pressurePortsDefaults("");
+    p.markersFile = write("ports.mrk", mrk(portsOnSurface(30))), p.maxDeflexion = 1e-6, p.order = 1;
+    const auto r = tundrel::buildPressurePorts(field, "", p);
+    ASSERT_TRUE(r) << r.message;
+    for (int n = 0; n < I * J; ++n)
+        ASSERT_NEAR(r.function->at(0, n), n == 17 ? arrayWorks::kNoValue : linear(field.position(0, n)), 1e-9) << n;
 }
 
 // Markers with x and y only follow z: "Normal" from above onto the upper of

@@ -53,7 +53,7 @@ TEST_F(SelfIlluminationDialogLoop, ProposesTheNameRemembersRatioAndFlagAndStores
     const auto r = tundrel::selfIlluminate(f, "P", {0.25, true, ""});  // an empty name, as the dialog takes it
     ASSERT_TRUE(r) << r.message;
     EXPECT_EQ(r.function, f.scalar(f.findFunction("")));
-    for (std::size_t k = 0; k < 20; ++k) EXPECT_EQ(r.function->data()[k], values(f, "P_si")[k]);
+    for (std::size_t k = 0; k < 20; ++k) EXPECT_DOUBLE_EQ(r.function->data()[k], values(f, "P_si")[k]);
     EXPECT_NE(r.function->data()[7], values(f, "P")[7]);
     EXPECT_TRUE(r.facts.participants == 20 && r.facts.pairs == 20 * 19);
     EXPECT_EQ(tundrel::selfIlluminate(f, "P", {0.75, false, "other"}).facts.segmentTests, 0);
