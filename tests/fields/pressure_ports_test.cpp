@@ -1,6 +1,6 @@
 // The pressure-port field from marker files on disk: every check with its
 // message, through the dialog and through the typed core, the dialog loop and
-// what it remembers, the direction of two-coordinate markers, and the command.
+// what it remembers, and the direction of two-coordinate markers.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -269,42 +269,4 @@ TEST_F(PressurePorts, DialogLoopRemembersConfirmedValues) {
                                    typed,  // asked again with the values just typed
                                    {{4055, "1"}, {4054, "0.5"}, {4056, "Cp_pp"}, {4057, file}}}));
     EXPECT_EQ(field.findFunction("ports"), field.functionCount() - 1);
-}
-
-// The command writes the model with the new field; every refusal goes to
-// standard error with exit status 1 and nothing written.
-TEST_F(PressurePorts, Command) {
-    region reg;
-    region_fe reg_fe;
-    reg.patches.append(testutil::gridPatch(12, 9, {"Cp"}));  // node (i, j) at (i, j, ij / 2)
-    const std::string model = dir.file("model.dat"), out = dir.file("out.dat");
-    ASSERT_TRUE(export_data(model, 12, false, false, reg, reg_fe));
-    std::vector<Port> ports;
-    for (int k = 0; k < 12; ++k) {
-        const double x = 7 * k % 11, y = 5 * k % 8;
-        ports.push_back({Vec(x, y, 0.5 * x * y), x - y});
-    }
-    const std::string command = "pressure-ports " + model + " " + out + " --markers ";
-    const std::string markersFile = write("ports.mrk", mrk(ports));
-
-    auto r = testutil::runCli(command + markersFile + " --deflexion 0.01 --order 1 --name Pp");
-    ASSERT_EQ(r.status, 0) << r.out;
-    region back;
-    ASSERT_TRUE(import_data(out, false, back, reg_fe));
-    const StructPatch& p = back.patch(0);  // x - y, rebuilt by order 1
-    const auto &x = p.variables.get(0)->values, &y = p.variables.get(1)->values;
-    for (int n = 0; n < p.N; ++n) EXPECT_NEAR(p.findVariable("Pp")->values[n], x[n] - y[n], 1e-9);
-
-    for (const auto& [flags, message] : std::vector<std::pair<std::string, std::string>>{
-             {markersFile + " --field Cp", msg::kNameDiffers},
-             {markersFile + " --name Cp", arrayWorks::kDuplicateNameMessage},
-             {markersFile + " --order 3", "Please enter an integer between 0 and 2."},
-             {write("far.mrk", mrk(lifted(ports, 0.5))), msg::kSmallDeflexion},  // the default deflexion, 0
-             {dir.file("absent.apm"), "File error!"}}) {
-        std::remove(out.c_str());
-        r = testutil::runCli(command + flags);
-        EXPECT_EQ(r.status, 1) << flags;
-        EXPECT_NE(r.out.find(message), std::string::npos) << flags << ": " << r.out;
-        EXPECT_FALSE(testutil::fs::exists(out)) << flags;
-    }
 }
