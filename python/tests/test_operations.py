@@ -120,36 +120,22 @@ def test_hidden_faces_go_and_old_views_stay(make_triangles):
     assert tundrel.unvisible_faces_remove(r, (0.5, 0.5, -10.0)) == 2  # the front seen from behind
 
 
-MARKERS = """<?xml version="1.0"?>
-<ObjectMarkers>
-  <NodesNumber>{n}</NodesNumber>
-  <Function id="x">{x}</Function>
-  <Function id="y">{y}</Function>
-  <Function id="z">{z}</Function>
-  <Function id="f">{f}</Function>
-  <Function id="active">{a}</Function>
-  <Function id="id">{i}</Function>
-</ObjectMarkers>
-"""
-
-
-def marker_file(path, pts, values):
-    pts = np.asarray(pts, float)
-    row = lambda v: " ".join(f"{a:.9g}" for a in v)  # noqa: E731
-    path.write_text(MARKERS.format(n=len(values), x=row(pts[:, 0]), y=row(pts[:, 1]), z=row(pts[:, 2]),
-                                   f=row(values), a=" ".join("1" * len(values)),
-                                   i=" ".join(str(k + 1) for k in range(len(values)))))
+def marker_file(path, pts, values, ids=None):
+    """An XML marker file: x, y, z and the value of every marker, and their numbers."""
+    cols = list(zip("xyzf", list(np.asarray(pts, float).T) + [values])) + ([("id", ids)] if ids else [])
+    body = "".join(f'<Function id="{c}">{" ".join(f"{v:.9g}" for v in col)}</Function>' for c, col in cols)
+    path.write_text(f"<ObjectMarkers><NodesNumber>{len(values)}</NodesNumber>{body}</ObjectMarkers>")
     return path
 
 
 class TestMarkers:
     def test_read_xml_markers(self, tmp_path):
-        f = marker_file(tmp_path / "m.mrk", [[0.1, 1, 0], [0.2, 2, 0]], [-0.5, 0.3])
+        f = marker_file(tmp_path / "m.mrk", [[0.1, 1, 0], [0.2, 2, 0]], [-0.5, 0.3], ids=[7, 9])
         s = tundrel.markers()
         tundrel.importMarkers(f, s)
         assert len(s) == 2 and (s.hasX, s.hasY, s.hasZ, s.hasValue) == (True, True, True, True)
         np.testing.assert_array_equal(s.array(), [[0.1, 1, 0, -0.5], [0.2, 2, 0, 0.3]])
-        assert s[1].number == 2 and s[-1].value == 0.3
+        assert s[1].number == 9 and s[-1].value == 0.3
         with pytest.raises(tundrel.IndexError) as info:
             s.at(2)
         assert info.value.line == 65
