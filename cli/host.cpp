@@ -22,14 +22,13 @@ void CliHost::showMessage(const std::string& text) {
 }
 
 bool CliHost::askParameters(Dialog& dialog) {
-    const int id = dialog.dialogTemplate().id;
-    const bool queued = !answers.empty() && (answers.front().dialogId == 0 || answers.front().dialogId == id);
-    if (interactive && !queued) return askOnTerminal(dialog);
-    return ScriptedHost::askParameters(dialog);
+    // Without a terminal to ask, nothing is queued: the dialog is cancelled.
+    if (!interactive) return ScriptedHost::askParameters(dialog);
+    return askOnTerminal(dialog);
 }
 
 std::optional<std::string> CliHost::chooseFile(const FileChooser& chooser) {
-    if (!interactive || !files.empty()) return ScriptedHost::chooseFile(chooser);
+    if (!interactive) return ScriptedHost::chooseFile(chooser);
     std::cerr << "File (" << chooser.filter << ")";
     if (!chooser.initialName.empty()) std::cerr << " [" << chooser.initialName << "]";
     std::cerr << ": ";
@@ -91,6 +90,5 @@ void CliHost::progress(std::int64_t done, std::int64_t total) {
         lastPercent_ = -1;
     }
 }
-
 
 }  // namespace tundrel::cli

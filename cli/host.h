@@ -1,7 +1,7 @@
 // The host of the `tundrel` command: messages on standard error, dialogs
-// answered from the command's flags (queued answers), or asked on the
-// terminal with --interactive, and a progress bar when standard error is a
-// terminal.
+// asked on the terminal with --interactive (cancelled otherwise: the commands
+// call the typed cores with the values of their flags), and a progress bar
+// when standard error is a terminal.
 #pragma once
 
 #include "api/host.h"

@@ -11,14 +11,14 @@ namespace tundrel::cli {
 namespace {
 
 struct PortsArgs {
-    std::string in, out, markersFile, field, direction = "normal";
-    // Typed into the dialog as given; the dialog checks them.
-    std::optional<std::string> name, deflexion, order;
+    std::string in, out, field, direction = "normal";
+    std::optional<std::string> name;
+    PressurePortsParameters p;
     bool transpose = false;
     WriteOptions w;
 };
 
-void run(const PortsArgs& a, int& status) {
+void run(PortsArgs& a, int& status) {
     region reg;
     region_fe reg_fe;
     if (!loadModel({a.in}, a.transpose, reg, reg_fe)) {
@@ -29,35 +29,23 @@ void run(const PortsArgs& a, int& status) {
     z::ambientFlow flow;
     Region_to_fieldMaster(reg, reg_fe, field, flow);
 
-    // Both dialogs are answered from the flags; with --interactive they are
-    // asked on the terminal, opening with the marker file and direction of
-    // the flags.
-    CliHost& h = cliHost();
-    const bool normal = a.direction == "normal";
-    if (h.interactive) {
-        PressurePortsParameters& p = pressurePortsParameters();
-        p.markersFile = a.markersFile;
-        p.direction = normal;
-    } else {
-        ControlTexts typed{{PressurePortsDialog::kMarkersFile, a.markersFile}};
-        if (a.deflexion) typed[PressurePortsDialog::kMaxDeflexion] = *a.deflexion;
-        if (a.order) typed[PressurePortsDialog::kOrder] = *a.order;
-        if (a.name) typed[PressurePortsDialog::kNewFieldName] = *a.name;
-        h.answerOk(typed, kPressurePortsDialog);
-        h.answerOk({{ActiveAxesDialog::kNormal, normal ? "1" : "0"}, {ActiveAxesDialog::kReverse, normal ? "0" : "1"}},
-                   kActiveAxesDialog);
+    PressurePortsParameters p = a.p;
+    p.newName = a.name ? *a.name : a.field + "_pp";
+    p.direction = a.direction == "normal";
+    // With --interactive the dialogs are asked on the terminal, opening with
+    // the values of the flags.
+    if (cliHost().interactive) {
+        std::optional<PressurePortsParameters> asked = askPressurePorts(field, p);
+        if (!asked) {
+            std::cerr << "tundrel: pressure-ports: cancelled\n";
+            status = kFailure;
+            return;
+        }
+        p = std::move(*asked);
     }
-    const std::size_t messagesBefore = h.messages.size();
-    const int functionsBefore = field.functionCount();
-    std::string fieldName = a.field;
-    pressure_ports(field, fieldName);
-    h.answers.clear();
-    if (h.messages.size() != messagesBefore) {
-        status = kFailure;
-        return;
-    }
-    if (field.functionCount() == functionsBefore) {
-        std::cerr << "tundrel: no field added\n";
+    const PressurePortsResult r = buildPressurePorts(field, a.field, p);
+    if (!r) {
+        std::cerr << r.message << '\n';
         status = kFailure;
         return;
     }
@@ -72,10 +60,11 @@ void addPressurePortsCommand(CLI::App& app, int& status) {
     CLI::App* cmd = app.add_subcommand("pressure-ports", "Build a field from pressure-port markers");
     cmd->add_option("IN", a->in, "Model to read (apt, fld, dat, wrl)")->required();
     cmd->add_option("OUT", a->out, "Model to write, with the new field")->required();
-    cmd->add_option("--markers", a->markersFile, "Marker file (mrk, apm, mpt, inm)")->required();
+    cmd->add_option("--markers", a->p.markersFile, "Marker file (mrk, apm, mpt, inm)")->required();
     cmd->add_option("--field", a->field, "Name of the current field; must equal the markers' function name (empty)");
-    cmd->add_option("--deflexion", a->deflexion, "Maximum distance of a marker from the surface [remembered: 0]");
-    cmd->add_option("--order", a->order, "Order of the approximation, 0 to 2 [remembered: 0]");
+    cmd->add_option("--deflexion", a->p.maxDeflexion, "Maximum distance of a marker from the surface")
+        ->capture_default_str();
+    cmd->add_option("--order", a->p.order, "Order of the approximation, 0 to 2")->capture_default_str();
     cmd->add_option("--direction", a->direction, "Projection of markers with two coordinates")
         ->check(CLI::IsMember({"normal", "reverse"}))
         ->capture_default_str();

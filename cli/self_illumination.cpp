@@ -1,12 +1,10 @@
 // tundrel self-illumination
-#include <cstdio>
 #include <iostream>
 #include <optional>
 #include <sstream>
 
 #include "cli/cli.h"
 #include "cli/host.h"
-#include "dialogs/dialogs.h"
 
 namespace tundrel::cli {
 
@@ -44,7 +42,7 @@ std::string scalarNames(const FieldMasterD& field) {
 void addSelfIlluminationCommand(CLI::App& app, int& status) {
     struct Args {
         std::string in, out, field, name, patches;
-        std::optional<double> ratio;
+        double ratio = 1.0;
         bool visibility = false;
         WriteOptions w;
     };
@@ -54,7 +52,7 @@ void addSelfIlluminationCommand(CLI::App& app, int& status) {
     cmd->add_option("in", a->in, "Model to read (apt, fld, dat, wrl)")->required();
     cmd->add_option("out", a->out, "Model to write, with the new field")->required();
     cmd->add_option("--field", a->field, "Name of the measured field")->required();
-    cmd->add_option("--ratio", a->ratio, "Complete diffusion reflection ratio, 0 to 1 (default 1)");
+    cmd->add_option("--ratio", a->ratio, "Complete diffusion reflection ratio, 0 to 1")->capture_default_str();
     cmd->add_flag("--visibility", a->visibility, "Test every pair of nodes for obstruction by the model");
     cmd->add_option("--name", a->name, "Name of the new field (default FIELD_si)");
     cmd->add_option("--select-patches", a->patches, "Only these patches take part: 0-based, comma-separated");
@@ -95,25 +93,19 @@ void addSelfIlluminationCommand(CLI::App& app, int& status) {
             }
         }
 
-        // The dialog's answer: what the flags give, the dialog's own values otherwise.
-        ScriptedHost::Answer answer;
-        answer.dialogId = kSelfIlluminationDialog;
-        if (a->ratio) {
-            char text[40];
-            std::snprintf(text, sizeof text, "%.17g", *a->ratio);
-            answer.typed[SelfIlluminationDialog::kRatio] = text;
+        SelfIlluminationParameters p = selfIlluminationDefaults(a->field);
+        p.ratio = a->ratio;
+        p.checkVisibility = a->visibility;
+        if (!a->name.empty()) p.newName = a->name;
+        // With --interactive the dialog is asked on the terminal, opening with these values.
+        if (cliHost().interactive && !askSelfIlluminationParameters(field, p)) {
+            std::cerr << "tundrel: self-illumination: cancelled\n";
+            status = kFailure;
+            return;
         }
-        if (a->visibility) answer.typed[SelfIlluminationDialog::kCheckVisibility] = "1";
-        if (!a->name.empty()) answer.typed[SelfIlluminationDialog::kNewFieldName] = a->name;
-        // With --interactive the dialog is asked on the terminal instead.
-        CliHost& host = cliHost();
-        if (!host.interactive) host.answer(answer);
-
-        const int before = field.functionCount();
-        std::string name = a->field;
-        self_illumination(field, name);
-        if (field.functionCount() == before) {
-            std::cerr << "tundrel: self-illumination: nothing computed\n";
+        const SelfIlluminationResult r = selfIlluminate(field, a->field, p);
+        if (!r) {
+            std::cerr << (r.message.empty() ? "tundrel: self-illumination: nothing computed" : r.message) << '\n';
             status = kFailure;
             return;
         }

@@ -1,5 +1,7 @@
 #include "dialogs/dialogs.h"
 
+#include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <string_view>
 
@@ -70,9 +72,11 @@ std::vector<DialogResource> makeResources() {
 const DialogResource& resource(int id) { return *dialogResource(id); }
 
 const ControlCheck& checkOf(int dialogId, int control) {
-    for (const ControlCheck& c : resource(dialogId).checks)
-        if (c.control == control) return c;
     static const ControlCheck none;
+    const DialogResource* r = dialogResource(dialogId);
+    if (r == nullptr) return none;
+    for (const ControlCheck& c : r->checks)
+        if (c.control == control) return c;
     return none;
 }
 
@@ -115,10 +119,7 @@ public:
         if (!ok()) return;
         std::int32_t v = 0;
         if (!text::parseInt(trimBlanks(text(control)), v)) return refuse("Please enter an integer.");
-        const ControlCheck& c = checkOf(dialogId_, control);
-        if (c.ranged && (v < c.minimum || v > c.maximum))
-            return refuse("Please enter an integer between " + formatInt(static_cast<int>(c.minimum)) + " and " +
-                          formatInt(static_cast<int>(c.maximum)) + ".");
+        if (std::string m = intRefusal(dialogId_, control, v); !m.empty()) return refuse(std::move(m));
         value = v;
     }
 
@@ -126,19 +127,14 @@ public:
         if (!ok()) return;
         double v = 0.0;
         if (!text::parseDouble(trimBlanks(text(control)), v)) return refuse("Please enter a number.");
-        const ControlCheck& c = checkOf(dialogId_, control);
-        if (c.ranged && (v < c.minimum || v > c.maximum))
-            return refuse("Please enter a number between " + formatDouble(c.minimum) + " and " +
-                          formatDouble(c.maximum) + ".");
+        if (std::string m = numberRefusal(dialogId_, control, v); !m.empty()) return refuse(std::move(m));
         value = v;
     }
 
     void string(int control, std::string& value) {
         if (!ok()) return;
         const std::string& t = text(control);
-        const ControlCheck& c = checkOf(dialogId_, control);
-        if (c.maxChars > 0 && characters(t) > static_cast<std::size_t>(c.maxChars))
-            return refuse("Please enter no more than " + formatInt(c.maxChars) + " characters.");
+        if (std::string m = textRefusal(dialogId_, control, t); !m.empty()) return refuse(std::move(m));
         value = t;
     }
 
@@ -199,6 +195,30 @@ const DialogResource* dialogResource(int id) {
     for (const DialogResource& r : dialogResources())
         if (r.layout.id == id) return &r;
     return nullptr;
+}
+
+std::string intRefusal(int dialogId, int control, long long value) {
+    const ControlCheck& c = checkOf(dialogId, control);
+    if (value < INT32_MIN || value > INT32_MAX) return "Please enter an integer.";
+    if (c.ranged && (value < c.minimum || value > c.maximum))
+        return "Please enter an integer between " + formatInt(static_cast<int>(c.minimum)) + " and " +
+               formatInt(static_cast<int>(c.maximum)) + ".";
+    return {};
+}
+
+std::string numberRefusal(int dialogId, int control, double value) {
+    const ControlCheck& c = checkOf(dialogId, control);
+    if (!std::isfinite(value)) return "Please enter a number.";
+    if (c.ranged && (value < c.minimum || value > c.maximum))
+        return "Please enter a number between " + formatDouble(c.minimum) + " and " + formatDouble(c.maximum) + ".";
+    return {};
+}
+
+std::string textRefusal(int dialogId, int control, const std::string& value) {
+    const ControlCheck& c = checkOf(dialogId, control);
+    if (c.maxChars > 0 && characters(value) > static_cast<std::size_t>(c.maxChars))
+        return "Please enter no more than " + formatInt(c.maxChars) + " characters.";
+    return {};
 }
 
 bool runDialog(Dialog& dialog) {

@@ -50,6 +50,15 @@ TUNDREL_API const std::vector<DialogResource>& dialogResources();
 // The template with this id; nullptr for an id the library has no template of.
 TUNDREL_API const DialogResource* dialogResource(int id);
 
+// The checks of the data exchange applied to a value that is a number or a
+// text already (as the typed operation cores take them): the framework's
+// message for the first rule it breaks, or an empty string. A number that is
+// not finite counts as no number at all, as no typed text gives one. A
+// control without a check of that kind passes.
+TUNDREL_API std::string intRefusal(int dialogId, int control, long long value);
+TUNDREL_API std::string numberRefusal(int dialogId, int control, double value);
+TUNDREL_API std::string textRefusal(int dialogId, int control, const std::string& value);
+
 // Shows a dialog through the host with the wait cursor taken off for the
 // modal loop and put back afterwards. False for Cancel.
 TUNDREL_API bool runDialog(Dialog& dialog);

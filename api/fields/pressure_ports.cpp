@@ -28,20 +28,22 @@ namespace msg = pressure_ports_messages;
 // Values below this are the no-value mark.
 constexpr double kNoValueBelow = -9.9e9;
 
-// Steps 6 to 10: the message of a failure, or nothing when the function was
-// added.
-const char* buildField(FieldMasterD& field, const std::string& fieldName, const std::string& newName,
-                       const markers& set, const PressurePortsParameters& p) {
+// Steps 6 to 10: the new function, or the message of a failure.
+PressurePortsResult buildField(FieldMasterD& field, const std::string& fieldName, const std::string& newName,
+                               const markers& set, const PressurePortsParameters& p) {
+    PressurePortsResult r;
+    r.facts.markers = set.count();
     const Surface surface = extractSurface(field);
     const SurfaceBvh bvh(surface);
     const std::vector<MarkerProjection> projected = projectMarkers(set, surface, bvh, p.direction);
 
     // Squares compared, so the sign of the deflexion does not matter.
     const double allowed2 = p.maxDeflexion * p.maxDeflexion;
+    r.facts.projected = static_cast<int>(projected.size());
     if (!projected.empty()) {
         double nearest2 = std::numeric_limits<double>::infinity();
         for (const MarkerProjection& m : projected) nearest2 = std::min(nearest2, m.distance * m.distance);
-        if (allowed2 < nearest2) return msg::kSmallDeflexion;
+        if (allowed2 < nearest2) return PressurePortsResult::refused(msg::kSmallDeflexion);
     }
 
     std::vector<z::zVec<double>> ports;
@@ -52,12 +54,13 @@ const char* buildField(FieldMasterD& field, const std::string& fieldName, const 
         const double v = set[m.marker].value;
         if (!(v < kNoValueBelow)) values.push_back(v);
     }
-    if (ports.empty()) return msg::kNoProjection;
+    if (ports.empty()) return PressurePortsResult::refused(msg::kNoProjection);
+    r.facts.used = static_cast<int>(ports.size());
 
     PortApproximation approximation;
     switch (approximation.build(ports, values, p.order)) {
-        case ApproximationStatus::SizesDiffer: return msg::kSizes;
-        case ApproximationStatus::Unsolvable: return msg::kUnsolvable;
+        case ApproximationStatus::SizesDiffer: return PressurePortsResult::refused(msg::kSizes);
+        case ApproximationStatus::Unsolvable: return PressurePortsResult::refused(msg::kUnsolvable);
         case ApproximationStatus::Solved: break;
     }
 
@@ -70,39 +73,74 @@ const char* buildField(FieldMasterD& field, const std::string& fieldName, const 
 
     arrayWorks::ScalarFunction& added = field.addScalar(newName, arrayWorks::kNoValue);
     std::copy(result.begin(), result.end(), added.data());
-    return nullptr;
+    r.function = &added;
+    return r;
 }
 
-// The construction after the dialog, checks in order.
-void construct(FieldMasterD& field, const std::string& fieldName, const std::string& newName,
-               PressurePortsParameters& p) {
-    markers set;
-    importMarkers(p.markersFile, set, 0);
+// Checks 3 to 10 over a marker set that was read (check 1) and, with two
+// coordinates, given its direction (check 2).
+PressurePortsResult construct(FieldMasterD& field, const std::string& fieldName, const markers& set,
+                              const PressurePortsParameters& p) {
     const int coordinates = int{set.hasX} + int{set.hasY} + int{set.hasZ};
-    if (coordinates == 2 && !chooseActiveAxes(set.hasX, set.hasY, set.hasZ, p.direction)) return;
-    if (!set.hasValue) return showMessage(msg::kNoFunction);
-    if (coordinates == 0) return showMessage(msg::kNoCoordinates);
-    if (set.name != fieldName) return showMessage(msg::kNameDiffers);
-    if (const char* failure = buildField(field, fieldName, newName, set, p)) showMessage(failure);
+    if (!set.hasValue) return PressurePortsResult::refused(msg::kNoFunction);
+    if (coordinates == 0) return PressurePortsResult::refused(msg::kNoCoordinates);
+    if (set.name != fieldName) return PressurePortsResult::refused(msg::kNameDiffers);
+    return buildField(field, fieldName, p.newName, set, p);
 }
 
 }  // namespace
+
+std::string checkParameters(const PressurePortsParameters& p) {
+    using D = PressurePortsDialog;
+    constexpr int id = kPressurePortsDialog;
+    for (std::string m : {intRefusal(id, D::kOrder, p.order), numberRefusal(id, D::kMaxDeflexion, p.maxDeflexion),
+                          textRefusal(id, D::kNewFieldName, p.newName),
+                          p.markerSet ? std::string() : textRefusal(id, D::kMarkersFile, p.markersFile)})
+        if (!m.empty()) return m;
+    return {};
+}
+
+PressurePortsResult buildPressurePorts(FieldMasterD& field, const std::string& fieldName,
+                                       const PressurePortsParameters& p) {
+    if (std::string m = checkParameters(p); !m.empty()) return PressurePortsResult::refused(std::move(m));
+    if (field.findFunction(p.newName) >= 0) return PressurePortsResult::refused(arrayWorks::kDuplicateNameMessage);
+    if (p.markerSet) return construct(field, fieldName, *p.markerSet, p);
+    markers set;
+    importMarkers(p.markersFile, set, 0);
+    return construct(field, fieldName, set, p);
+}
+
+std::optional<PressurePortsParameters> askPressurePorts(const FieldMasterD& field, PressurePortsParameters& values) {
+    PressurePortsDialog dialog;
+    dialog.newFieldName = values.newName;
+    dialog.markersFile = values.markersFile;
+    dialog.maxDeflexion = values.maxDeflexion;
+    dialog.order = values.order;
+    do {
+        if (!runDialog(dialog)) return std::nullopt;
+        values.newName = dialog.newFieldName;
+        values.markersFile = dialog.markersFile;
+        values.maxDeflexion = dialog.maxDeflexion;
+        values.order = dialog.order;
+    } while (!acceptNewFunctionName(field, dialog.newFieldName));
+
+    markers set;
+    importMarkers(values.markersFile, set, 0);
+    const int coordinates = int{set.hasX} + int{set.hasY} + int{set.hasZ};
+    if (coordinates == 2 && !chooseActiveAxes(set.hasX, set.hasY, set.hasZ, values.direction)) return std::nullopt;
+    PressurePortsParameters run = values;
+    run.markerSet = std::move(set);
+    return run;
+}
 
 }  // namespace tundrel
 
 void pressure_ports(FieldMasterD& field, std::string& fieldName) {
     tundrel::BusyScope busy;  // the dialogs take the wait cursor off while they are open
-    tundrel::PressurePortsParameters& p = tundrel::pressurePortsParameters();
-    tundrel::PressurePortsDialog dialog;
-    dialog.newFieldName = fieldName + "_pp";
-    dialog.markersFile = p.markersFile;
-    dialog.maxDeflexion = p.maxDeflexion;
-    dialog.order = p.order;
-    do {
-        if (!tundrel::runDialog(dialog)) return;
-        p.markersFile = dialog.markersFile;
-        p.maxDeflexion = dialog.maxDeflexion;
-        p.order = dialog.order;
-    } while (!tundrel::acceptNewFunctionName(field, dialog.newFieldName));
-    tundrel::construct(field, fieldName, dialog.newFieldName, p);
+    tundrel::PressurePortsParameters& remembered = tundrel::pressurePortsParameters();
+    remembered.newName = fieldName + "_pp";
+    const auto run = tundrel::askPressurePorts(field, remembered);
+    if (!run) return;
+    const tundrel::PressurePortsResult r = tundrel::buildPressurePorts(field, fieldName, *run);
+    if (!r && !r.message.empty()) tundrel::showMessage(r.message);
 }

@@ -2,10 +2,13 @@
 // from the values of pressure ports read from a marker file.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "api/export.h"
 #include "api/field_selection.h"
+#include "api/fields/core_result.h"
+#include "api/markers.h"
 
 // Asks in "Pressure ports parameters" for the order of the approximation
 // (0 to 2), the maximum deflexion of the markers from the surface, the new
@@ -43,14 +46,61 @@ TUNDREL_API void pressure_ports(FieldMasterD& field, std::string& fieldName);
 
 namespace tundrel {
 
-// The values kept between calls while the library is loaded.
+// The parameters of the pressure-port field. The ports come from the marker
+// set when one is given, else from the marker file (read with image height 0).
+// The defaults are the dialog's on its first call; pressurePortsDefaults adds
+// the name it proposes.
 struct PressurePortsParameters {
+    std::string newName;
     std::string markersFile = "Untitled.mrk";
-    double maxDeflexion = 0.0;
-    int order = 0;
-    bool direction = true;  // "Normal"
+    std::optional<markers> markerSet;  // used instead of the file when present
+    double maxDeflexion = 0.0;         // farthest a used marker lies from the surface
+    int order = 0;                     // of the approximation, 0 to 2
+    bool direction = true;             // markers with two coordinates: true "Normal", false "Reverse"
 };
+
+// The first call's values with the name fieldName + "_pp".
+inline PressurePortsParameters pressurePortsDefaults(const std::string& fieldName) {
+    PressurePortsParameters p;
+    p.newName = fieldName + "_pp";
+    return p;
+}
+
+// The values pressure_ports remembers between calls while the library is
+// loaded (marker file, deflexion, order, direction; the name and the set are
+// not kept).
 TUNDREL_API PressurePortsParameters& pressurePortsParameters();
+
+// What a run found.
+struct PressurePortsFacts {
+    int markers = 0;    // in the set
+    int projected = 0;  // active markers that met the surface
+    int used = 0;       // of those, within the maximum deflexion
+};
+using PressurePortsResult = CoreResult<PressurePortsFacts>;
+
+// The dialog's rules for these values, in the dialog's order (order,
+// deflexion, name, file; the file only when no set is given): its message or
+// an empty string.
+TUNDREL_API std::string checkParameters(const PressurePortsParameters& p);
+
+// The construction without a dialog: the parameters are checked by the
+// dialog's rules, a new name that exists is refused with "The function name
+// alredy exist", then checks 1 and 3 to 10 of pressure_ports run in that
+// order, with `direction` for markers with two coordinates. Returns the new
+// function or the message that ended the run; an unreadable marker file
+// throws arrayWorks::FileError. Nothing is shown and nothing remembered.
+TUNDREL_API PressurePortsResult buildPressurePorts(FieldMasterD& field, const std::string& fieldName,
+                                                   const PressurePortsParameters& p);
+
+// The interactive part of pressure_ports over `values`: the parameters
+// dialog opens with them and every OK stores the typed values back, until the
+// name is new (the clash shown and the dialog asked again); then the marker
+// file is read and, for a set with two coordinates, the direction asked
+// (stored back as well). The parameters to build with, the set read in place
+// of the file; nothing on Cancel.
+TUNDREL_API std::optional<PressurePortsParameters> askPressurePorts(const FieldMasterD& field,
+                                                                    PressurePortsParameters& values);
 
 namespace pressure_ports_messages {
 inline constexpr const char* kNoFunction = "Function is absent in the markers file";

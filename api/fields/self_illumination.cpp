@@ -357,23 +357,28 @@ std::vector<double> selfIlluminationValues(const FieldMasterD& field, const std:
     return result;
 }
 
-bool correctSelfIllumination(FieldMasterD& field, const std::string& fieldName, double ratio, bool checkVisibility,
-                             const std::string& newName, SelfIlluminationStats* stats) {
+namespace {
+
+// Appends the corrected field as correctSelfIllumination does; the new
+// function, or null when the run ended silently.
+arrayWorks::ScalarFunction* appendCorrected(FieldMasterD& field, const std::string& fieldName, double ratio,
+                                            bool checkVisibility, const std::string& newName,
+                                            SelfIlluminationStats* stats) {
     // The same checks as in selfIlluminationValues, before the name is looked at.
     arrayWorks::FieldFunction* source = field.functionAt(field.findFunction(fieldName));
     arrayWorks::FieldFunction* normals = field.functionAt(field.findFunction(arrayWorks::kNormalsName));
-    if (source == nullptr || normals == nullptr || field.hasFunction(newName)) return false;
+    if (source == nullptr || normals == nullptr || field.hasFunction(newName)) return nullptr;
 
     std::vector<double> result;
     {
         BusyScope busy;
         result = selfIlluminationValues(field, fieldName, ratio, checkVisibility, stats);
     }
-    if (result.empty() && field.totalNodes() > 0) return false;
+    if (result.empty() && field.totalNodes() > 0) return nullptr;
 
     field.addScalar(newName);
     auto* target = field.scalar(field.findFunction(newName));
-    if (target == nullptr) return false;
+    if (target == nullptr) return nullptr;
     // Block by block, while the new function's block arrays fit the blocks.
     for (int b = 0; b < field.blockCount(); ++b) {
         if (b >= static_cast<int>(target->values.blocks.size())) break;
@@ -382,15 +387,51 @@ bool correctSelfIllumination(FieldMasterD& field, const std::string& fieldName, 
         const std::size_t first = field.offset(b);
         for (int k = 0; k < arr.count; ++k) arr.data[k] = result[first + static_cast<std::size_t>(k)];
     }
-    return true;
+    return target;
 }
 
-// ---- the exported entry ------------------------------------------------------
+}  // namespace
+
+bool correctSelfIllumination(FieldMasterD& field, const std::string& fieldName, double ratio, bool checkVisibility,
+                             const std::string& newName, SelfIlluminationStats* stats) {
+    return appendCorrected(field, fieldName, ratio, checkVisibility, newName, stats) != nullptr;
+}
+
+// ---- the typed core and the exported entry -------------------------------------
+
+std::string checkParameters(const SelfIlluminationParameters& p) {
+    using D = SelfIlluminationDialog;
+    if (std::string m = numberRefusal(kSelfIlluminationDialog, D::kRatio, p.ratio); !m.empty()) return m;
+    return textRefusal(kSelfIlluminationDialog, D::kNewFieldName, p.newName);
+}
+
+SelfIlluminationResult selfIlluminate(FieldMasterD& field, const std::string& source,
+                                      const SelfIlluminationParameters& p) {
+    if (std::string m = checkParameters(p); !m.empty()) return SelfIlluminationResult::refused(std::move(m));
+    if (field.findFunction(p.newName) >= 0) return SelfIlluminationResult::refused(arrayWorks::kDuplicateNameMessage);
+    SelfIlluminationResult r;
+    r.function = appendCorrected(field, source, p.ratio, p.checkVisibility, p.newName, &r.facts);
+    return r;
+}
+
+bool askSelfIlluminationParameters(const FieldMasterD& field, SelfIlluminationParameters& values) {
+    SelfIlluminationDialog dialog;
+    dialog.ratio = values.ratio;
+    dialog.checkVisibility = values.checkVisibility;
+    dialog.newFieldName = values.newName;
+    for (;;) {
+        if (!runDialog(dialog)) return false;
+        values.ratio = dialog.ratio;
+        values.checkVisibility = dialog.checkVisibility;
+        values.newName = dialog.newFieldName;
+        if (field.findFunction(dialog.newFieldName) < 0) return true;
+        showMessage(arrayWorks::kDuplicateNameMessage);
+    }
+}
 
 namespace {
-// The parameters last confirmed, for the next call.
-double g_ratio = 1.0;
-bool g_checkVisibility = false;
+// The ratio and the flag last confirmed, for the next call.
+SelfIlluminationParameters g_remembered;
 }  // namespace
 
 }  // namespace tundrel
@@ -398,16 +439,7 @@ bool g_checkVisibility = false;
 void self_illumination(FieldMasterD& field, std::string& fieldName) {
     using namespace tundrel;
     BusyScope busy;  // the dialog takes the wait cursor off while it is open
-    SelfIlluminationDialog dialog;
-    dialog.ratio = g_ratio;
-    dialog.checkVisibility = g_checkVisibility;
-    dialog.newFieldName = fieldName + kSelfIlluminationSuffix;
-    for (;;) {
-        if (!runDialog(dialog)) return;
-        g_ratio = dialog.ratio;
-        g_checkVisibility = dialog.checkVisibility;
-        if (field.findFunction(dialog.newFieldName) < 0) break;
-        showMessage(arrayWorks::kDuplicateNameMessage);
-    }
-    correctSelfIllumination(field, fieldName, dialog.ratio, dialog.checkVisibility, dialog.newFieldName);
+    g_remembered.newName = fieldName + kSelfIlluminationSuffix;
+    if (!askSelfIlluminationParameters(field, g_remembered)) return;
+    selfIlluminate(field, fieldName, g_remembered);
 }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "api/export.h"
+#include "api/fields/core_result.h"
 #include "api/field_selection.h"
 #include "api/fields/surface.h"
 #include "api/ngeo.h"
@@ -107,5 +108,44 @@ std::vector<double> selfIlluminationValues(const FieldMasterD& field, const std:
 bool correctSelfIllumination(FieldMasterD& field, const std::string& fieldName, double ratio,
                                          bool checkVisibility, const std::string& newName,
                                          SelfIlluminationStats* stats = nullptr);
+
+// ---- the typed core ----------------------------------------------------------
+
+// The parameters of the correction. The name is taken as the dialog takes
+// it (an empty one too); selfIlluminationDefaults gives what the dialog
+// proposes on its first call.
+struct SelfIlluminationParameters {
+    double ratio = 1.0;            // diffuse reflection ratio, 0 to 1
+    bool checkVisibility = false;  // the obstruction test for every pair
+    std::string newName;
+};
+
+// Ratio 1, no obstruction test, the name source + "_si".
+inline SelfIlluminationParameters selfIlluminationDefaults(const std::string& source) {
+    return {1.0, false, source + kSelfIlluminationSuffix};
+}
+
+// The dialog's rules for these values, in the dialog's order: its message
+// ("Please enter a number between 0 and 1.", "Please enter no more than 255
+// characters.") or an empty string.
+TUNDREL_API std::string checkParameters(const SelfIlluminationParameters& p);
+
+using SelfIlluminationResult = CoreResult<SelfIlluminationStats>;
+
+// The correction without a dialog: the parameters are checked by the dialog's
+// rules, then a new name that exists is refused with "The function name
+// alredy exist"; then the correction runs as the dialog's OK runs it (wait
+// cursor, progress). An absent source or "$_N" throws IndexError with the
+// container unchanged; a source that is not a scalar field, or normals that
+// are not vectors, give neither function nor message. Nothing is shown and
+// nothing remembered.
+TUNDREL_API SelfIlluminationResult selfIlluminate(FieldMasterD& field, const std::string& source,
+                                                  const SelfIlluminationParameters& p);
+
+// The dialog loop of self_illumination over `values`: the dialog opens with
+// them, every OK stores the typed values back, and a new name that exists is
+// refused ("The function name alredy exist") and the dialog asked again.
+// False for Cancel.
+TUNDREL_API bool askSelfIlluminationParameters(const FieldMasterD& field, SelfIlluminationParameters& values);
 
 }  // namespace tundrel

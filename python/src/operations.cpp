@@ -16,7 +16,6 @@
 
 #include "api/markers.h"
 #include "api/markersImport.h"
-#include "dialogs/dialogs.h"
 #include "api/fields/self_illumination.h"
 #include "api/fields/pressure_ports.h"
 
@@ -40,18 +39,19 @@ void checkPatchNumber(const region_fe& r, int k, const char* what) {
                               std::to_string(r.patchCount()) + ")");
 }
 
-// Runs a field operation that asks its parameters in a dialog answered from
-// `host`'s queue and adds one function: the new function; MessageError with
-// what the operation showed when it added none.
-template <class F>
-std::shared_ptr<arrayWorks::FieldFunction> addingOperation(FieldMasterD& fm, ScriptedHost& host, const char* what,
-                                                           F&& f) {
-    const int before = fm.functionCount();
-    underHost(host, std::forward<F>(f));
-    const bool added = fm.functionCount() > before;
-    settle(added, host.messages);
-    if (!added) throw std::runtime_error(std::string(what) + " added no field");
-    return fm.functions.back();
+// The function a typed core appended; MessageError with the message that
+// refused it, or ValueError when it ended without one.
+template <class Facts>
+std::shared_ptr<arrayWorks::FieldFunction> madeFunction(const FieldMasterD& fm, const CoreResult<Facts>& r,
+                                                        const ScriptedHost& host, const std::string& silent) {
+    if (!r) {
+        if (!r.message.empty()) raiseMessages({r.message});
+        throw py::value_error(silent);
+    }
+    settle(true, host.messages);
+    for (const auto& f : fm.functions)
+        if (f.get() == r.function) return f;
+    throw std::logic_error("the new function is not in the container");
 }
 
 // A copy of a face patch with copies of its variables (names, sizes and
@@ -276,26 +276,25 @@ void bindOperations(py::module_& m) {
 
     m.def(
         "self_illumination",
-        [](FieldMasterD& fm, std::string fieldName, std::optional<double> ratio, std::optional<bool> checkVisibility,
+        [](FieldMasterD& fm, const std::string& fieldName, double ratio, bool checkVisibility,
            std::optional<std::string> name) {
-            ControlTexts typed;
-            if (ratio) typed[SelfIlluminationDialog::kRatio] = numberText(*ratio);
-            if (checkVisibility) typed[SelfIlluminationDialog::kCheckVisibility] = *checkVisibility ? "1" : "0";
-            if (name) typed[SelfIlluminationDialog::kNewFieldName] = *name;
+            const SelfIlluminationParameters p{ratio, checkVisibility, name ? *name : fieldName + kSelfIlluminationSuffix};
             ScriptedHost host;
-            host.answerOk(typed, kSelfIlluminationDialog);
-            return addingOperation(fm, host, "self_illumination", [&] { self_illumination(fm, fieldName); });
+            const SelfIlluminationResult r = underHost(host, [&] { return selfIlluminate(fm, fieldName, p); });
+            return madeFunction(fm, r, host,
+                                "self_illumination: \"" + fieldName + "\" is not a scalar field or \"$_N\" not a vector field");
         },
-        py::arg("field"), py::arg("fieldName"), py::kw_only(), py::arg("ratio") = py::none(),
-        py::arg("check_visibility") = py::none(), py::arg("name") = py::none(),
+        py::arg("field"), py::arg("fieldName"), py::kw_only(), py::arg("ratio") = 1.0,
+        py::arg("check_visibility") = false, py::arg("name") = py::none(),
         "Corrects the scalar function `fieldName` for self-illumination (light reflected between the parts of "
         "the surface) and appends the result as a new function, which is returned.\n\n"
-        "The dialog's parameters are keyword arguments; one left out keeps the value the dialog shows (the "
-        "last confirmed, or the default): `ratio` the diffuse reflection ratio, 0 to 1; `check_visibility` "
-        "tests every node pair for an obstruction by the surface (slow); `name` the new function's name "
-        "(default fieldName + \"_si\"). Only selected nodes take part when something is selected.\n\n"
+        "`ratio` is the diffuse reflection ratio, 0 to 1 (default 1.0); `check_visibility` tests every node pair "
+        "for an obstruction by the surface (slow; default False); `name` is the new function's name (default "
+        "fieldName + \"_si\"). These are the defaults of the C++ dialog's first call; unlike the dialog, a call "
+        "never reuses the values of an earlier one. Only selected nodes take part when something is selected.\n\n"
         "MessageError carries the library's text when the operation refuses (\"The function name alredy "
-        "exist\", a ratio outside 0 to 1); IndexError when `fieldName` or \"$_N\" is absent.");
+        "exist\", \"Please enter a number between 0 and 1.\"); IndexError when `fieldName` or \"$_N\" is "
+        "absent; ValueError when `fieldName` is not a scalar field.");
     m.def(
         "unvisible_faces_remove",
         [](region_fe& reg_fe, std::array<double, 3> eye) {
@@ -322,39 +321,38 @@ void bindOperations(py::module_& m) {
 
     m.def(
         "pressure_ports",
-        [](FieldMasterD& fm, std::string fieldName, std::optional<std::filesystem::path> markersFile,
-           std::optional<int> order, std::optional<double> maxDeflexion, std::optional<std::string> name,
-           std::optional<std::string> direction) {
-            ControlTexts typed;
-            if (markersFile) typed[PressurePortsDialog::kMarkersFile] = markersFile->string();
-            if (order) typed[PressurePortsDialog::kOrder] = std::to_string(*order);
-            if (maxDeflexion) typed[PressurePortsDialog::kMaxDeflexion] = numberText(*maxDeflexion);
-            if (name) typed[PressurePortsDialog::kNewFieldName] = *name;
-            ControlTexts axes;
-            if (direction) {
-                if (*direction != "normal" && *direction != "reverse")
-                    throw py::value_error("direction must be \"normal\" or \"reverse\"");
-                axes[ActiveAxesDialog::kNormal] = *direction == "normal" ? "1" : "0";
-                axes[ActiveAxesDialog::kReverse] = *direction == "normal" ? "0" : "1";
-            }
+        [](FieldMasterD& fm, const std::string& fieldName, std::optional<std::filesystem::path> markersFile,
+           std::optional<markers> markerSet, int order, double maxDeflexion, std::optional<std::string> name,
+           const std::string& direction) {
+            if (markersFile.has_value() == markerSet.has_value())
+                throw py::type_error("pressure_ports: give either markers_file or marker_set");
+            if (direction != "normal" && direction != "reverse")
+                throw py::value_error("direction must be \"normal\" or \"reverse\"");
+            PressurePortsParameters p = pressurePortsDefaults(fieldName);
+            if (name) p.newName = *name;
+            if (markersFile) p.markersFile = markersFile->string();
+            p.markerSet = std::move(markerSet);
+            p.order = order;
+            p.maxDeflexion = maxDeflexion;
+            p.direction = direction == "normal";
             ScriptedHost host;
-            host.answerOk(typed, kPressurePortsDialog);
-            host.answerOk(axes, kActiveAxesDialog);
-            return addingOperation(fm, host, "pressure_ports", [&] { pressure_ports(fm, fieldName); });
+            const PressurePortsResult r = underHost(host, [&] { return buildPressurePorts(fm, fieldName, p); });
+            return madeFunction(fm, r, host, "pressure_ports added no field");
         },
         py::arg("field"), py::arg("fieldName") = "", py::kw_only(), py::arg("markers_file") = py::none(),
-        py::arg("order") = py::none(), py::arg("max_deflexion") = py::none(), py::arg("name") = py::none(),
-        py::arg("direction") = py::none(),
-        "Builds a field from the pressure ports of a marker file: the markers are projected onto the surface "
-        "and their values spread over the nodes by an approximation of order 0 to 2. The new function is "
-        "appended and returned.\n\n"
-        "Keyword arguments answer the dialog (one left out keeps the value shown, the last confirmed): "
-        "`markers_file`, `order`, `max_deflexion` (the farthest a marker may lie from the surface), `name` "
-        "(default fieldName + \"_pp\"), and for markers with two coordinates `direction`, \"normal\" or "
-        "\"reverse\". The marker set's field name must equal `fieldName`; the marker readers leave it empty, "
-        "so `fieldName` is normally \"\".\n\n"
+        py::arg("marker_set") = py::none(), py::arg("order") = 0, py::arg("max_deflexion") = 0.0,
+        py::arg("name") = py::none(), py::arg("direction") = "normal",
+        "Builds a field from pressure ports: the markers are projected onto the surface and their values spread "
+        "over the nodes by an approximation of order 0 to 2. The new function is appended and returned.\n\n"
+        "The ports come from `markers_file` (read as importMarkers reads it) or from a `marker_set` already "
+        "read; give one of them. `order` defaults to 0 and `max_deflexion`, the farthest a marker may lie from "
+        "the surface, to 0.0, as the C++ dialog opens on its first call; `name` defaults to fieldName + \"_pp\"; "
+        "markers with two coordinates are projected along the third, `direction` \"normal\" (default) or "
+        "\"reverse\". A call never reuses the values of an earlier one. The marker set's field name must equal "
+        "`fieldName`; the marker readers leave it empty, so `fieldName` is normally \"\".\n\n"
         "MessageError carries the library's text when the operation refuses (\"Deflextion has small value\", "
-        "\"The function name alredy exist\", ...); FileError when the marker file cannot be read.");
+        "\"The function name alredy exist\", \"Please enter an integer between 0 and 2.\", ...); FileError "
+        "when the marker file cannot be read.");
 }
 
 }  // namespace tundrel::py_bind

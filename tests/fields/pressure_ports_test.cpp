@@ -1,13 +1,13 @@
-// The pressure-port field from marker files on disk: every check of the
-// construction with its message, the dialog loop and what it remembers, the
-// projection direction of two-coordinate markers, the rebuilt field, and the
-// `tundrel pressure-ports` command.
+// The pressure-port field from marker files on disk: every check with its
+// message, through the dialog and through the typed core, the dialog loop and
+// what it remembers, and the direction of two-coordinate markers.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdio>
 #include <functional>
 #include <optional>
+#include <string>
 
 #include "api/TundrelApi.h"
 #include "tests/support/test_util.h"
@@ -123,14 +123,23 @@ void PrintTo(const CheckCase& c, std::ostream* os) { *os << c.name; }
 
 class PressurePortsChecks : public PressurePorts, public ::testing::WithParamInterface<CheckCase> {};
 
+// The exported operation shows the message; the typed core returns the same.
 TEST_P(PressurePortsChecks, ShowTheirMessageAndAddNothing) {
     const CheckCase& c = GetParam();
     const int before = field.functionCount();
-    run(write(c.fileName, c.content(portsOnSurface(12))), c.deflexion, c.order, c.fieldName);
+    const std::string file = write(c.fileName, c.content(portsOnSurface(12)));
+    run(file, c.deflexion, c.order, c.fieldName);
     EXPECT_EQ(messages(), c.message ? std::vector<std::string>{c.message} : std::vector<std::string>{});
     EXPECT_EQ(field.functionCount(), before + (c.message ? 0 : 1));
     EXPECT_EQ(host.dialogsShown, std::vector<int>{tundrel::kPressurePortsDialog});
     EXPECT_EQ(host.busyDepth, 0);
+
+    tundrel::PressurePortsParameters p;
+    p.newName = "core", p.markersFile = file, p.maxDeflexion = std::stod(c.deflexion), p.order = c.order;
+    const auto r = tundrel::buildPressurePorts(field, c.fieldName, p);
+    EXPECT_EQ(r.message, c.message ? c.message : "");
+    EXPECT_EQ(r.function != nullptr, c.message == nullptr);
+    EXPECT_EQ(messages().size(), c.message ? 1u : 0u);  // the core shows nothing
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -148,22 +157,21 @@ INSTANTIATE_TEST_SUITE_P(
         CheckCase{"apmValuesAreZero", "p.apm", [](auto p) { return apm(p); }, "", "0.1", 0, nullptr}),
     [](const auto& info) { return std::string(info.param.name); });
 
-// Ports sampled from a field linear in x, y, z rebuild it at every node but
-// the one without value in the current field.
-TEST_F(PressurePorts, RebuildsALinearFieldAtOrderOneAndTwo) {
+// Ports sampled from a linear field rebuild it at every node but the one
+// without value in the current field. A marker set given stands in for the
+// file; inactive markers take no part.
+TEST_F(PressurePorts, RebuildsALinearFieldButWhereTheCurrentOneHasNoValue) {
     field.addScalar("", 1.0).at(0, 17) = arrayWorks::kNoValue;
-    const std::string file = write("ports.mrk", mrk(portsOnSurface(30)));
-    for (int order : {1, 2}) {
-        run(file, "1e-6", order, "", "order" + std::to_string(order));
-        ASSERT_TRUE(messages().empty()) << messages().front();
-        const auto* f = field.functionNamed<double>("order" + std::to_string(order));
-        ASSERT_NE(f, nullptr);
-        EXPECT_EQ(f->at(0, 17), arrayWorks::kNoValue);
-        for (int n = 0; n < I * J; ++n) {
-            if (n == 17) continue;
-            ASSERT_NEAR(f->at(0, n), linear(field.position(0, n)), 1e-9) << order << " node " << n;
-        }
-    }
+    tundrel::PressurePortsParameters p = tundrel::pressurePortsDefaults("");
+    p.markersFile = std::string(300, 'f'), p.maxDeflexion = 1e-6, p.order = 1;  // the file is not looked at
+    importMarkers(write("ports.mrk", mrk(portsOnSurface(30))), p.markerSet.emplace(), 0);
+    p.markerSet->list[2].active = false;
+    const auto r = tundrel::buildPressurePorts(field, "", p);
+    ASSERT_TRUE(r) << r.message;
+    EXPECT_EQ(r.function, field.scalar(field.findFunction("_pp")));
+    EXPECT_TRUE(r.facts.markers == 30 && r.facts.projected == 29 && r.facts.used == 29);
+    for (int n = 0; n < I * J; ++n)
+        ASSERT_NEAR(r.function->at(0, n), n == 17 ? arrayWorks::kNoValue : linear(field.position(0, n)), 1e-9) << n;
 }
 
 // Markers with x and y only follow z: "Normal" from above onto the upper of
@@ -175,14 +183,17 @@ TEST_F(PressurePorts, TwoCoordinateMarkersFollowTheChosenDirection) {
     const Height lower = [](double, double y) { return -1.0 - 0.2 * y; };
     addGrid(field, 9, 7, upper);
     addGrid(field, 9, 7, lower);
-    for (const int choice : {1, 0, 1, -1}) {  // Normal, Reverse, Normal, Cancel
-        const Height& sheet = choice == 0 ? lower : upper;
-        const int block = choice == 0 ? 1 : 0;
+    auto portsOn = [](const Height& sheet) {
         std::vector<Port> ports;
         for (int k = 0; k < 8; ++k) {
             const Vec p(0.3 + 0.45 * k, 0.2 + 0.33 * (5 * k % 8), 0.0);
             ports.push_back({p, linear(Vec(p.x, p.y, sheet(p.x, p.y)))});
         }
+        return ports;
+    };
+    for (const int choice : {1, 0, 1, -1}) {  // Normal, Reverse, Normal, Cancel
+        const int block = choice == 0 ? 1 : 0;
+        const std::vector<Port> ports = portsOn(choice == 0 ? lower : upper);
         const bool before = tundrel::pressurePortsParameters().direction;
         const int functions = field.functionCount();
         host.textsShown.clear();
@@ -204,6 +215,33 @@ TEST_F(PressurePorts, TwoCoordinateMarkersFollowTheChosenDirection) {
         for (int n = 0; n < field.nodeCount(block); ++n)
             ASSERT_NEAR(f->at(block, n), linear(field.position(block, n)), 1e-9) << choice << " node " << n;
     }
+    // The core takes the direction it is given, not the remembered one.
+    tundrel::PressurePortsParameters p = tundrel::pressurePortsDefaults("");
+    p.markersFile = write("xy.mrk", mrk(portsOn(lower), "xyf")), p.order = 1, p.direction = false;
+    const std::size_t shown = host.dialogsShown.size();
+    const auto r = tundrel::buildPressurePorts(field, "", p);
+    ASSERT_TRUE(r) << r.message;
+    for (int n = 0; n < field.nodeCount(1); ++n) ASSERT_NEAR(r.function->at(1, n), linear(field.position(1, n)), 1e-9);
+    EXPECT_EQ(host.dialogsShown.size(), shown);
+}
+
+// The core checks its parameters by the dialog's rules, then the name, before
+// it reads the file.
+TEST_F(PressurePorts, CoreChecksInTheDialogsOrder) {
+    const std::string absent = dir.file("absent.apm");
+    field.addScalar("taken");
+    auto build = [&](int order, double deflexion, const std::string& name, const std::string& markersFile) {
+        tundrel::PressurePortsParameters p;
+        p.order = order, p.maxDeflexion = deflexion, p.newName = name, p.markersFile = markersFile;
+        return tundrel::buildPressurePorts(field, "", p).message;
+    };
+    EXPECT_EQ(build(3, 0.1, "taken", absent), "Please enter an integer between 0 and 2.");
+    EXPECT_EQ(build(0, std::nan(""), "taken", absent), "Please enter a number.");
+    EXPECT_EQ(build(0, 0.1, "x", std::string(256, 'f')), "Please enter no more than 255 characters.");
+    EXPECT_EQ(build(0, 0.1, "taken", absent), "The function name alredy exist");
+    EXPECT_THROW(build(0, 0.1, "x", absent), arrayWorks::FileError);
+    EXPECT_EQ(field.functionCount(), 2);
+    EXPECT_TRUE(messages().empty() && host.dialogsShown.empty());
 }
 
 // Presets, the clash of names, and what is remembered.
@@ -226,40 +264,4 @@ TEST_F(PressurePorts, DialogLoopRemembersConfirmedValues) {
                                    typed,  // asked again with the values just typed
                                    {{4055, "1"}, {4054, "0.5"}, {4056, "Cp_pp"}, {4057, file}}}));
     EXPECT_EQ(field.findFunction("ports"), field.functionCount() - 1);
-}
-
-// The command writes the model with the new field; every message goes to
-// standard error with exit status 1 and nothing written.
-TEST_F(PressurePorts, Command) {
-    region reg;
-    region_fe reg_fe;
-    reg.patches.append(testutil::gridPatch(12, 9, {"Cp"}));  // node (i, j) at (i, j, ij / 2)
-    const std::string model = dir.file("model.dat"), out = dir.file("out.dat");
-    ASSERT_TRUE(export_data(model, 12, false, false, reg, reg_fe));
-    std::vector<Port> ports;
-    for (int k = 0; k < 12; ++k) ports.push_back({Vec(7 * k % 11, 5 * k % 8, 0.5 * (7 * k % 11) * (5 * k % 8)), 0.0});
-    for (Port& p : ports) p.value = p.p.x - p.p.y;
-    const std::string markersFile = write("ports.mrk", mrk(ports));
-    const std::string command = "pressure-ports " + model + " " + out + " --deflexion 0.01 ";
-
-    auto r = testutil::runCli(command + "--markers " + markersFile + " --order 1 --name Pp");
-    ASSERT_EQ(r.status, 0) << r.out;
-    region back;
-    ASSERT_TRUE(import_data(out, false, back, reg_fe));
-    const StructPatch& p = back.patch(0);
-    ASSERT_EQ(p.variables.get(4)->name, "Pp");
-    for (int n = 0; n < p.N; ++n)
-        EXPECT_NEAR(p.variables.get(4)->values[n], p.variables.get(0)->values[n] - p.variables.get(1)->values[n], 1e-9);
-
-    for (const auto& [flags, message] : std::vector<std::pair<std::string, std::string>>{
-             {"--field Cp", msg::kNameDiffers},
-             {"--name Cp", arrayWorks::kDuplicateNameMessage},
-             {"--order 3", "Please enter an integer between 0 and 2."},
-             {"--markers " + dir.file("absent.apm"), "File error!"}}) {
-        std::remove(out.c_str());
-        r = testutil::runCli(command + (flags.rfind("--markers", 0) == 0 ? "" : "--markers " + markersFile + " ") + flags);
-        EXPECT_EQ(r.status, 1) << flags;
-        EXPECT_NE(r.out.find(message), std::string::npos) << flags << ": " << r.out;
-        EXPECT_FALSE(testutil::fs::exists(out)) << flags;
-    }
 }

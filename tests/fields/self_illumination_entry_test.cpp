@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include "api/TundrelApi.h"
 #include "dialogs/dialogs.h"
 #include "tests/support/shapes.h"
@@ -38,23 +40,32 @@ protected:
 
 }  // namespace
 
+// The dialog's values give the field that the typed core gives for them; the
+// dialog remembers ratio and flag, the core nothing.
 TEST_F(SelfIlluminationDialogLoop, ProposesTheNameRemembersRatioAndFlagAndStoresTheField) {
     host.answerOk(typed("0.25", "1", "P_si"), tundrel::kSelfIlluminationDialog);
     self_illumination(f, field);
     ASSERT_EQ(host.textsShown.size(), 1u);
     EXPECT_EQ(host.textsShown[0][SelfIlluminationDialog::kNewFieldName], "P_si");
     ASSERT_NE(values(f, "P_si"), nullptr);
-    const auto want = tundrel::selfIlluminationValues(f, "P", 0.25, true);
-    for (std::size_t k = 0; k < want.size(); ++k) EXPECT_EQ(values(f, "P_si")[k], want[k]);
     EXPECT_EQ(host.busyDepth, 0);
 
-    // The next call opens with the values confirmed last; Cancel changes nothing.
+    const auto r = tundrel::selfIlluminate(f, "P", {0.25, true, ""});  // an empty name, as the dialog takes it
+    ASSERT_TRUE(r) << r.message;
+    EXPECT_EQ(r.function, f.scalar(f.findFunction("")));
+    for (std::size_t k = 0; k < 20; ++k) EXPECT_DOUBLE_EQ(r.function->data()[k], values(f, "P_si")[k]);
+    EXPECT_NE(r.function->data()[7], values(f, "P")[7]);
+    EXPECT_TRUE(r.facts.participants == 20 && r.facts.pairs == 20 * 19);
+    EXPECT_EQ(tundrel::selfIlluminate(f, "P", {0.75, false, "other"}).facts.segmentTests, 0);
+
+    // The next call opens with the values the dialog confirmed last; Cancel changes nothing.
     host.answerCancel();
     self_illumination(f, field);
     ASSERT_EQ(host.textsShown.size(), 2u);
     EXPECT_EQ(host.textsShown[1][SelfIlluminationDialog::kRatio], "0.25");
     EXPECT_EQ(host.textsShown[1][SelfIlluminationDialog::kCheckVisibility], "1");
-    EXPECT_EQ(f.functionCount(), 4);
+    EXPECT_EQ(host.textsShown[1][SelfIlluminationDialog::kNewFieldName], "P_si");
+    EXPECT_EQ(f.functionCount(), 6);
     EXPECT_TRUE(host.messages.empty());
     EXPECT_EQ(host.busyDepth, 0);
 }
@@ -80,55 +91,29 @@ TEST_F(SelfIlluminationDialogLoop, ExistingNamesAreRefusedAndTheDialogComesBack)
     EXPECT_EQ(f.functionCount(), 3);
 }
 
-// ---- the command ------------------------------------------------------------
-
-class SelfIlluminationCli : public testutil::HostTest {
-protected:
-    // Two patches written as DAT: the saddle of gridPatch (patch 0) and a bowl above it (patch 1).
-    std::string model() {
-        region reg;
-        auto bowl = testutil::gridPatch(6, 5, {"P"});
-        auto lid = testutil::gridPatch(6, 5, {"P"});
-        for (std::size_t n = 0; n < 30; ++n) {
-            const double x = static_cast<double>(n % 6) - 2.5, y = static_cast<double>(n / 6) - 2.0;
-            lid->findVariable("z")->values[n] = 4.0 + 0.15 * (x * x + y * y);
-        }
-        reg.append(bowl);
-        reg.append(lid);
-        region_fe none;
-        const std::string in = dir.file("in.dat");
-        EXPECT_TRUE(export_data(in, 10, false, true, reg, none));
-        return in;
-    }
-    static std::vector<double> field(const std::string& file, int patch, const std::string& name) {
-        region reg;
-        region_fe reg_fe;
-        EXPECT_TRUE(import_data(file, false, reg, reg_fe));
-        const NodeVariable* v = reg.patch(patch).findVariable(name);
-        return v == nullptr ? std::vector<double>{} : v->values;
-    }
-};
-
-TEST_F(SelfIlluminationCli, SelectedPatchesNamesAndRefusals) {
-    const std::string in = model(), out = dir.file("out.dat");
-    auto r = testutil::runCli("self-illumination " + in + " " + out + " --field P --select-patches 1 --name Q --visibility");
-    ASSERT_EQ(r.status, 0) << r.out;
-    EXPECT_EQ(field(out, 0, "Q"), field(out, 0, "P"));  // patch 0 takes no part
-    EXPECT_NE(field(out, 1, "Q"), field(out, 1, "P"));
-
+// Parameters by the dialog's rules, then the name, then the source.
+TEST_F(SelfIlluminationDialogLoop, CoreRefusesWithTheDialogsMessagesInItsOrder) {
     struct Row {
-        std::string args, says;
+        double ratio;
+        std::string source, name;
+        const char* message;
     } rows[] = {
-        {"--field P --name P", "The function name alredy exist"},
-        {"--field P --ratio 1.5", "between"},
-        {"--field T", "has no field T (fields: P)"},
-        {"--field P --select-patches 2", "no patch 2"},
-        {"--field P --select-patches 0,x", "not a list of patch numbers"},
+        {1.5, "P", "P", "Please enter a number between 0 and 1."},  // the ratio before the name
+        {std::nan(""), "P", "x", "Please enter a number."},
+        {0.5, "P", std::string(256, 'n'), "Please enter no more than 255 characters."},
+        {0.5, "P", "$_N", "The function name alredy exist"},
+        {0.5, "absent", "P", "The function name alredy exist"},  // the name before the source
     };
     for (const Row& row : rows) {
-        r = testutil::runCli("self-illumination " + in + " " + dir.file("no.dat") + " " + row.args);
-        EXPECT_EQ(r.status, 1) << row.args;
-        EXPECT_NE(r.out.find(row.says), std::string::npos) << row.args << ": " << r.out;
-        EXPECT_FALSE(std::filesystem::exists(dir.file("no.dat")));
+        const auto r = tundrel::selfIlluminate(f, row.source, {row.ratio, false, row.name});
+        EXPECT_FALSE(r) << row.message;
+        EXPECT_EQ(r.message, row.message);
     }
+    // Not a scalar field: neither function nor message.
+    const auto silent = tundrel::selfIlluminate(f, "$_N", {0.5, false, "N_si"});
+    EXPECT_TRUE(!silent && silent.message.empty());
+    EXPECT_THROW(tundrel::selfIlluminate(f, "absent", {0.5, false, "x"}), arrayWorks::IndexError);
+    EXPECT_EQ(f.functionCount(), 3);
+    EXPECT_TRUE(host.messages.empty());
+    EXPECT_TRUE(host.dialogsShown.empty());
 }
