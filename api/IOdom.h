@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include <xercesc/sax/ErrorHandler.hpp>
 
@@ -24,6 +25,9 @@ XERCES_CPP_NAMESPACE_END
 // the name of the set is left alone. Parse problems are shown by the reporter
 // and end in arrayWorks::FileError.
 TUNDREL_API void readXmlMarkers(const std::string& file, markers& set);
+// The same from a whole file's text; `source` names the file it came from in
+// the messages of parse problems.
+TUNDREL_API void readXmlMarkersText(std::string_view text, const std::string& source, markers& set);
 
 // Shows every parse problem in a message box ("Warning", "Error" or "Fatal
 // Error" at file, line, column and message) and writes it to standard error.
@@ -49,8 +53,11 @@ public:
     DomDocumentReader& operator=(const DomDocumentReader&) = delete;
 
     // Parses `file` and gives the first top-level node named `root` (nullptr
-    // when there is none). Throws arrayWorks::FileError when the parse fails.
+    // when there is none). Throws arrayWorks::FileError when the file cannot
+    // be loaded or the parse fails.
     const xercesc::DOMNode* open(const std::string& file, const std::string& root);
+    // The same for a file's text already in memory; `source` names the file.
+    const xercesc::DOMNode* openText(std::string_view text, const std::string& source, const std::string& root);
 
 private:
     std::unique_ptr<xercesc::MemoryManager> memory_;  // the parser's; outlives it

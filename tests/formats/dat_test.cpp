@@ -11,6 +11,11 @@ using testutil::HostTest;
 
 namespace {
 
+bool write_dat(const std::string& file, region& reg, region_fe& fe, int first, int last, int precision,
+               bool scientific) {
+    return tundrel::findGeometryFormat("dat")->write(file, reg, fe, first, last, precision, scientific);
+}
+
 std::vector<std::string> names(const PatchBase& p) {
     std::vector<std::string> out;
     for (int k = 0; k < p.variableCount(); ++k) out.push_back(p.variable(k).name);
@@ -242,61 +247,3 @@ TEST_F(Dat, PackingDefaultsByStyleAndFlowGoesToTheZoneOwner) {
     EXPECT_EQ(reg.name, "");  // no title in the file
 }
 
-// Failures: which message, and how many zones were kept before it.
-struct DatFailure {
-    const char* name;
-    std::string text;
-    const char* message;
-    int patches;
-    int faces;
-};
-
-void PrintTo(const DatFailure& c, std::ostream* os) { *os << c.name; }
-
-class DatReadFailures : public HostTest, public ::testing::WithParamInterface<DatFailure> {};
-
-TEST_P(DatReadFailures, EndWithTheFormatsMessage) {
-    const DatFailure& c = GetParam();
-    testutil::writeFile(dir.file("bad.dat"), c.text);
-    region reg;
-    region_fe fe;
-    EXPECT_FALSE(import_data(dir.file("bad.dat"), false, reg, fe));
-    EXPECT_EQ(messages(), std::vector<std::string>{c.message});
-    EXPECT_EQ(reg.patchCount(), c.patches);
-    EXPECT_EQ(fe.patchCount(), c.faces);
-}
-
-const char* kTitle = "Error in the Header of DAT file. Parameter TITLE is absent";
-const char* kVars = "Error in the Header of DAT file. Parameter VARIABLES is absent";
-const char* kWrong = "Error in the Header of DAT file. Wrong names of variables";
-const char* kFew = "Error in the Header of DAT file. The number of variables <3";
-const char* kUnreadable = "Error in the Header of DAT file. It's impossible to read variables from header";
-const char* kZone = "Error in DAT file. It's impossible to read attributes of ZONE";
-const char* kNo3D = "Error in DAT structure. No 3D surfaces are found";
-const std::string kHead = "TITLE=\"t\"\nVARIABLES=\"x\",\"y\",\"z\"\n";
-const std::string kGood = kHead + "ZONE I=1\n1 2 3\n";
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, DatReadFailures,
-    ::testing::Values(
-        DatFailure{"empty", "", kTitle, 0, 0}, DatFailure{"plainNumbers", "1 2 3\n", kTitle, 0, 0},
-        DatFailure{"noVariables", "TITLE=\"t\"\nZONE I=1\n1 2 3\n", kVars, 0, 0},
-        DatFailure{"twiceTheSameName", "VARIABLES=\"x\",\"y\",\"x\",\"z\"\n", kWrong, 0, 0},
-        DatFailure{"twoVariables", "VARIABLES=\"x\",\"y\"\nZONE I=1\n1 2\n", kFew, 0, 0},
-        DatFailure{"openQuote", "VARIABLES=\"x\",\"y\",\"z\n", kUnreadable, 0, 0},
-        DatFailure{"noZ", "VARIABLES=\"x\",\"y\",\"p\"\nZONE I=1\n1 2 3\n", kNo3D, 0, 0},
-        DatFailure{"noZones", kHead, kNo3D, 0, 0},
-        DatFailure{"moreNodesThanTheFileHolds", kGood + "ZONE N=100000000, E=1, F=FEPOINT, ET=TRIANGLE\n1 2 3\n",
-                   kZone, 1, 0},
-        DatFailure{"moreElementsThanTheFileHolds",
-                   kGood + "ZONE N=3, E=2000000000, ZONETYPE=FETRIANGLE\n0 0 0 1 1 1 2 2 2\n1 2 3\n", kZone, 1, 0},
-        DatFailure{"nodeNumberTooLarge", kGood + "ZONE N=3, E=1, ZONETYPE=FETRIANGLE\n0 0 0 1 1 1 2 2 2\n1 2 4\n",
-                   kZone, 1, 0},
-        DatFailure{"volumeCells", kGood + "ZONE N=4, E=1, ZONETYPE=FETETRAHEDRON\n", kZone, 1, 0},
-        DatFailure{"elementTypeMissing", kGood + "ZONE N=3, E=1, F=FEPOINT\n", kZone, 1, 0},
-        DatFailure{"cellCentred", kGood + "ZONE I=1, DATAPACKING=BLOCK, VARLOCATION=([3]=CELLCENTERED)\n1 2 3\n",
-                   kZone, 1, 0},
-        DatFailure{"shortData", kGood + "ZONE I=2\n1 2 3 4 5\n", kZone, 1, 0},
-        DatFailure{"damagedNumber", kGood + "ZONE I=1\n1 2x 3\n", kZone, 1, 0},
-        DatFailure{"moreDataThanCounted", kGood + "ZONE I=1\n1 2 3 4\n", kZone, 2, 0}),
-    [](const auto& info) { return std::string(info.param.name); });
