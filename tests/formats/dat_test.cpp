@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <limits>
+#include <sstream>
 
 #include "api/TundrelApi.h"
 #include "api/formats/date.h"
@@ -25,6 +26,30 @@ std::vector<std::string> names(const PatchBase& p) {
 std::vector<double> column(const PatchBase& p, const std::string& name) {
     const NodeVariable* v = p.findVariable(name);
     return v ? v->values : std::vector<double>{};
+}
+
+// Names, counts, flow conditions, face lists and every value (NaN written as
+// "nan"), for comparing a model with what was read back.
+std::string everything(const region& reg, const region_fe& fe) {
+    std::ostringstream s;
+    s.precision(17);
+    auto patch = [&](const PatchBase& p) {
+        s << '\n' << p.name << ' ' << p.I << 'x' << p.J << 'x' << p.K << ' ' << p.N;
+        for (const auto& v : p.variables) {
+            s << ' ' << v->name << ':';
+            for (double d : v->values) s << d << ',';
+        }
+    };
+    s << reg.name << ' ' << reg.Mach << ' ' << reg.alpha << ' ' << reg.beta;
+    for (const auto& p : reg.patches) patch(*p);
+    s << '\n' << fe.name << ' ' << fe.Mach << ' ' << fe.alpha << ' ' << fe.beta;
+    for (const auto& f : fe.patches) {
+        patch(*f);
+        s << ' ' << f->faces << " faces [";
+        for (std::int32_t i : f->faceIndex) s << i << ' ';
+        s << ']';
+    }
+    return s.str();
 }
 
 std::shared_ptr<FacePatch> facePatch(std::vector<std::int32_t> index, int faces, int nodes) {
@@ -159,39 +184,9 @@ TEST_P(DatRoundTrip, KeepsGeometryNamesVariablesAndFlow) {
     region r;
     region_fe f;
     ASSERT_TRUE(import_data(dir.file("m.dat"), false, r, f)) << messages()[0];
-    EXPECT_EQ(r.name, "model A");
-    EXPECT_EQ(f.name, "model A");
-    EXPECT_EQ(r.Mach, 0.75);
-    EXPECT_EQ(r.alpha, -2.5);
-    EXPECT_EQ(r.beta, 1);
-    EXPECT_EQ(f.Mach, 0.3);
-    EXPECT_EQ(f.alpha, 7);
-    ASSERT_EQ(r.patchCount(), 2);
-    ASSERT_EQ(f.patchCount(), 2);
-    for (int k = 0; k < 2; ++k) {
-        const StructPatch& in = reg.patch(k);
-        const StructPatch& out = r.patch(k);
-        EXPECT_EQ(out.name, in.name);
-        EXPECT_EQ(std::vector<int>({out.I, out.J, out.K}), std::vector<int>({in.I, in.J, in.K}));
-        EXPECT_EQ(names(out), names(in));
-        for (int v = 0; v < in.variableCount(); ++v)
-            for (std::size_t n = 0; n < in.variable(v).values.size(); ++n) {
-                const double want = in.variable(v).values[n], got = out.variable(v).values[n];
-                if (std::isnan(want)) EXPECT_TRUE(std::isnan(got));
-                else EXPECT_EQ(got, want) << v << " " << n;
-            }
-    }
-    for (int k = 0; k < 2; ++k) {
-        const FacePatch& in = fe.patch(k);
-        const FacePatch& out = f.patch(k);
-        EXPECT_EQ(out.name, in.name);
-        EXPECT_EQ(out.nodes, in.nodes);
-        EXPECT_EQ(out.faces, in.faces);
-        EXPECT_EQ(out.indexLength, 4 * in.faces);
-        EXPECT_EQ(out.faceIndex, in.faceIndex);
-        EXPECT_EQ(names(out), names(in));
-        for (int v = 0; v < in.variableCount(); ++v) EXPECT_EQ(out.variable(v).values, in.variable(v).values);
-    }
+    // The face mesh takes the title of the file, the region's.
+    fe.name = reg.name;
+    EXPECT_EQ(everything(r, f), everything(reg, fe));
     EXPECT_TRUE(messages().empty());
 }
 
