@@ -236,10 +236,16 @@ DomDocumentReader::~DomDocumentReader() = default;
 
 const DOMNode* DomDocumentReader::open(const std::string& file, const std::string& root) {
     // Only regular files are loaded: a named pipe without a writer would keep
-    // the reader waiting.
+    // the reader waiting. A file that may be regular but cannot be loaded
+    // (missing, unreadable) goes to the parser by name, which reports why.
+    if (!mayBeRegularFile(file)) throw FileError(src::IOdom, 65);
     std::string text;
-    if (!tundrel::text::loadFile(file, text)) throw FileError(src::IOdom, 65);
-    return openText(text, file, root);
+    if (tundrel::text::loadFile(file, text)) return openText(text, file, root);
+    try {
+        parser_->parse(file.c_str());
+    } catch (...) {
+    }
+    throw FileError(src::IOdom, 65);
 }
 
 const DOMNode* DomDocumentReader::openText(std::string_view text, const std::string& source, const std::string& root) {
@@ -270,8 +276,14 @@ const DOMNode* DomDocumentReader::openText(std::string_view text, const std::str
 
 void readXmlMarkers(const std::string& file, markers& set) {
     std::string text;
-    if (!tundrel::text::loadFile(file, text)) throw FileError(src::IOdom, 65);
+    if (!tundrel::text::loadFile(file, text)) xmlMarkerFileUnreadable(file);
     readXmlMarkersText(text, file, set);
+}
+
+void xmlMarkerFileUnreadable(const std::string& file) {
+    DomDocumentReader reader;
+    reader.open(file, "ObjectMarkers");
+    throw FileError(src::IOdom, 65);  // loaded after all: still not this read's text
 }
 
 void readXmlMarkersText(std::string_view text, const std::string& source, markers& set) {

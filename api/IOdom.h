@@ -28,6 +28,10 @@ TUNDREL_API void readXmlMarkers(const std::string& file, markers& set);
 // The same from a whole file's text; `source` names the file it came from in
 // the messages of parse problems.
 TUNDREL_API void readXmlMarkersText(std::string_view text, const std::string& source, markers& set);
+// Ends the read of an XML marker file that cannot be loaded: a file that may
+// be a regular one is handed to the parser, whose reporter shows why it
+// cannot be read; then arrayWorks::FileError (IOdom, 65).
+[[noreturn]] TUNDREL_API void xmlMarkerFileUnreadable(const std::string& file);
 
 // Shows every parse problem in a message box ("Warning", "Error" or "Fatal
 // Error" at file, line, column and message) and writes it to standard error.

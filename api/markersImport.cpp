@@ -76,15 +76,18 @@ void readPointText(std::string_view text, markers& set) {
     refill(set, read);
 }
 
+[[noreturn]] void imageFileUnreadable(const std::string&) { throw FileError(src::markersImport, 37); }
+[[noreturn]] void pointFileUnreadable(const std::string&) { throw FileError(src::markersImport, 64); }
+
 const tundrel::MarkerFormat kFormats[] = {
     {"MPT", "mpt", [](std::string_view t, markers& s, int h, const std::string&) { readImageText(t, s, false, h); },
-     startImage, src::markersImport, 37},
+     startImage, imageFileUnreadable},
     {"INM", "inm", [](std::string_view t, markers& s, int h, const std::string&) { readImageText(t, s, true, h); },
-     startImage, src::markersImport, 37},
+     startImage, imageFileUnreadable},
     {"APM", "apm", [](std::string_view t, markers& s, int, const std::string&) { readPointText(t, s); },
-     startPoints, src::markersImport, 64},
+     startPoints, pointFileUnreadable},
     {"MRK", "mrk", [](std::string_view t, markers& s, int, const std::string& f) { readXmlMarkersText(t, f, s); },
-     nullptr, src::IOdom, 65},
+     nullptr, xmlMarkerFileUnreadable},
 };
 
 }  // namespace
@@ -102,7 +105,7 @@ const MarkerFormat* findMarkerFormat(std::string_view extension) noexcept {
 void readMarkerFile(const MarkerFormat& format, const std::string& file, markers& set, int imageHeight) {
     if (format.start != nullptr) format.start(set);
     std::string text;
-    if (!text::loadFile(file, text)) throw FileError(format.cannotOpenFile, format.cannotOpenLine);
+    if (!text::loadFile(file, text)) format.cannotOpen(file);
     format.read(text, set, imageHeight, file);
 }
 

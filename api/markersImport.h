@@ -44,9 +44,9 @@ struct MarkerFormat {
     // the file then cannot be opened (the text readers' name and provisional
     // flags); nullptr for nothing.
     void (*start)(markers& set);
-    // Where the FileError thrown for a file that cannot be loaded points.
-    const char* cannotOpenFile;
-    int cannotOpenLine;
+    // Ends the read of a file that cannot be loaded: throws the format's
+    // FileError (the XML reader first lets the parser report why).
+    void (*cannotOpen)(const std::string& file);  // never returns
 };
 
 // "mpt", "inm", "apm", "mrk", in the order importMarkers tests them.
@@ -56,7 +56,7 @@ TUNDREL_API std::span<const MarkerFormat> markerFormats() noexcept;
 TUNDREL_API const MarkerFormat* findMarkerFormat(std::string_view extension) noexcept;
 
 // Loads `file` and reads its text with `format`; a file that cannot be loaded
-// throws FileError at the format's cannotOpen place.
+// ends in the format's cannotOpen.
 TUNDREL_API void readMarkerFile(const MarkerFormat& format, const std::string& file, markers& set, int imageHeight);
 
 }  // namespace tundrel
