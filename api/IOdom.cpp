@@ -12,6 +12,7 @@
 #include <xercesc/parsers/XercesDOMParser.hpp>
 #include <xercesc/sax/SAXParseException.hpp>
 #include <xercesc/framework/LocalFileInputSource.hpp>
+#include <xercesc/framework/MemBufInputSource.hpp>
 #include <xercesc/framework/MemoryManager.hpp>
 #include <xercesc/util/XMLEntityResolver.hpp>
 #include <xercesc/util/XMLResourceIdentifier.hpp>
@@ -190,11 +191,8 @@ bool tokenBool(std::string_view token) { return tokenInt(token, 1) != 0; }
 
 // The most markers a file may declare: its size in bytes, but at least 65536
 // (a small file may list markers without values, which all come out zero).
-std::int64_t markerLimit(const std::string& file) {
-    std::error_code ec;
-    const auto size = std::filesystem::file_size(file, ec);
-    const std::int64_t bytes = ec ? 0 : static_cast<std::int64_t>(size);
-    return std::max<std::int64_t>(bytes, 65536);
+std::int64_t markerLimit(std::string_view text) {
+    return std::max<std::int64_t>(static_cast<std::int64_t>(text.size()), 65536);
 }
 
 }  // namespace
@@ -237,13 +235,32 @@ DomDocumentReader::DomDocumentReader() {
 DomDocumentReader::~DomDocumentReader() = default;
 
 const DOMNode* DomDocumentReader::open(const std::string& file, const std::string& root) {
-    parser_->setCreateEntityReferenceNodes(false);
-    parser_->setIncludeIgnorableWhitespace(false);
-    // Only regular files are parsed: opening a named pipe without a writer
-    // would keep the parser waiting.
+    // Only regular files are loaded: a named pipe without a writer would keep
+    // the reader waiting. A file that may be regular but cannot be loaded
+    // (missing, unreadable) goes to the parser by name, which reports why.
     if (!mayBeRegularFile(file)) throw FileError(src::IOdom, 65);
+    std::string text;
+    if (tundrel::text::loadFile(file, text)) return openText(text, file, root);
     try {
         parser_->parse(file.c_str());
+    } catch (...) {
+    }
+    throw FileError(src::IOdom, 65);
+}
+
+const DOMNode* DomDocumentReader::openText(std::string_view text, const std::string& source, const std::string& root) {
+    parser_->setCreateEntityReferenceNodes(false);
+    parser_->setIncludeIgnorableWhitespace(false);
+    try {
+        // The text is named as the parser names a local file (its full path),
+        // which the messages show and relative entity paths start from.
+        xercesc::MemBufInputSource input(reinterpret_cast<const XMLByte*>(text.data()), text.size(), "",
+                                         false, memory_.get());
+        if (!source.empty()) {
+            const xercesc::LocalFileInputSource named(XmlText(source).get(), memory_.get());
+            input.setSystemId(named.getSystemId());
+        }
+        parser_->parse(input);
     } catch (...) {
         throw FileError(src::IOdom, 65);
     }
@@ -258,14 +275,26 @@ const DOMNode* DomDocumentReader::open(const std::string& file, const std::strin
 }
 
 void readXmlMarkers(const std::string& file, markers& set) {
+    std::string text;
+    if (!tundrel::text::loadFile(file, text)) xmlMarkerFileUnreadable(file);
+    readXmlMarkersText(text, file, set);
+}
+
+void xmlMarkerFileUnreadable(const std::string& file) {
     DomDocumentReader reader;
-    const DOMNode* root = reader.open(file, "ObjectMarkers");
+    reader.open(file, "ObjectMarkers");
+    throw FileError(src::IOdom, 65);  // loaded after all: still not this read's text
+}
+
+void readXmlMarkersText(std::string_view text, const std::string& source, markers& set) {
+    DomDocumentReader reader;
+    const DOMNode* root = reader.openText(text, source, "ObjectMarkers");
     const XmlText function("Function");
     const XmlText none("");
 
     const DOMNode* count = findChild(root, XmlText("NodesNumber").get(), none.get());
     const std::int32_t n = count != nullptr ? tokenInt(elementText(count), 0) : 0;
-    if (n > markerLimit(file)) throw FileError(src::IOdom, __LINE__);
+    if (n > markerLimit(text)) throw FileError(src::IOdom, __LINE__);
 
     set.list.clear();
     if (n > 0) set.list.reserve(static_cast<std::size_t>(n));
@@ -277,11 +306,11 @@ void readXmlMarkers(const std::string& file, markers& set) {
 
     // The tokens of one function; `matches` when there are exactly n of them
     // (an absent element has none).
-    std::string text;
+    std::string values;
     std::vector<std::string_view> tokens;
     auto load = [&](const char* id) {
-        text = elementText(findChild(root, function.get(), XmlText(id).get()));
-        tokens = splitTokens(text);
+        values = elementText(findChild(root, function.get(), XmlText(id).get()));
+        tokens = splitTokens(values);
         return n >= 0 && tokens.size() == static_cast<std::size_t>(n);
     };
 

@@ -20,7 +20,7 @@ namespace arrayWorks {
 inline constexpr const char* kSelectionName = "$_selection";
 inline constexpr const char* kNormalsName = "$_N";
 // A scalar value meaning "no value at this node".
-inline constexpr double kNoValue = -1e10;
+inline constexpr double kNoValue = tundrel::kNoValue;
 // The message that refuses a new function named like an existing one.
 inline constexpr const char* kDuplicateNameMessage = "The function name alredy exist";
 

@@ -35,14 +35,23 @@ std::string lowered(const std::string& text) {
     return out;
 }
 
+int coordinateAxis(std::string_view name) noexcept {
+    if (name.size() != 1) return -1;
+    switch (std::tolower(static_cast<unsigned char>(name[0]))) {
+        case 'x': return 0;
+        case 'y': return 1;
+        case 'z': return 2;
+        default: return -1;
+    }
+}
+
 CoordinateSlots findCoordinates(const arrayWorks::PtrList<NodeVariable>& variables) {
     CoordinateSlots slots;
+    int* slot[3] = {&slots.x, &slots.y, &slots.z};
     for (int k = 0; k < variables.size(); ++k) {
         if (!variables.exists(k)) continue;
-        const std::string n = lowered(variables.get(k)->name);
-        if (n == "x") slots.x = k;
-        else if (n == "y") slots.y = k;
-        else if (n == "z") slots.z = k;
+        const int axis = coordinateAxis(variables.get(k)->name);
+        if (axis >= 0) *slot[axis] = k;
     }
     return slots;
 }

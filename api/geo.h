@@ -5,10 +5,22 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "api/arrayWorks.h"
 #include "api/export.h"
+
+namespace tundrel {
+
+// The "no value" thresholds. A node value of kNoValue means no value; the
+// pressure ports take every value below kNoValueBelow for no value; the
+// geometry writers write every value below kWrittenAsZeroBelow as 0.
+inline constexpr double kNoValue = -1e10;
+inline constexpr double kNoValueBelow = -9.9e9;
+inline constexpr double kWrittenAsZeroBelow = -1000000000.0;
+
+}  // namespace tundrel
 
 namespace arrayWorks {
 
@@ -84,6 +96,10 @@ struct CoordinateSlots {
     bool complete() const noexcept { return x >= 0 && y >= 0 && z >= 0; }
 };
 CoordinateSlots findCoordinates(const arrayWorks::PtrList<NodeVariable>& variables);
+// The axis a variable name stands for: 0, 1, 2 for "x", "y", "z" in any
+// letter case (lowered with tolower, as `lowered` does), -1 for any other name.
+TUNDREL_API int coordinateAxis(std::string_view name) noexcept;
+inline bool isCoordinateName(std::string_view name) noexcept { return coordinateAxis(name) >= 0; }
 // Lower-cases with the C library's tolower, character by character.
 std::string lowered(const std::string& text);
 

@@ -1,8 +1,11 @@
 // Reading marker sets from files, chosen by the file name's extension (case
-// sensitive): "mpt" and "inm" image points, "apm" 3-D points, "mrk" XML.
+// sensitive): "mpt" and "inm" image points, "apm" 3-D points, "mrk" XML. Each
+// format reads from text in memory; a file is loaded, then read as text.
 #pragma once
 
+#include <span>
 #include <string>
+#include <string_view>
 
 #include "api/export.h"
 #include "api/markers.h"
@@ -26,3 +29,34 @@ void readImageMarkers(const std::string& file, markers& set, bool flipRows, int 
 // 3-D points, one record `X Y Z` per marker, all active; otherwise as
 // readImageMarkers.
 void readPointMarkers(const std::string& file, markers& set);
+
+namespace tundrel {
+
+// One marker file format of the table importMarkers dispatches through.
+struct MarkerFormat {
+    std::string_view name;       // "MPT", "INM", "APM", "MRK"
+    std::string_view extension;  // compared as written
+    // Reads a whole file's text into `set`; `source` names the text in the
+    // messages of a parse problem (the file's name). Throws the arrayWorks
+    // errors.
+    void (*read)(std::string_view text, markers& set, int imageHeight, const std::string& source);
+    // What the reader sets in `set` before it opens its file, so also when
+    // the file then cannot be opened (the text readers' name and provisional
+    // flags); nullptr for nothing.
+    void (*start)(markers& set);
+    // Ends the read of a file that cannot be loaded: throws the format's
+    // FileError (the XML reader first lets the parser report why).
+    void (*cannotOpen)(const std::string& file);  // never returns
+};
+
+// "mpt", "inm", "apm", "mrk", in the order importMarkers tests them.
+TUNDREL_API std::span<const MarkerFormat> markerFormats() noexcept;
+
+// The format of an extension (case sensitive), or nullptr.
+TUNDREL_API const MarkerFormat* findMarkerFormat(std::string_view extension) noexcept;
+
+// Loads `file` and reads its text with `format`; a file that cannot be loaded
+// ends in the format's cannotOpen.
+TUNDREL_API void readMarkerFile(const MarkerFormat& format, const std::string& file, markers& set, int imageHeight);
+
+}  // namespace tundrel

@@ -163,7 +163,7 @@ void BM_WriteDat(benchmark::State& state) {
     Model m = model();
     const std::string path = scratch("_w.dat");
     for (auto _ : state)
-        if (!write_dat(path, m.reg, m.fe, 0, 1, kPrecision, false)) state.SkipWithError("write_dat failed");
+        if (!tundrel::findGeometryFormat("dat")->write(path, m.reg, m.fe, 0, 1, kPrecision, false)) state.SkipWithError("write_dat failed");
     report(state, path);
     std::filesystem::remove(path);
 }
@@ -181,7 +181,7 @@ struct Sample {
     std::string path = scratch("_r.dat");
     Sample() {
         Model m = model();
-        write_dat(path, m.reg, m.fe, 0, 1, kPrecision, false);
+        tundrel::findGeometryFormat("dat")->write(path, m.reg, m.fe, 0, 1, kPrecision, false);
     }
     ~Sample() { std::filesystem::remove(path); }
 };
@@ -196,7 +196,7 @@ void BM_ReadDat(benchmark::State& state) {
     for (auto _ : state) {
         region reg;
         region_fe fe;
-        if (!read_dat(path, reg, fe) || fe.patch(0).faces != 2 * (kI - 1) * (kJ - 1))
+        if (!tundrel::readGeometryFile(*tundrel::findGeometryFormat("dat"), path, reg, fe) || fe.patch(0).faces != 2 * (kI - 1) * (kJ - 1))
             state.SkipWithError("read_dat failed");
     }
     report(state, sample());

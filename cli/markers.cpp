@@ -55,9 +55,10 @@ void addMarkersCommand(CLI::App& app, int& status) {
     cmd->add_option("--image-height", args->imageHeight, "Image height for the row flip of inm files")
         ->capture_default_str();
     cmd->callback([args, &status] {
-        const std::string ext = markerFileExtension(args->file);
-        if (ext != "mpt" && ext != "inm" && ext != "apm" && ext != "mrk") {
-            std::cerr << "tundrel: " << args->file << ": unknown marker file format (mpt, inm, apm, mrk)\n";
+        if (findMarkerFormat(markerFileExtension(args->file)) == nullptr) {
+            std::string list;
+            for (const MarkerFormat& f : markerFormats()) list += (list.empty() ? "" : ", ") + std::string(f.extension);
+            std::cerr << "tundrel: " << args->file << ": unknown marker file format (" << list << ")\n";
             status = kFailure;
             return;
         }

@@ -15,12 +15,23 @@ void addWriteOptions(CLI::App& cmd, WriteOptions& w) {
     cmd.add_flag("--split", w.split, "One file per patch: NAME_1.EXT, NAME_2.EXT, ...");
 }
 
+namespace {
+
+// "apt, fld, dat, wrl": the extensions of the format table.
+std::string geometryExtensions() {
+    std::string list;
+    for (const GeometryFormat& f : geometryFormats())
+        for (std::string_view e : f.extensions) list += (list.empty() ? "" : ", ") + std::string(e);
+    return list;
+}
+
+}  // namespace
+
 bool loadModel(const std::vector<std::string>& files, bool transpose, region& reg, region_fe& reg_fe) {
     for (const std::string& f : files) {
         if (!import_data(f, transpose, reg, reg_fe)) {
-            if (file_extension(f).empty() || (file_extension(f) != "apt" && file_extension(f) != "fld" &&
-                                              file_extension(f) != "dat" && file_extension(f) != "wrl"))
-                std::cerr << "tundrel: " << f << ": unknown file format (apt, fld, dat, wrl)\n";
+            if (tundrel::findGeometryFormat(file_extension(f)) == nullptr)
+                std::cerr << "tundrel: " << f << ": unknown file format (" << geometryExtensions() << ")\n";
             return false;
         }
     }
@@ -102,12 +113,19 @@ void addModelCommands(CLI::App& app, int& status) {
         WriteOptions w;
     };
     auto conv = std::make_shared<ConvertArgs>();
-    CLI::App* convert = app.add_subcommand("convert", "Read models (apt, fld, dat, wrl) and write them as one file");
+    CLI::App* convert =
+        app.add_subcommand("convert", "Read models (" + geometryExtensions() + ") and write them as one file");
     convert->add_option("files", conv->files, "IN... OUT")->required()->expected(2, -1);
     convert->add_flag("--transpose", conv->transpose, "Exchange the first and second grid directions on reading");
     addWriteOptions(*convert, conv->w);
     convert->callback([conv, &status] {
         std::vector<std::string> in(conv->files.begin(), conv->files.end() - 1);
+        const std::string& out = conv->files.back();
+        if (tundrel::findGeometryFormat(file_extension(out)) == nullptr) {  // before any reading
+            std::cerr << "tundrel: " << out << ": unknown file format (" << geometryExtensions() << ")\n";
+            status = kFailure;
+            return;
+        }
         region reg;
         region_fe reg_fe;
         if (!loadModel(in, conv->transpose, reg, reg_fe) || !saveModel(conv->files.back(), conv->w, reg, reg_fe))

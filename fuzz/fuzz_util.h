@@ -1,30 +1,20 @@
-// Shared pieces of the fuzz targets: the input as a file on disk (the readers
-// take file names, as users call them), a host that keeps the messages, and
-// the invariants every successful or failed read must leave behind.
+// Shared pieces of the fuzz targets: a host that keeps the messages, the
+// readers over the input's bytes as text, and the checks every read must
+// pass. A failed check aborts, which the fuzzer and the replay report.
 #pragma once
 
-#include <unistd.h>
-
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <string_view>
 
 #include "api/TundrelApi.h"
 
 namespace fuzzutil {
 
-// Writes the input to a file of this process with the given extension.
-inline std::string inputFile(const std::uint8_t* data, std::size_t size, const char* extension) {
-    static const std::string dir = [] {
-        const char* shm = "/dev/shm";
-        return std::string(::access(shm, W_OK) == 0 ? shm : "/tmp");
-    }();
-    const std::string path = dir + "/tundrel_fuzz_" + std::to_string(::getpid()) + "." + extension;
-    std::FILE* f = std::fopen(path.c_str(), "wb");
-    if (f == nullptr) std::abort();
-    if (size > 0 && std::fwrite(data, 1, size, f) != size) std::abort();
-    std::fclose(f);
-    return path;
+inline std::string_view text(const std::uint8_t* data, std::size_t size) {
+    return {reinterpret_cast<const char*>(data), size};
 }
 
 // Installed once: messages are kept (and dropped), dialogs cancelled.
@@ -35,53 +25,53 @@ inline tundrel::ScriptedHost& quietHost() {
     return host;
 }
 
-inline void check(bool ok) {
-    if (!ok) std::abort();
+inline void check(bool ok, const char* what) {
+    if (ok) return;
+    std::fprintf(stderr, "check failed: %s\n", what);
+    std::abort();
 }
 
-// Every variable has its patch's node count; every face index is -1 or a
-// node of its patch; the face list has four entries a face.
-inline void checkInvariants(const region& reg, const region_fe& fe) {
-    for (const auto& p : reg.patches) {
-        check(p != nullptr);
-        check(p->N == p->I * p->J * p->K);
-        for (const auto& v : p->variables) {
-            check(v != nullptr);
-            check(v->count == p->N && v->values.size() == static_cast<std::size_t>(p->N));
-        }
+// Reads the input with the geometry format of `extension` and checks the
+// model's invariants, whatever the result; a failed read shows exactly one
+// of the format's messages.
+inline void readGeometry(const std::uint8_t* data, std::size_t size, std::string_view extension) {
+    tundrel::ScriptedHost& host = quietHost();
+    const tundrel::GeometryFormat* format = tundrel::findGeometryFormat(extension);
+    check(format != nullptr, "a geometry format");
+    region reg;
+    region_fe fe;
+    const bool ok = format->read(text(data, size), reg, fe);
+    const std::string broken = tundrel::validate(reg, fe);
+    if (!broken.empty()) std::fprintf(stderr, "%s\n", broken.c_str());
+    check(broken.empty(), "the model's invariants");
+    check(ok ? host.messages.empty() : host.messages.size() == 1, "one message for a failed read, none else");
+}
+
+// Reads the input with the marker format of `extension`; false when the
+// reader threw one of the library's errors.
+inline bool readMarkers(const std::uint8_t* data, std::size_t size, std::string_view extension, markers& set,
+                        int imageHeight) {
+    const tundrel::MarkerFormat* format = tundrel::findMarkerFormat(extension);
+    check(format != nullptr, "a marker format");
+    try {
+        format->read(text(data, size), set, imageHeight, "input");
+    } catch (const arrayWorks::GenericError&) {
+        return false;
     }
-    for (const auto& f : fe.patches) {
-        check(f != nullptr);
-        check(f->indexLength == 4 * f->faces);
-        check(f->faceIndex.size() == static_cast<std::size_t>(f->indexLength));
-        for (std::int32_t i : f->faceIndex) check(i == -1 || (i >= 0 && i < f->nodes));
-        for (const auto& v : f->variables) {
-            check(v != nullptr);
-            check(v->count == f->nodes && v->values.size() == static_cast<std::size_t>(f->nodes));
-        }
-    }
+    return true;
 }
 
 // What a text marker reader leaves: records numbered 1, 2, ... in file
 // order, an empty name, all four flags set exactly when something was read,
-// and no more records than the file can hold (each at least `recordBytes`
+// and no more records than the text can hold (each at least `recordBytes`
 // characters with its separators).
 inline void checkTextMarkers(const markers& set, std::size_t size, std::size_t recordBytes) {
-    check(set.name.empty());
+    check(set.name.empty(), "an empty name");
     const bool any = set.count() > 0;
-    check(set.hasX == any && set.hasY == any && set.hasZ == any && set.hasValue == any);
-    check(static_cast<std::size_t>(set.count()) <= size / recordBytes + 1);
-    for (int i = 0; i < set.count(); ++i) check(set.list[static_cast<std::size_t>(i)].number == i + 1);
-}
-
-// Reads the input through import_data as a user would and checks the result.
-inline void importAndCheck(const std::uint8_t* data, std::size_t size, const char* extension) {
-    quietHost();
-    const std::string path = inputFile(data, size, extension);
-    region reg;
-    region_fe fe;
-    import_data(path, false, reg, fe);
-    checkInvariants(reg, fe);
+    check(set.hasX == any && set.hasY == any && set.hasZ == any && set.hasValue == any, "the four flags");
+    check(static_cast<std::size_t>(set.count()) <= size / recordBytes + 1, "records within the text");
+    for (int i = 0; i < set.count(); ++i)
+        check(set.list[static_cast<std::size_t>(i)].number == i + 1, "numbers from 1 in file order");
 }
 
 }  // namespace fuzzutil

@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include <xercesc/sax/ErrorHandler.hpp>
 
@@ -16,6 +17,14 @@ class SecurityManager;
 class XercesDOMParser;
 class XMLEntityResolver;
 XERCES_CPP_NAMESPACE_END
+
+// readXmlMarkers from a whole file's text; `source` names the file it came
+// from in the messages of parse problems.
+void readXmlMarkersText(std::string_view text, const std::string& source, markers& set);
+// Ends the read of an XML marker file that cannot be loaded: a file that may
+// be a regular one is handed to the parser, whose reporter shows why it
+// cannot be read; then arrayWorks::FileError (IOdom, 65).
+[[noreturn]] void xmlMarkerFileUnreadable(const std::string& file);
 
 // Shows every parse problem in a message box ("Warning", "Error" or "Fatal
 // Error" at file, line, column and message) and writes it to standard error.
@@ -43,6 +52,8 @@ public:
     // Parses `file` and gives the first top-level node named `root` (nullptr
     // when there is none). Throws arrayWorks::FileError when the parse fails.
     const xercesc::DOMNode* open(const std::string& file, const std::string& root);
+    // The same for a file's text already in memory; `source` names the file.
+    const xercesc::DOMNode* openText(std::string_view text, const std::string& source, const std::string& root);
 
 private:
     std::unique_ptr<xercesc::MemoryManager> memory_;  // the parser's; outlives it

@@ -26,7 +26,7 @@ namespace {
 namespace msg = pressure_ports_messages;
 
 // Values below this are the no-value mark.
-constexpr double kNoValueBelow = -9.9e9;
+constexpr double kNoValueBelow = tundrel::kNoValueBelow;
 
 // Steps 6 to 10: the new function, or the message of a failure.
 PressurePortsResult buildField(FieldMasterD& field, const std::string& fieldName, const std::string& newName,

@@ -12,11 +12,6 @@ using Vec = z::zVec<double>;
 
 namespace {
 
-bool isCoordinateName(const std::string& name) {
-    const std::string l = lowered(name);
-    return l == "x" || l == "y" || l == "z";
-}
-
 // Names beginning with "$_" belong to the container's own functions.
 bool isReservedName(const std::string& name) { return name.rfind("$_", 0) == 0; }
 

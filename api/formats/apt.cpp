@@ -6,39 +6,30 @@
 
 #include "api/formats/formats.h"
 #include "api/formats/items.h"
+#include "api/formats/readers.h"
 #include "api/formats/text.h"
 #include "api/host.h"
 
 namespace {
 
-constexpr const char* kOpenFailed = "It is impossible to open selected file";
 constexpr const char* kCloseFailed = "It's impossible to close APT file";
 constexpr const char* kBadRange = "Dummy error";
 constexpr const char* kFewVariables = "Error in Header. The number of variables <3";
 constexpr const char* kNoCoordinates = "Error in Header. No predefined variables X or Y or Z are found";
 constexpr const char* kNoFaceCoordinates = "Irregular structure of APT file. Variables X or Y or Z are absent";
 
-// The smallest number of bytes `numbers` numbers take in a text file: one
-// digit each and a separator between them.
-bool fitsInText(std::int64_t numbers, std::size_t remaining) {
-    return numbers <= 0 || static_cast<std::uint64_t>(numbers) * 2 - 1 <= remaining;
-}
-
 double faceCoordinate(const NodeVariable& v, std::int32_t node) {
     if (node < 0 || node >= v.count) throw arrayWorks::IndexError(arrayWorks::source::ngeo, __LINE__);
     const double value = v.values[static_cast<std::size_t>(node)];
-    return value < -1000000000.0 ? 0.0 : value;
+    return value < tundrel::kWrittenAsZeroBelow ? 0.0 : value;
 }
 
 }  // namespace
 
-bool read_apt(const std::string& file, region& reg) {
-    std::string data;
-    if (!tundrel::text::loadFile(file, data)) {
-        tundrel::showMessage(kOpenFailed);
-        return false;
-    }
-    tundrel::text::Scanner in(tundrel::text::withoutByteOrderMark(data));
+namespace tundrel::formats {
+
+bool read_apt_text(std::string_view text, region& reg) {
+    tundrel::text::Scanner in(tundrel::text::withoutByteOrderMark(text));
     for (;;) {
         std::int32_t A = 0, B = 0;
         if (!in.readInt(A) || !in.readInt(B)) return true;
@@ -46,7 +37,7 @@ bool read_apt(const std::string& file, region& reg) {
         // rest of the file can hold end like a short point list.
         const std::int64_t points = static_cast<std::int64_t>(A) * B;
         if (A < 0 || B < 0 || points > std::numeric_limits<std::int32_t>::max() ||
-            !fitsInText(points * 3, in.size() - in.position())) {
+            !in.canHold(static_cast<std::uint64_t>(points) * 3)) {
             tundrel::showMessage(kCloseFailed);
             return false;
         }
@@ -154,3 +145,5 @@ bool write_apt(const std::string& file, region& reg, region_fe& reg_fe, int firs
     }
     return true;
 }
+
+}  // namespace tundrel::formats

@@ -12,6 +12,7 @@
 #include "api/formats/date.h"
 #include "api/formats/formats.h"
 #include "api/formats/items.h"
+#include "api/formats/readers.h"
 #include "api/formats/text.h"
 #include "api/host.h"
 
@@ -23,7 +24,6 @@ using tundrel::text::Scanner;
 constexpr const char* kBadRange = "Dummy Error";
 constexpr const char* kNegativeIndex = "Logical Error. Index has negative value";
 constexpr const char* kCloseFailed = "It's impossible to close DAT file";
-constexpr const char* kOpenFailed = "It's impossible to open DAT file";
 constexpr const char* kNoTitle = "Error in the Header of DAT file. Parameter TITLE is absent";
 constexpr const char* kNoVariables = "Error in the Header of DAT file. Parameter VARIABLES is absent";
 constexpr const char* kWrongNames = "Error in the Header of DAT file. Wrong names of variables";
@@ -36,7 +36,7 @@ constexpr const char* kNoSurfaces = "Error in DAT structure. No 3D surfaces are 
 constexpr const char* kTextRecord1 = "TEXT CS=FRAME,C=BLACK,S=LOCAL,X=1.,Y=1.,HU=POINT,LS=1,AN=LEFT,BXM=20,LT=0.1";
 constexpr const char* kTextRecord2 = "BXO=BLACK,BXF=WHITE,F=HELV-BOLD,H=14,A=0,MFC=";
 
-double clamped(double v) { return v < -1000000000.0 ? 0.0 : v; }
+double clamped(double v) { return v < tundrel::kWrittenAsZeroBelow ? 0.0 : v; }
 
 // ---------------------------------------------------------------------------
 // Reading
@@ -173,14 +173,10 @@ private:
         for (const std::string& n : names_)
             if (n.empty() || !seen.insert(n).second) throw Failure{kWrongNames};
         // The library's geometry is a surface in space: x, y and z are needed.
-        bool x = false, y = false, z = false;
-        for (const std::string& n : names_) {
-            const std::string l = lowered(n);
-            x = x || l == "x";
-            y = y || l == "y";
-            z = z || l == "z";
-        }
-        if (!(x && y && z)) throw Failure{kNoSurfaces};
+        bool axes[3] = {false, false, false};
+        for (const std::string& n : names_)
+            if (const int axis = coordinateAxis(n); axis >= 0) axes[axis] = true;
+        if (!(axes[0] && axes[1] && axes[2])) throw Failure{kNoSurfaces};
     }
 
     void readFileType() {
@@ -314,12 +310,7 @@ private:
         return z;
     }
 
-    // Whether `numbers` numbers fit in what is left of the file: at least one
-    // character each and a separator between them.
-    bool fits(std::uint64_t numbers) const {
-        const std::uint64_t remaining = in_.size() - in_.position();
-        return numbers == 0 || numbers <= remaining / 2 + 1;
-    }
+    bool fits(std::uint64_t numbers) const { return in_.canHold(numbers); }
 
     // A value that is not a decimal number: what the writer prints for
     // non-finite numbers, or the end of the zone's data.
@@ -524,14 +515,11 @@ private:
 
 }  // namespace
 
-bool read_dat(const std::string& file, region& reg, region_fe& reg_fe) {
-    tundrel::text::FileText data;
-    if (!data.open(file)) {
-        tundrel::showMessage(kOpenFailed);
-        return false;
-    }
+namespace tundrel::formats {
+
+bool read_dat_text(std::string_view text, region& reg, region_fe& reg_fe) {
     try {
-        DatReader(tundrel::text::withoutByteOrderMark(data.view()), reg, reg_fe).run();
+        DatReader(tundrel::text::withoutByteOrderMark(text), reg, reg_fe).run();
     } catch (const Failure& f) {
         tundrel::showMessage(f.message);
         return false;
@@ -630,3 +618,5 @@ bool write_dat(const std::string& file, region& reg, region_fe& reg_fe, int firs
     }
     return true;
 }
+
+}  // namespace tundrel::formats

@@ -1,6 +1,9 @@
 #include <cctype>
 
 #include "api/formats/formats.h"
+#include "api/formats/readers.h"
+#include "api/formats/text.h"
+#include "api/host.h"
 
 std::string file_extension(const std::string& name) {
     const std::size_t dot = name.rfind('.');
@@ -27,39 +30,55 @@ std::shared_ptr<StructPatch> transpose_patch(const StructPatch& p) {
 
 namespace {
 
-using Reader = bool (*)(const std::string&, region&, region_fe&);
-using Writer = bool (*)(const std::string&, region&, region_fe&, int, int, int, bool);
+using namespace tundrel::formats;
 
-struct Format {
-    const char* extension;
-    Reader read;
-    Writer write;
-};
+constexpr std::string_view kApt[] = {"apt"};
+constexpr std::string_view kFld[] = {"fld"};
+constexpr std::string_view kDat[] = {"dat"};
+constexpr std::string_view kWrl[] = {"wrl"};
 
 // The formats in the order the dispatch tests them. Each entry adapts the
 // format's own reader and writer signature.
-const Format kFormats[] = {
-    {"apt", [](const std::string& f, region& r, region_fe&) { return read_apt(f, r); }, write_apt},
-    {"fld", [](const std::string& f, region& r, region_fe&) { return read_fld(f, r); },
+const tundrel::GeometryFormat kFormats[] = {
+    {"APT", kApt, true, false, [](std::string_view t, region& r, region_fe&) { return read_apt_text(t, r); },
+     kAptCannotOpen, write_apt},
+    {"FLD", kFld, true, false, [](std::string_view t, region& r, region_fe&) { return read_fld_text(t, r); },
+     kFldCannotOpen,
      [](const std::string& f, region& r, region_fe&, int first, int last, int precision, bool scientific) {
          return write_fld(f, r, first, last, precision, scientific);
      }},
-    {"dat", read_dat, write_dat},
-    {"wrl", read_vrml, write_vrml},
+    {"DAT", kDat, true, true, read_dat_text, kDatCannotOpen, write_dat},
+    {"VRML", kWrl, false, true, read_vrml_text, kVrmlCannotOpen, write_vrml},
 };
-
-const Format* findFormat(const std::string& ext) {
-    for (const Format& f : kFormats)
-        if (ext == f.extension) return &f;
-    return nullptr;
-}
 
 }  // namespace
 
+namespace tundrel {
+
+std::span<const GeometryFormat> geometryFormats() noexcept { return kFormats; }
+
+const GeometryFormat* findGeometryFormat(std::string_view extension) noexcept {
+    for (const GeometryFormat& f : kFormats)
+        for (std::string_view e : f.extensions)
+            if (extension == e) return &f;
+    return nullptr;
+}
+
+bool readGeometryFile(const GeometryFormat& format, const std::string& file, region& reg, region_fe& reg_fe) {
+    std::string text;
+    if (!text::loadFile(file, text)) {
+        showMessage(format.cannotOpen);
+        return false;
+    }
+    return format.read(text, reg, reg_fe);
+}
+
+}  // namespace tundrel
+
 bool import_data(const std::string& file, bool transpose, region& reg, region_fe& reg_fe) {
-    const Format* format = findFormat(file_extension(file));
+    const tundrel::GeometryFormat* format = tundrel::findGeometryFormat(file_extension(file));
     if (format == nullptr) return false;
-    const bool ok = format->read(file, reg, reg_fe);
+    const bool ok = tundrel::readGeometryFile(*format, file, reg, reg_fe);
     if (ok && transpose) {
         for (int k = 0; k < reg.patchCount(); ++k)
             if (reg.patches.exists(k)) reg.patches.set(k, transpose_patch(reg.patch(k)));
@@ -72,7 +91,7 @@ bool export_data(const std::string& file, int precision, bool split, bool scient
     const std::string ext = file_extension(file);
     int count = reg.patchCount();
     if (ext != "fld") count += reg_fe.patchCount();
-    const Format* format = findFormat(ext);
+    const tundrel::GeometryFormat* format = tundrel::findGeometryFormat(ext);
 
     auto pass = [&](const std::string& name, int first, int last) {
         return format != nullptr && format->write(name, reg, reg_fe, first, last, precision, scientific);

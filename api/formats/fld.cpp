@@ -7,37 +7,22 @@
 #include "api/formats/date.h"
 #include "api/formats/formats.h"
 #include "api/formats/items.h"
+#include "api/formats/readers.h"
 #include "api/formats/text.h"
 #include "api/host.h"
 
 namespace {
 
-constexpr const char* kOpenFailed = "It is impossible to open selected FLD file";
 constexpr const char* kCloseFailed = "It's impossible to close FLD file";
 constexpr const char* kBadRange = "Dummy Error";
 constexpr const char* kNoCoordinates = "Error in Header. No predefined variables X or Y or Z are found";
 
-// Whether `numbers` numbers can still come in `remaining` bytes of text: at
-// least one character each and a separator between them.
-bool fitsInText(std::int64_t numbers, std::size_t remaining) {
-    return numbers <= 0 || static_cast<std::uint64_t>(numbers) * 2 - 1 <= remaining;
-}
-
-bool isCoordinate(const std::string& name) {
-    const std::string n = lowered(name);
-    return n == "x" || n == "y" || n == "z";
-}
-
 }  // namespace
 
-bool read_fld(const std::string& file, region& reg) {
-    std::string data;
-    if (!tundrel::text::loadFile(file, data)) {
-        tundrel::showMessage(kOpenFailed);
-        return false;
-    }
-    tundrel::text::Scanner in(tundrel::text::withoutByteOrderMark(data));
-    const auto remaining = [&] { return in.size() - in.position(); };
+namespace tundrel::formats {
+
+bool read_fld_text(std::string_view text, region& reg) {
+    tundrel::text::Scanner in(tundrel::text::withoutByteOrderMark(text));
 
     std::string title;
     if (in.readWord(title)) reg.name = std::move(title);
@@ -45,7 +30,7 @@ bool read_fld(const std::string& file, region& reg) {
     in.readInt(patches);
     in.readInt(extras);
     // Every name takes at least two characters of what is left.
-    if (in.good() && (extras < 0 || !fitsInText(extras, remaining()))) in.setFail();
+    if (in.good() && (extras < 0 || !in.canHold(static_cast<std::uint64_t>(extras)))) in.setFail();
 
     std::vector<std::string> names{"x", "y", "z"};
     for (std::int32_t k = 0; k < extras && in.good(); ++k) {
@@ -71,7 +56,7 @@ bool read_fld(const std::string& file, region& reg) {
         // rest of the file can hold end the file like a short point list.
         const std::int64_t points = static_cast<std::int64_t>(A) * B;
         if (A < 0 || B < 0 || points > std::numeric_limits<std::int32_t>::max() ||
-            !fitsInText(points * perPoint, remaining()) || variableBudget < names.size()) {
+            !in.canHold(static_cast<std::uint64_t>(points * perPoint)) || variableBudget < names.size()) {
             in.setFail();
             break;
         }
@@ -128,7 +113,7 @@ bool write_fld(const std::string& file, region& reg, int first, int last, int pr
             out.endl();
             out << "   " << (last - first + 1) << "   " << (p.variableCount() - 3);
             for (const auto& v : p.variables)
-                if (v && !isCoordinate(v->name)) out << "     " << v->name;
+                if (v && !isCoordinateName(v->name)) out << "     " << v->name;
         }
         out.endl();
         out << p.J << ' ' << p.I << ' ' << "WALL  WALL  WALL  WALL";
@@ -139,7 +124,7 @@ bool write_fld(const std::string& file, region& reg, int first, int last, int pr
         std::vector<const NodeVariable*> extra;
         for (int k = 0; k < variables; ++k) {
             const NodeVariable& v = p.variable(k);
-            if (!isCoordinate(v.name)) extra.push_back(&v);
+            if (!isCoordinateName(v.name)) extra.push_back(&v);
         }
         for (const NodeVariable* v : {&x, &y, &z})
             if (v->count < p.N) throw arrayWorks::IndexError(arrayWorks::source::geo, __LINE__);
@@ -159,3 +144,5 @@ bool write_fld(const std::string& file, region& reg, int first, int last, int pr
     }
     return true;
 }
+
+}  // namespace tundrel::formats

@@ -1,10 +1,13 @@
-// File exchange: the dispatch by extension and the readers and writers of the
-// four geometry formats. Readers append to the caller's objects; writers write
-// the export items first..last (the region's patches, then the face patches of
+// File exchange: the dispatch by extension and the table of geometry formats
+// it goes through. Readers append to the caller's objects; writers write the
+// export items first..last (the region's patches, then the face patches of
 // the region_fe). Every failure is shown through the host and gives false.
 #pragma once
 
+#include <memory>
+#include <span>
 #include <string>
+#include <string_view>
 
 #include "api/export.h"
 #include "api/geo.h"
@@ -29,24 +32,36 @@ TUNDREL_API std::string file_extension(const std::string& name);
 // A new patch with the first and second directions exchanged.
 TUNDREL_API std::shared_ptr<StructPatch> transpose_patch(const StructPatch& p);
 
-TUNDREL_API bool read_apt(const std::string& file, region& reg);
-TUNDREL_API bool write_apt(const std::string& file, region& reg, region_fe& reg_fe, int first, int last,
-                           int precision, bool scientific);
+namespace tundrel {
 
-// FLD: a titled list of structured patches with extra variables and the flow
-// conditions; face patches are not written.
-TUNDREL_API bool read_fld(const std::string& file, region& reg);
-TUNDREL_API bool write_fld(const std::string& file, region& reg, int first, int last, int precision, bool scientific);
+// One geometry format of the table import_data and export_data dispatch
+// through.
+struct GeometryFormat {
+    std::string_view name;                          // "APT", "FLD", "DAT", "VRML"
+    std::span<const std::string_view> extensions;   // lower case, without the dot
+    bool structuredPatches;                         // reads and writes region patches
+    bool facePatches;                               // reads and writes region_fe face patches
+    // Reads a whole file's text: appends to `reg` / `reg_fe`, or shows the
+    // format's message and gives false (what was appended before stays).
+    bool (*read)(std::string_view text, region& reg, region_fe& reg_fe);
+    // Shown when the file cannot be loaded (missing, not a regular file,
+    // unreadable, too large for memory).
+    const char* cannotOpen;
+    // Writes the export items first..last to `file` (FLD: patches only).
+    bool (*write)(const std::string& file, region& reg, region_fe& reg_fe, int first, int last, int precision,
+                  bool scientific);
+};
 
-// DAT (Tecplot ASCII): ordered zones go to and come from `reg`, finite-element
-// zones of triangles (quadrilaterals are split on reading) `reg_fe`.
-TUNDREL_API bool read_dat(const std::string& file, region& reg, region_fe& reg_fe);
-TUNDREL_API bool write_dat(const std::string& file, region& reg, region_fe& reg_fe, int first, int last,
-                           int precision, bool scientific);
+// The geometry formats, in the order the dispatch tests them: APT, FLD, DAT,
+// VRML.
+TUNDREL_API std::span<const GeometryFormat> geometryFormats() noexcept;
 
-// VRML: reads the IndexedFaceSets of a VRML 1.0 or 2.0 file into face patches
-// of `reg_fe` ("PatchVRML_" and the patch's position); writes items as one
-// VRML 2.0 world, structured patches cut into triangles.
-TUNDREL_API bool read_vrml(const std::string& file, region& reg, region_fe& reg_fe);
-TUNDREL_API bool write_vrml(const std::string& file, region& reg, region_fe& reg_fe, int first, int last,
-                            int precision, bool scientific);
+// The format of a lowered extension ("wrl"), or nullptr.
+TUNDREL_API const GeometryFormat* findGeometryFormat(std::string_view extension) noexcept;
+
+// Loads `file` and reads its text with `format`; a file that cannot be
+// loaded shows the format's cannotOpen message and gives false.
+TUNDREL_API bool readGeometryFile(const GeometryFormat& format, const std::string& file, region& reg,
+                                  region_fe& reg_fe);
+
+}  // namespace tundrel

@@ -35,8 +35,9 @@ bool loadFile(const std::string& path, std::string& out) {
     struct stat st {};
     const int fd = openRegular(path, st);
     if (fd < 0) return false;
-    // Straight into the string, in large reads; a file that grows meanwhile
-    // is read on to its end.
+    // Read, not mapped: a mapped file that another program cuts short while it
+    // is read ends the process with SIGBUS. Straight into the string, in large
+    // reads; a file that grows meanwhile is read on to its end.
     std::size_t used = 0;
     try {
         out.resize(static_cast<std::size_t>(st.st_size) + 1);
@@ -46,6 +47,7 @@ bool loadFile(const std::string& path, std::string& out) {
             const ssize_t n = ::read(fd, out.data() + used, want);
             if (n == 0) break;
             if (n < 0) {
+                if (errno == EINTR) continue;
                 ::close(fd);
                 out.clear();
                 return false;
@@ -59,49 +61,6 @@ bool loadFile(const std::string& path, std::string& out) {
     }
     ::close(fd);
     out.resize(used);
-    return true;
-}
-
-FileText::~FileText() = default;
-
-// Read, not mapped: a mapped file that another program cuts short while it
-// is read ends the process with SIGBUS. Read into a buffer that is not
-// zero-filled first.
-bool FileText::open(const std::string& path) {
-    data_.reset();
-    size_ = 0;
-    struct stat st {};
-    const int fd = openRegular(path, st);
-    if (fd < 0) return false;
-    std::size_t capacity = static_cast<std::size_t>(st.st_size) + 1;
-    std::unique_ptr<char[]> buf;
-    std::size_t used = 0;
-    try {
-        buf.reset(new char[capacity]);
-        for (;;) {
-            if (used == capacity) {  // the file grew meanwhile: read on to its end
-                std::unique_ptr<char[]> bigger(new char[capacity * 2]);
-                std::memcpy(bigger.get(), buf.get(), used);
-                buf = std::move(bigger);
-                capacity *= 2;
-            }
-            const std::size_t want = std::min<std::size_t>(capacity - used, std::size_t{1} << 30);
-            const ssize_t n = ::read(fd, buf.get() + used, want);
-            if (n == 0) break;
-            if (n < 0) {
-                if (errno == EINTR) continue;
-                ::close(fd);
-                return false;
-            }
-            used += static_cast<std::size_t>(n);
-        }
-    } catch (const std::bad_alloc&) {
-        ::close(fd);
-        return false;
-    }
-    ::close(fd);
-    data_ = std::move(buf);
-    size_ = used;
     return true;
 }
 

@@ -15,8 +15,9 @@
 
 namespace tundrel::text {
 
-// Reads a whole regular file. False when it cannot be opened or read (a
-// directory, a missing file, a read error).
+// Reads a whole regular file: the one file loader of every reader. False (and
+// `out` empty) when it cannot be opened or read: a missing file, a directory,
+// a named pipe or device (never waited on), a read error, no memory for it.
 bool loadFile(const std::string& path, std::string& out);
 
 // What separates tokens besides whitespace. The default is an input
@@ -25,24 +26,6 @@ bool loadFile(const std::string& path, std::string& out);
 struct Separators {
     bool commas = false;
     bool hashComments = false;
-};
-
-// A whole regular file's text, read into memory. open() is false when the
-// file cannot be opened or read (a directory, a named pipe, a missing file, a
-// read error, no memory for it).
-class FileText {
-public:
-    FileText() = default;
-    ~FileText();
-    FileText(const FileText&) = delete;
-    FileText& operator=(const FileText&) = delete;
-
-    bool open(const std::string& path);
-    std::string_view view() const noexcept { return {data_.get(), size_}; }
-
-private:
-    std::unique_ptr<char[]> data_;
-    std::size_t size_ = 0;
 };
 
 // Stream-like scanner over text in memory. A failed read sets a sticky fail
@@ -63,6 +46,14 @@ public:
     std::string_view rest() const noexcept { return {p_, static_cast<std::size_t>(end_ - p_)}; }
     int peek() const noexcept { return p_ < end_ ? static_cast<unsigned char>(*p_) : -1; }
     void advance(std::size_t n = 1) noexcept { p_ = (static_cast<std::size_t>(end_ - p_) < n) ? end_ : p_ + n; }
+
+    // Whether `numbers` numbers can still follow in what is left: at least
+    // one character each and a separator between them. Readers check the
+    // counts a file states against this before they allocate for them.
+    bool canHold(std::uint64_t numbers) const noexcept {
+        const std::uint64_t left = static_cast<std::uint64_t>(end_ - p_);
+        return numbers == 0 || (numbers <= left && 2 * numbers - 1 <= left);
+    }
 
     // Skips blanks, tabs, line ends (as std::isspace in the C locale), and
     // commas and comments when the separators say so.

@@ -41,6 +41,7 @@
 #include "api/formats/date.h"
 #include "api/formats/formats.h"
 #include "api/formats/items.h"
+#include "api/formats/readers.h"
 #include "api/formats/text.h"
 #include "api/host.h"
 
@@ -487,15 +488,16 @@ int headerVersion(std::string_view text, std::size_t& body) {
 
 }  // namespace
 
-bool read_vrml(const std::string& file, region& /*reg*/, region_fe& reg_fe) {
-    std::string data;
+namespace tundrel::formats {
+
+bool read_vrml_text(std::string_view text, region& /*reg*/, region_fe& reg_fe) {
     std::size_t body = 0;
-    const int version = tundrel::text::loadFile(file, data) ? headerVersion(data, body) : 0;
+    const int version = headerVersion(text, body);
     if (version == 0) {
         tundrel::showMessage(kNoHeader);
         return false;
     }
-    Reader reader(data, body, version, reg_fe);
+    Reader reader(text, body, version, reg_fe);
     if (!reader.run() || reader.surfaces() == 0) {
         tundrel::showMessage(kNoSurface);
         return false;
@@ -554,3 +556,5 @@ bool write_vrml(const std::string& file, region& reg, region_fe& reg_fe, int fir
     }
     return true;
 }
+
+}  // namespace tundrel::formats

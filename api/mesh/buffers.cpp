@@ -205,24 +205,11 @@ std::shared_ptr<FacePatch> refinedPatch(const FacePatch& p, EdgeSearch search) {
     return search == EdgeSearch::hashed ? refine<HashedEdges>(p) : refine<LinearEdges>(p);
 }
 
-void turnFaces(FacePatch& p) {
-    const std::size_t length = std::min(p.faceIndex.size(), 4 * static_cast<std::size_t>(std::max(p.faces, 0)));
-    for (std::size_t at = 0; at + 2 < length; at += 4) {
-        std::int32_t& b = p.faceIndex[at + 1];
-        std::int32_t& c = p.faceIndex[at + 2];
-        if (b != -1 && c != -1) std::swap(b, c);
-    }
-}
-
 int mirrorPatch(region_fe& r, int k, MirrorPlane plane) {
     const FacePatch& p = r.patch(k);
     int axis[3] = {-1, -1, -1};  // position among the first three of x, y, z
-    for (int v = 0; v < 3; ++v) {
-        const std::string n = lowered(p.variable(v).name);
-        if (n == "x") axis[0] = v;
-        else if (n == "y") axis[1] = v;
-        else if (n == "z") axis[2] = v;
-    }
+    for (int v = 0; v < 3; ++v)
+        if (const int a = coordinateAxis(p.variable(v).name); a >= 0) axis[a] = v;
     if (axis[0] < 0 || axis[1] < 0 || axis[2] < 0) return -1;
     const int across = plane == MirrorPlane::yz ? axis[0] : plane == MirrorPlane::xz ? axis[1] : axis[2];
 
@@ -235,7 +222,7 @@ int mirrorPatch(region_fe& r, int k, MirrorPlane plane) {
         const double sign = v == across ? -1.0 : 1.0;
         for (int n = 0; n < from.nodes; ++n) to.values[static_cast<std::size_t>(n)] = sign * values[n];
     }
-    turnFaces(image);
+    tundrel::reverseFaces(image);
     return count;
 }
 

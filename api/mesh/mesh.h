@@ -94,12 +94,10 @@ enum class MirrorPlane { xy, yz, xz };
 
 // Appends the mirror image of patch k (add_patch_fe, then the coordinates of
 // k with the one across the plane negated: z for xy, x for yz, y for xz) with
-// every face turned round, so that a closed half model and its image both
-// keep outward normals. Returns the new patch count, or -1 when the new patch
+// every face turned round as change_normal_fe turns it ((a, b, c) becomes
+// (a, c, b), a quad (a, b, c, d) becomes (a, d, c, b)), so that a closed half
+// model and its image both keep outward normals. Returns the new patch count, or -1 when the new patch
 // lacks one of "x", "y", "z" (nothing is appended then).
 TUNDREL_API int mirrorPatch(region_fe& r, int k, MirrorPlane plane);
-
-// Turns every face of patch p round by exchanging its second and third node.
-void turnFaces(FacePatch& p);
 
 }  // namespace tundrel::mesh

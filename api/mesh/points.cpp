@@ -19,11 +19,9 @@ FacePatch* acceptedPatch(region_fe& r, int patch, int node) {
 enum class Axis { none, x, y, z };
 
 Axis axisOf(const NodeVariable& v) {
-    const std::string n = lowered(v.name);
-    if (n == "x") return Axis::x;
-    if (n == "y") return Axis::y;
-    if (n == "z") return Axis::z;
-    return Axis::none;
+    static constexpr Axis kAxes[] = {Axis::x, Axis::y, Axis::z};
+    const int axis = coordinateAxis(v.name);
+    return axis < 0 ? Axis::none : kAxes[axis];
 }
 
 }  // namespace

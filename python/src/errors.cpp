@@ -59,41 +59,14 @@ std::string numberText(double v) {
     return std::string(buf, r.ptr);
 }
 
-namespace {
-
-void checkValues(const PatchBase& p, std::size_t nodes, const char* what, int k) {
-    for (const auto& v : p.variables)
-        if (v && v->values.size() != nodes)
-            throw py::value_error(std::string(what) + " " + std::to_string(k) + ": variable \"" + v->name + "\" holds " +
-                                  std::to_string(v->values.size()) + " values for " + std::to_string(nodes) +
-                                  " nodes");
-}
-
-}  // namespace
-
+// The model's invariants, as the library states them, before a call trusts
+// the geometry.
 void checkFaces(const region_fe& reg_fe) {
-    for (int k = 0; k < reg_fe.patchCount(); ++k) {
-        if (!reg_fe.patches.exists(k)) continue;
-        const FacePatch& p = reg_fe.patch(k);
-        const std::string where = "face patch " + std::to_string(k);
-        if (p.nodes < 0 || p.nodes != p.N || p.faces < 0 || p.indexLength < 0 ||
-            static_cast<std::size_t>(p.indexLength) != p.faceIndex.size() ||
-            static_cast<std::int64_t>(p.faces) * 4 > p.indexLength)
-            throw py::value_error(where + ": " + std::to_string(p.faces) + " faces do not fit an index list of " +
-                                  std::to_string(p.faceIndex.size()) + " entries");
-        for (std::size_t i = 0; i < p.faceIndex.size(); ++i) {
-            const std::int32_t n = p.faceIndex[i];
-            if (n < -1 || n >= p.nodes)
-                throw py::value_error(where + ": faceIndex[" + std::to_string(i) + "] = " + std::to_string(n) +
-                                      " is not -1 or a node number below " + std::to_string(p.nodes));
-        }
-        checkValues(p, static_cast<std::size_t>(p.nodes), "face patch", k);
-    }
+    if (std::string broken = tundrel::validate(region{}, reg_fe); !broken.empty()) throw py::value_error(broken);
 }
 
 void checkPatches(const region& reg) {
-    for (int k = 0; k < reg.patchCount(); ++k)
-        if (reg.patches.exists(k)) checkValues(reg.patch(k), static_cast<std::size_t>(reg.patch(k).N), "patch", k);
+    if (std::string broken = tundrel::validate(reg, region_fe{}); !broken.empty()) throw py::value_error(broken);
 }
 
 void bindErrors(py::module_& m) {

@@ -7,6 +7,11 @@ using testutil::HostTest;
 
 namespace {
 
+bool write_apt(const std::string& file, region& reg, region_fe& fe, int first, int last, int precision,
+               bool scientific) {
+    return tundrel::findGeometryFormat("apt")->write(file, reg, fe, first, last, precision, scientific);
+}
+
 const char* kSixPoints =
     "2 3\n"
     "0 0 0\n1 0 0\n2 0 0\n"
@@ -36,48 +41,6 @@ TEST_F(Apt, ReadsAPatchAsSecondCountThenFirstCount) {
     EXPECT_TRUE(messages().empty());
 }
 
-// How reading ends: the normal end, a damaged last patch, hostile headers.
-struct EndCase {
-    const char* name;
-    std::string text;
-    bool result;
-    int patches;
-    const char* message;  // nullptr: no message
-};
-
-void PrintTo(const EndCase& c, std::ostream* os) { *os << c.name; }
-
-class AptEnds : public HostTest, public ::testing::WithParamInterface<EndCase> {};
-
-TEST_P(AptEnds, EndsAsTheFormatSays) {
-    const EndCase& c = GetParam();
-    testutil::writeFile(dir.file("m.apt"), c.text);
-    region reg;
-    region_fe fe;
-    reg.append(testutil::gridPatch(2, 2));  // readers append to what is there
-    EXPECT_EQ(import_data(dir.file("m.apt"), false, reg, fe), c.result);
-    EXPECT_EQ(reg.patchCount(), 1 + c.patches);
-    if (c.message) {
-        ASSERT_EQ(messages().size(), 1u);
-        EXPECT_EQ(messages()[0], c.message);
-    } else {
-        EXPECT_TRUE(messages().empty());
-    }
-}
-
-const std::string kDamaged = std::string(kSixPoints) + "1 2\n1 2 3\n4\n";
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, AptEnds,
-    ::testing::Values(
-        EndCase{"empty", "", true, 0, nullptr},
-        EndCase{"emptyPatch", "0 0\n", true, 1, nullptr},
-        EndCase{"trailingText", std::string(kSixPoints) + "end of model\n", true, 1, nullptr},
-        EndCase{"lastPatchShort", kDamaged, false, 1, "It's impossible to close APT file"},
-        EndCase{"garbageInPoints", "1 1\n1 x 3\n", false, 0, "It's impossible to close APT file"},
-        EndCase{"negativeCount", "-1 5\n", false, 0, "It's impossible to close APT file"},
-        EndCase{"moreThanTheFileHolds", "40000 40000\n1 2 3\n", false, 0, "It's impossible to close APT file"}),
-    [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(Apt, RoundTripsByteForByte) {
     testutil::writeFile(dir.file("in.apt"), kSixPoints);

@@ -8,6 +8,11 @@ using testutil::HostTest;
 
 namespace {
 
+bool write_fld(const std::string& file, region& reg, int first, int last, int precision, bool scientific) {
+    region_fe none;
+    return tundrel::findGeometryFormat("fld")->write(file, reg, none, first, last, precision, scientific);
+}
+
 const std::string kWing =
     "wing\n"
     "   1   1     cp\n"
@@ -95,35 +100,3 @@ TEST_F(Fld, WriterChecks) {
                                                     header, header, "It's impossible to close FLD file"}));
 }
 
-// How reading ends: patches kept so far, the message, the flow conditions.
-struct FldEnd {
-    const char* name;
-    std::string text;
-    int patches;
-};
-
-void PrintTo(const FldEnd& c, std::ostream* os) { *os << c.name; }
-
-class FldDamaged : public HostTest, public ::testing::WithParamInterface<FldEnd> {};
-
-TEST_P(FldDamaged, KeepsWhatWasReadAndFails) {
-    const FldEnd& c = GetParam();
-    testutil::writeFile(dir.file("bad.fld"), c.text);
-    region reg;
-    region_fe fe;
-    EXPECT_FALSE(import_data(dir.file("bad.fld"), false, reg, fe));
-    EXPECT_EQ(reg.patchCount(), c.patches);
-    EXPECT_EQ(messages(), std::vector<std::string>{"It's impossible to close FLD file"});
-}
-
-const std::string kPatchless = kWing.substr(0, kWing.find("2 3 WALL"));
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, FldDamaged,
-    ::testing::Values(FldEnd{"empty", "", 0}, FldEnd{"noFlowConditions", kWing.substr(0, kWing.rfind('\n')), 1},
-                      FldEnd{"shortPointList", kWing.substr(0, kWing.find("2 1 1")), 1},  // appended anyway
-                      FldEnd{"fewerPatchesThanCounted", "w 2 0\n1 1 WALL WALL WALL WALL\n0 0 0\n0.5 0 0", 1},
-                      FldEnd{"negativeCounts", kPatchless + "-2 3 WALL  WALL  WALL  WALL\n", 0},
-                      FldEnd{"moreThanTheFileHolds", kPatchless + "30000 30000 W W W W\n1 2 3 4\n", 0},
-                      FldEnd{"moreNamesThanTheFileHolds", "w 1 2000000000 cp\n", 0}),
-    [](const auto& info) { return std::string(info.param.name); });

@@ -8,8 +8,10 @@ using testutil::HostTest;
 
 namespace {
 
-const char* kNoHeader = "It is impossible to open VRML or identify it's header";
-const char* kNoSurface = "Error in VRML structure. No 3D surfaces are found";
+bool write_vrml(const std::string& file, region& reg, region_fe& fe, int first, int last, int precision,
+                bool scientific) {
+    return tundrel::findGeometryFormat("wrl")->write(file, reg, fe, first, last, precision, scientific);
+}
 
 // The header line with the date the file was written with, of the two taken
 // before and after writing.
@@ -178,7 +180,7 @@ TEST_F(Vrml, ReadsAMeshGeneratorsVrml1) {
 TEST_F(Vrml, ReadsAToolkitsVrml2) {
     region reg;
     region_fe fe;
-    ASSERT_TRUE(read_vrml(testutil::dataFile("toolkit_v2.wrl"), reg, fe));
+    ASSERT_TRUE(import_data(testutil::dataFile("toolkit_v2.wrl"), false, reg, fe));
     EXPECT_TRUE(messages().empty());
     ASSERT_EQ(fe.patchCount(), 3);  // the prototype's face set is not a surface
     EXPECT_EQ(fe.patch(0).name, "PatchVRML_0");
@@ -190,64 +192,3 @@ TEST_F(Vrml, ReadsAToolkitsVrml2) {
     EXPECT_EQ(values(fe.patch(2), "Y"), (std::vector<double>{7, 6, 5}));
 }
 
-// How reading ends for files that are not clean surfaces.
-struct ReadCase {
-    const char* name;
-    std::string text;
-    int patches;          // face patches appended
-    const char* message;  // nullptr: read succeeds
-};
-
-void PrintTo(const ReadCase& c, std::ostream* os) { *os << c.name; }
-
-class VrmlReads : public HostTest, public ::testing::WithParamInterface<ReadCase> {};
-
-TEST_P(VrmlReads, EndsAsTheFormatSays) {
-    const ReadCase& c = GetParam();
-    testutil::writeFile(dir.file("c.wrl"), c.text);
-    region reg;
-    region_fe fe;
-    EXPECT_EQ(read_vrml(dir.file("c.wrl"), reg, fe), c.message == nullptr);
-    EXPECT_EQ(fe.patchCount(), c.patches);
-    EXPECT_EQ(messages(), c.message ? std::vector<std::string>{c.message} : std::vector<std::string>{});
-}
-
-const std::string kV2 = "#VRML V2.0 utf8\n";
-std::string faceSet(const std::string& points, const std::string& index) {
-    return "Shape { geometry IndexedFaceSet { coord Coordinate { point [ " + points + " ] } coordIndex [ " + index +
-           " ] } }\n";
-}
-const std::string kTriangle = faceSet("0 0 0, 1 0 0, 0 1 0", "0 1 2 -1");
-std::string nested(int levels) {
-    std::string s = kV2;
-    for (int k = 0; k < levels; ++k) s += "Group { children [ ";
-    s += kTriangle;
-    for (int k = 0; k < levels; ++k) s += "] } ";
-    return s;
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, VrmlReads,
-    ::testing::Values(
-        ReadCase{"singlePointSkipped", kV2 + faceSet("1 2 3", "0") + kTriangle, 1, nullptr},
-        ReadCase{"nestedWithinLimit", nested(200), 1, nullptr},
-        ReadCase{"emptyFile", "", 0, kNoHeader},
-        ReadCase{"notVrml", "solid cube\nfacet normal 0 0 1\n", 0, kNoHeader},
-        ReadCase{"headerNotFirst", "\n" + kV2 + kTriangle, 0, kNoHeader},
-        ReadCase{"noFaceSet", kV2 + "Shape { geometry Box { size 1 1 1 } }\n", 0, kNoSurface},
-        ReadCase{"degeneratePolygons", kV2 + faceSet("0 0 0, 1 0 0, 0 1 0", "0 1 -1 -1 2"), 0, kNoSurface},
-        ReadCase{"unclosedNode", kV2 + kTriangle + "Transform { children [ " + kTriangle + "]", 2, kNoSurface},
-        ReadCase{"bracketMismatch", kV2 + faceSet("0 0 0, 1 0 0, 0 1 0", "0 1 2 }"), 0, kNoSurface},
-        ReadCase{"extraClose", kV2 + kTriangle + "}\n", 1, kNoSurface},
-        ReadCase{"indexPastTheEnd", kV2 + faceSet("0 0 0, 1 0 0, 0 1 0", "0 1 3"), 0, kNoSurface},
-        ReadCase{"indexBelowMinusOne", kV2 + faceSet("0 0 0, 1 0 0, 0 1 0", "0 -2 1"), 0, kNoSurface},
-        ReadCase{"indexTooLargeForInt", kV2 + faceSet("0 0 0, 1 0 0, 0 1 0", "0 1 99999999999"), 0, kNoSurface},
-        ReadCase{"pointsNotTriples", kV2 + faceSet("0 0 0, 1 0 0, 0 1", "0 1 2"), 0, kNoSurface},
-        ReadCase{"pointNan", kV2 + faceSet("0 0 0, nan 0 0, 0 1 0", "0 1 2"), 0, kNoSurface},
-        ReadCase{"v1WithoutCoordinates", "#VRML V1.0 ascii\nIndexedFaceSet { coordIndex [ 0 1 2 ] }\n", 0,
-                 kNoSurface},
-        ReadCase{"unknownUse", kV2 + "Shape { geometry IndexedFaceSet { coord USE no coordIndex [ 0 1 2 ] } }\n", 0,
-                 kNoSurface},
-        ReadCase{"unclosedString", kV2 + "WorldInfo { title \"abc }\n" + kTriangle, 0, kNoSurface},
-        ReadCase{"tooDeep", nested(300), 0, kNoSurface}),
-    [](const auto& info) { return std::string(info.param.name); });

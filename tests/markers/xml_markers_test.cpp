@@ -187,8 +187,14 @@ TEST_F(XmlMarkers, HostileCountsAndEntitiesEndInFileError) {
     ASSERT_EQ(messages().size(), 1u);
     EXPECT_EQ(messages()[0].rfind("Fatal Error at file \"" + file + "\"\nline 15\n", 0), 0u) << messages()[0];
 
+    // A missing file: the parser's report of why, then File error.
     file = dir.file("none.mrk");
+    ::testing::internal::CaptureStderr();
     EXPECT_THROW(importMarkers(file, *std::make_unique<markers>(), 0), arrayWorks::FileError);
+    ::testing::internal::GetCapturedStderr();
+    ASSERT_EQ(messages().size(), 2u);
+    EXPECT_EQ(messages()[1], "Fatal Error at file \"\"\nline 0\ncolumn 0\nMessage: unable to open primary document "
+                             "entity '" + file + "'");
 }
 
 TEST(MarkersCli, PrintsTheSetAsJsonAndFailsWithTheReportersText) {

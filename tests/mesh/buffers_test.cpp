@@ -202,3 +202,14 @@ TEST(Mirror, ImageAcrossEachPlaneKeepsNormalsOutward) {
     EXPECT_EQ(tundrel::mesh::mirrorPatch(r, 0, MirrorPlane::xz), -1);
     EXPECT_EQ(r.patchCount(), 1);
 }
+
+// The image of a quad patch is quads, turned as change_normal_fe turns them
+// (it once came out as bow-ties, (a, b, c, d) turned into (a, c, b, d)).
+TEST(Mirror, QuadsStayQuadsTurnedAsChangeNormalTurnsThem) {
+    region_fe r;
+    r.append(facePatch(6, {0, 1, 4, 3, 1, 2, 5, 4, 0, 1, 2, -1}));
+    ASSERT_EQ(tundrel::mesh::mirrorPatch(r, 0, tundrel::mesh::MirrorPlane::xy), 2);
+    EXPECT_EQ(r.patch(1).faceIndex, (V{0, 3, 4, 1, 1, 4, 5, 2, 0, 2, 1, -1}));
+    change_normal_fe(r, 0);
+    EXPECT_EQ(r.patch(0).faceIndex, r.patch(1).faceIndex);
+}

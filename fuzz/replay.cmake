@@ -1,0 +1,16 @@
+# Runs each replay program on its corpus folder: REPLAYS is a "|"-separated
+# list of program=folder. Fails at the first program that fails.
+string(REPLACE "|" ";" replays "${REPLAYS}")
+foreach(replay ${replays})
+  string(FIND "${replay}" "=" eq)
+  string(SUBSTRING "${replay}" 0 ${eq} program)
+  math(EXPR start "${eq} + 1")
+  string(SUBSTRING "${replay}" ${start} -1 folder)
+  execute_process(COMMAND ${program} ${folder} RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  get_filename_component(name ${program} NAME)
+  if(NOT result EQUAL 0)
+    message(FATAL_ERROR "${name} on ${folder} failed (${result}):\n${err}")
+  endif()
+  string(STRIP "${out}" out)
+  message(STATUS "${name}: ${out}")
+endforeach()
