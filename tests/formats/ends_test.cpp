@@ -9,7 +9,7 @@
 #include <unistd.h>
 
 #include "api/TundrelApi.h"
-#include "tests/test_util.h"
+#include "tests/support/test_util.h"
 
 namespace {
 
