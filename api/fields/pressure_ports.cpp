@@ -32,7 +32,7 @@ constexpr double kNoValueBelow = -9.9e9;
 // added.
 const char* buildField(FieldMasterD& field, const std::string& fieldName, const std::string& newName,
                        const markers& set, const PressurePortsParameters& p) {
-    const Surface surface = extractSurface(field);
+    const Surface surface(field);
     const SurfaceBvh bvh(surface);
     const std::vector<MarkerProjection> projected = projectMarkers(set, surface, bvh, p.direction);
 

@@ -75,7 +75,7 @@ class TestRefusals:
 
     def test_blocks_while_positions_are_viewed(self):
         fm = two_blocks()
-        view = fm.positions
+        view = fm.z
         with pytest.raises(ValueError, match="view of this container's positions is alive"):
             fm.addBlock(tundrel.BlockLayout.structured(1, 1), np.zeros((1, 3)))
         del view
