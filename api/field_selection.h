@@ -163,21 +163,22 @@ public:
     // give two triangles a grid cell, (c, c+1, c+I) and (c+I, c+1, c+I+1)
     // with c = i + I*j, layer by layer; face blocks their own triangles.
 
-    // Room for that many nodes in all, so that adding blocks does not move
-    // the columns.
-    void reserveNodes(std::size_t nodes) {
+    // Room for that many nodes and triangles in all, so that adding blocks
+    // does not move the columns.
+    void reserve(std::size_t nodes, std::size_t triangles) {
         x_.reserve(nodes);
         y_.reserve(nodes);
         z_.reserve(nodes);
+        triangles_.reserve(3 * triangles);
     }
 
-    // Appends a block with every node at (0, 0, 0); write the positions with
-    // blockCoordinates(). Blocks are added before any function; adding one
+    // Appends a block with its coordinates from x, y, z (one value a node;
+    // a null column gives zeros). Blocks are added before any function; adding one
     // later throws StateError; a triangle corner outside the block, or more
     // nodes in all than 32-bit node numbers reach, throws IndexError. A
     // structured layout whose rowLength x rows x layers is not its node count
     // is taken as one row of all its nodes.
-    int addBlock(BlockLayout layout) {
+    int addBlock(BlockLayout layout, const double* x, const double* y, const double* z) {
         if (!functions.empty() || layout.nodes < 0) throw StateError(source::field_selection, __LINE__);
         if (layout.triangles.size() % 3 != 0) throw IndexError(source::field_selection, __LINE__);
         for (std::int32_t c : layout.triangles)
@@ -201,16 +202,20 @@ public:
             layout.triangles = {};
         }
         const std::size_t end = first + static_cast<std::size_t>(layout.nodes);
-        x_.resize(end);
-        y_.resize(end);
-        z_.resize(end);
+        for (auto [column, from] : {std::pair{&x_, x}, std::pair{&y_, y}, std::pair{&z_, z}}) {
+            if (from != nullptr) column->insert(column->end(), from, from + layout.nodes);
+            else column->resize(end);
+        }
         offsets_.push_back(end);
         triangleOffsets_.push_back(triangles_.size() / 3);
         layouts_.push_back(std::move(layout));
         invalidateNormals();
         return blockCount() - 1;
     }
-    // The same with the positions given, one per node (another count throws
+    // A block with every node at (0, 0, 0); write the positions with
+    // blockCoordinates().
+    int addBlock(BlockLayout layout) { return addBlock(std::move(layout), nullptr, nullptr, nullptr); }
+    // A block with the positions given, one per node (another count throws
     // StateError).
     int addBlock(BlockLayout layout, const std::vector<Vec>& positions) {
         if (static_cast<std::size_t>(std::max(layout.nodes, 0)) != positions.size())
@@ -422,12 +427,15 @@ private:
         const int J = l.rows;
         const long long perLayer = static_cast<long long>(I) * J;
         const long long cells = static_cast<long long>(I - 1) * std::max(J - 1, 0) * l.layers;
-        triangles_.reserve(triangles_.size() + static_cast<std::size_t>(6 * cells));
+        std::size_t t = triangles_.size();
+        triangles_.resize(t + static_cast<std::size_t>(6 * cells));
+        std::int32_t* out = triangles_.data();
         for (long long layer = 0; perLayer > 0 && (layer + 1) * perLayer <= l.nodes; ++layer)
             for (int j = 0; j + 1 < J; ++j)
-                for (int i = 0; i + 1 < I; ++i) {
+                for (int i = 0; i + 1 < I; ++i, t += 6) {
                     const auto c = static_cast<std::int32_t>(first + layer * perLayer + i + I * j);
-                    triangles_.insert(triangles_.end(), {c, c + 1, c + I, c + I, c + 1, c + I + 1});
+                    out[t] = c, out[t + 1] = c + 1, out[t + 2] = c + I;
+                    out[t + 3] = c + I, out[t + 4] = c + 1, out[t + 5] = c + I + 1;
                 }
     }
 

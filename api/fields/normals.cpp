@@ -24,8 +24,11 @@ void store(const Vec& v, std::size_t k, double* nx, double* ny, double* nz) {
 
 }  // namespace
 
-void gridNormals(const double* x, const double* y, const double* z, int I, int J, double* nx, double* ny,
-                 double* nz) {
+namespace {
+
+// The kernels, writing node k's normal through put(k, normal).
+template <class Put>
+void gridInto(const double* x, const double* y, const double* z, int I, int J, Put put) {
     if (I < 1 || J < 1) return;
     auto at = [&](int i, int j) {
         const std::size_t k = static_cast<std::size_t>(i) + static_cast<std::size_t>(I) * static_cast<std::size_t>(j);
@@ -52,13 +55,14 @@ void gridNormals(const double* x, const double* y, const double* z, int I, int J
                         n += (at(ci + 1, cj + 1) - at(ci, cj)).cross(at(ci, cj + 1) - at(ci + 1, cj));
                     }
             }
-            store(unit(n), static_cast<std::size_t>(i) + static_cast<std::size_t>(I) * static_cast<std::size_t>(j),
-                  nx, ny, nz);
+            put(static_cast<std::size_t>(i) + static_cast<std::size_t>(I) * static_cast<std::size_t>(j), unit(n));
         }
 }
 
-void faceNormals(const Surface& s, std::size_t first, std::size_t nodes, std::span<const std::int32_t> triangles,
-                 double* nx, double* ny, double* nz) {
+// Sums into nx, ny, nz (global indices), then put(k, unit sum).
+template <class Put>
+void facesInto(const Surface& s, std::size_t first, std::size_t nodes, std::span<const std::int32_t> triangles,
+               double* nx, double* ny, double* nz, Put put) {
     std::fill(nx + first, nx + first + nodes, 0.0);
     std::fill(ny + first, ny + first + nodes, 0.0);
     std::fill(nz + first, nz + first + nodes, 0.0);
@@ -74,7 +78,40 @@ void faceNormals(const Surface& s, std::size_t first, std::size_t nodes, std::sp
             nz[k] += f.z;
         }
     }
-    for (std::size_t k = first; k < first + nodes; ++k) store(unit(Vec(nx[k], ny[k], nz[k])), k, nx, ny, nz);
+    for (std::size_t k = first; k < first + nodes; ++k) put(k, unit(Vec(nx[k], ny[k], nz[k])));
+}
+
+// Every block's normals, node k (global) through put(k, normal); face blocks
+// sum in the columns given.
+template <class Put>
+void allNormals(const FieldMasterD& field, double* sx, double* sy, double* sz, Put put) {
+    const Surface s(field);
+    for (int b = 0; b < field.blockCount(); ++b) {
+        const arrayWorks::BlockLayout& l = field.layout(b);
+        const std::size_t first = field.offset(b);
+        if (l.structured()) {
+            const std::size_t layer = static_cast<std::size_t>(l.rowLength) * static_cast<std::size_t>(l.rows);
+            for (int k = 0; k < l.layers; ++k) {
+                const std::size_t o = first + static_cast<std::size_t>(k) * layer;
+                gridInto(s.x.data() + o, s.y.data() + o, s.z.data() + o, l.rowLength, l.rows,
+                         [&](std::size_t n, const Vec& v) { put(o + n, v); });
+            }
+        } else {
+            facesInto(s, first, static_cast<std::size_t>(l.nodes), field.blockTriangles(b), sx, sy, sz, put);
+        }
+    }
+}
+
+}  // namespace
+
+void gridNormals(const double* x, const double* y, const double* z, int I, int J, double* nx, double* ny,
+                 double* nz) {
+    gridInto(x, y, z, I, J, [&](std::size_t k, const Vec& v) { store(v, k, nx, ny, nz); });
+}
+
+void faceNormals(const Surface& s, std::size_t first, std::size_t nodes, std::span<const std::int32_t> triangles,
+                 double* nx, double* ny, double* nz) {
+    facesInto(s, first, nodes, triangles, nx, ny, nz, [&](std::size_t k, const Vec& v) { store(v, k, nx, ny, nz); });
 }
 
 const arrayWorks::NormalCache& cachedNormals(const FieldMasterD& field) {
@@ -84,28 +121,13 @@ const arrayWorks::NormalCache& cachedNormals(const FieldMasterD& field) {
     cache.x.resize(total);
     cache.y.resize(total);
     cache.z.resize(total);
-    const Surface s(field);
-    for (int b = 0; b < field.blockCount(); ++b) {
-        const arrayWorks::BlockLayout& l = field.layout(b);
-        const std::size_t first = field.offset(b);
-        if (l.structured()) {
-            const std::size_t layer = static_cast<std::size_t>(l.rowLength) * static_cast<std::size_t>(l.rows);
-            for (int k = 0; k < l.layers; ++k) {
-                const std::size_t o = first + static_cast<std::size_t>(k) * layer;
-                gridNormals(s.x.data() + o, s.y.data() + o, s.z.data() + o, l.rowLength, l.rows, cache.x.data() + o,
-                            cache.y.data() + o, cache.z.data() + o);
-            }
-        } else {
-            faceNormals(s, first, static_cast<std::size_t>(l.nodes), field.blockTriangles(b), cache.x.data(),
-                        cache.y.data(), cache.z.data());
-        }
-    }
+    double *x = cache.x.data(), *y = cache.y.data(), *z = cache.z.data();
+    allNormals(field, x, y, z, [&](std::size_t k, const Vec& v) { store(v, k, x, y, z); });
     cache.valid = true;
     return cache;
 }
 
 arrayWorks::VectorFunction& updateNormals(FieldMasterD& field) {
-    const arrayWorks::NormalCache& normals = cachedNormals(field);
     // A "$_N" of another kind or shape is replaced in its place.
     const int i = field.findFunction(arrayWorks::kNormalsName);
     arrayWorks::VectorFunction* f = i < 0 ? nullptr : field.vector(i);
@@ -118,11 +140,17 @@ arrayWorks::VectorFunction& updateNormals(FieldMasterD& field) {
         else field.functions[static_cast<std::size_t>(i)] = std::move(fresh);
     }
     Vec* out = f->data();
-    for (std::size_t n = 0; n < f->size(); ++n) {
-        out[n].x = normals.x[n];
-        out[n].y = normals.y[n];
-        out[n].z = normals.z[n];
+    // Grids alone and not cached: the same kernel straight into "$_N",
+    // leaving the cache to be filled when asked for. Face blocks sum their
+    // triangles' products in the cache's columns, so they fill it.
+    bool faces = false;
+    for (int b = 0; b < field.blockCount(); ++b) faces = faces || !field.layout(b).structured();
+    const arrayWorks::NormalCache& cache = faces ? cachedNormals(field) : field.normalCache();
+    if (!cache.valid) {
+        allNormals(field, nullptr, nullptr, nullptr, [&](std::size_t k, const Vec& v) { out[k] = v; });
+        return *f;
     }
+    for (std::size_t n = 0; n < f->size(); ++n) out[n] = Vec(cache.x[n], cache.y[n], cache.z[n]);
     return *f;
 }
 

@@ -31,8 +31,9 @@ TUNDREL_API void gridNormals(const double* x, const double* y, const double* z, 
 TUNDREL_API void faceNormals(const Surface& s, std::size_t first, std::size_t nodes,
                              std::span<const std::int32_t> triangles, double* nx, double* ny, double* nz);
 
-// Stores the container's derived normals (cachedNormals) in the vector
-// function "$_N", appending it when the container has none, and returns it.
+// Stores the container's derived normals (those of cachedNormals, computed
+// straight into "$_N" when not cached) in the vector function "$_N",
+// appending it when the container has none, and returns it.
 TUNDREL_API arrayWorks::VectorFunction& updateNormals(FieldMasterD& field);
 
 }  // namespace tundrel

@@ -31,16 +31,10 @@ const double* valuesOf(const NodeVariable* v, int nodes) {
 // case) straight into the container's coordinate columns; a missing
 // coordinate stays 0.
 void addPatch(FieldMasterD& field, BlockLayout l, const PatchBase& p) {
-    const int nodes = l.nodes;
-    const arrayWorks::Columns c = field.blockCoordinates(field.addBlock(std::move(l)));
     const CoordinateSlots s = findCoordinates(p.variables);
-    auto copy = [&](int slot, double* out) {
-        const double* v = slot < 0 ? nullptr : valuesOf(p.variables.get(slot), nodes);
-        if (v != nullptr) std::copy(v, v + nodes, out);
-    };
-    copy(s.x, c.x);
-    copy(s.y, c.y);
-    copy(s.z, c.z);
+    auto column = [&](int slot) { return slot < 0 ? nullptr : valuesOf(p.variables.get(slot), l.nodes); };
+    const double *x = column(s.x), *y = column(s.y), *z = column(s.z);
+    field.addBlock(std::move(l), x, y, z);
 }
 
 BlockLayout structuredLayout(const StructPatch& p) {
@@ -119,12 +113,20 @@ private:
 void Region_to_fieldMaster(region reg, region_fe reg_fe, FieldMasterD& field, z::ambientFlow& flow) {
     field.clear();
 
-    std::size_t total = 0;
+    // Room for every node and (at most) every triangle at once.
+    std::size_t nodes = 0, triangles = 0;
     for (const auto& p : reg.patches)
-        if (p) total += static_cast<std::size_t>(std::max(p->N, 0));
+        if (p) {
+            nodes += static_cast<std::size_t>(std::max(p->N, 0));
+            triangles += 2 * static_cast<std::size_t>(std::max(p->I - 1, 0)) *
+                         static_cast<std::size_t>(std::max(p->J - 1, 0)) * static_cast<std::size_t>(std::max(p->K, 0));
+        }
     for (const auto& p : reg_fe.patches)
-        if (p) total += static_cast<std::size_t>(std::max(p->nodes, 0));
-    field.reserveNodes(total);
+        if (p) {
+            nodes += static_cast<std::size_t>(std::max(p->nodes, 0));
+            triangles += 2 * std::min(static_cast<std::size_t>(std::max(p->faces, 0)), p->faceIndex.size() / 4);
+        }
+    field.reserve(nodes, triangles);
 
     std::vector<const PatchBase*> sources;
     for (const auto& p : reg.patches) {
