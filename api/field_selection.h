@@ -1,11 +1,15 @@
 // The field container: blocks of surface nodes (one per patch) with their
 // positions and layout, and an ordered list of named functions with one value
 // per node of every block. The function "$_selection" is the user's node
-// selection (one byte a node, nonzero = selected), "$_N" the node normals.
+// selection (one byte a node, nonzero = selected), "$_N" the node normals
+// (users may change it; the normals derived from the positions are cached
+// apart, see NormalCache).
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -109,8 +113,10 @@ struct BlockLayout {
     int rowLength = 0;
     int rows = 0;
     int layers = 1;
-    // Face blocks: three node numbers a triangle (a four-cornered face gives
-    // the two triangles (a, b, c) and (a, c, d)).
+    // Face blocks: three node numbers (of the block) a triangle; a
+    // four-cornered face gives the two triangles (a, b, c) and (a, c, d).
+    // addBlock moves them into the container's triangle list, so the layouts
+    // the container keeps hold none (see FieldMaster::blockTriangles).
     std::vector<std::int32_t> triangles;
     // Face blocks: the face index list of the patch as it was, four entries a
     // face, -1 for "no node"; kept so that the way back gives the same faces.
@@ -120,6 +126,21 @@ struct BlockLayout {
 
     int triangleCount() const noexcept { return static_cast<int>(triangles.size() / 3); }
     bool structured() const noexcept { return kind == Kind::Structured; }
+};
+
+// Node normals derived from the positions, one column a coordinate; filled
+// on demand (tundrel::cachedNormals) and dropped whenever a position changes.
+struct NormalCache {
+    std::vector<double> x, y, z;
+    bool valid = false;
+};
+
+// Three coordinate columns of n nodes.
+struct Columns {
+    double* x = nullptr;
+    double* y = nullptr;
+    double* z = nullptr;
+    std::size_t size = 0;
 };
 
 template <class Vec>
@@ -136,17 +157,35 @@ public:
     virtual int nodeCount(int b) const { return layout(b).nodes; }
 
     // ---- node layout and positions -------------------------------------
-    // Appends a block with its node positions (one per node). Blocks are
-    // added before any function; adding one later, or a position count other
-    // than the node count, throws StateError; a triangle corner outside the
-    // block throws IndexError. A structured layout whose rowLength x rows x
-    // layers is not its node count is taken as one row of all its nodes.
-    int addBlock(BlockLayout layout, std::vector<Vec> positions) {
-        if (!functions.empty() || static_cast<int>(positions.size()) != layout.nodes || layout.nodes < 0)
-            throw StateError(source::field_selection, __LINE__);
+    // The container holds every node of every block once: the coordinates
+    // as three columns, block after block (node n of block b at offset(b) +
+    // n), and one triangle list in those global numbers. Structured blocks
+    // give two triangles a grid cell, (c, c+1, c+I) and (c+I, c+1, c+I+1)
+    // with c = i + I*j, layer by layer; face blocks their own triangles.
+
+    // Room for that many nodes and triangles in all, so that adding blocks
+    // does not move the columns.
+    void reserve(std::size_t nodes, std::size_t triangles) {
+        x_.reserve(nodes);
+        y_.reserve(nodes);
+        z_.reserve(nodes);
+        triangles_.reserve(3 * triangles);
+    }
+
+    // Appends a block with its coordinates from x, y, z (one value a node;
+    // a null column gives zeros). Blocks are added before any function; adding one
+    // later throws StateError; a triangle corner outside the block, or more
+    // nodes in all than 32-bit node numbers reach, throws IndexError. A
+    // structured layout whose rowLength x rows x layers is not its node count
+    // is taken as one row of all its nodes.
+    int addBlock(BlockLayout layout, const double* x, const double* y, const double* z) {
+        if (!functions.empty() || layout.nodes < 0) throw StateError(source::field_selection, __LINE__);
         if (layout.triangles.size() % 3 != 0) throw IndexError(source::field_selection, __LINE__);
         for (std::int32_t c : layout.triangles)
             if (c < 0 || c >= layout.nodes) throw IndexError(source::field_selection, __LINE__);
+        const std::size_t first = x_.size();
+        if (first + static_cast<std::size_t>(layout.nodes) > static_cast<std::size_t>(INT32_MAX))
+            throw IndexError(source::field_selection, __LINE__);
         if (layout.structured() && (layout.rowLength < 1 || layout.rows < 1 || layout.layers < 1 ||
                                     static_cast<std::int64_t>(layout.rowLength) * layout.rows * layout.layers !=
                                         layout.nodes)) {
@@ -154,10 +193,41 @@ public:
             layout.rows = layout.nodes > 0 ? 1 : 0;
             layout.layers = 1;
         }
-        offsets_.push_back(positions_.size());
-        positions_.insert(positions_.end(), positions.begin(), positions.end());
+        const auto base = static_cast<std::int32_t>(first);
+        if (layout.structured()) {
+            appendGridTriangles(layout, base);
+        } else {
+            triangles_.reserve(triangles_.size() + layout.triangles.size());
+            for (std::int32_t c : layout.triangles) triangles_.push_back(base + c);
+            layout.triangles = {};
+        }
+        const std::size_t end = first + static_cast<std::size_t>(layout.nodes);
+        for (auto [column, from] : {std::pair{&x_, x}, std::pair{&y_, y}, std::pair{&z_, z}}) {
+            if (from != nullptr) column->insert(column->end(), from, from + layout.nodes);
+            else column->resize(end);
+        }
+        offsets_.push_back(end);
+        triangleOffsets_.push_back(triangles_.size() / 3);
         layouts_.push_back(std::move(layout));
+        invalidateNormals();
         return blockCount() - 1;
+    }
+    // A block with every node at (0, 0, 0); write the positions with
+    // blockCoordinates().
+    int addBlock(BlockLayout layout) { return addBlock(std::move(layout), nullptr, nullptr, nullptr); }
+    // A block with the positions given, one per node (another count throws
+    // StateError).
+    int addBlock(BlockLayout layout, const std::vector<Vec>& positions) {
+        if (static_cast<std::size_t>(std::max(layout.nodes, 0)) != positions.size())
+            throw StateError(source::field_selection, __LINE__);
+        const int b = addBlock(std::move(layout));
+        const Columns c = blockCoordinates(b);
+        for (std::size_t n = 0; n < c.size; ++n) {
+            c.x[n] = positions[n].x;
+            c.y[n] = positions[n].y;
+            c.z[n] = positions[n].z;
+        }
+        return b;
     }
     const BlockLayout& layout(int b) const {
         if (b < 0 || b >= blockCount()) throw IndexError(source::field_selection, __LINE__);
@@ -170,25 +240,64 @@ public:
         return counts;
     }
     // Nodes of all blocks together; block b starts at offset(b).
-    std::size_t totalNodes() const noexcept { return positions_.size(); }
+    std::size_t totalNodes() const noexcept { return x_.size(); }
     std::size_t offset(int b) const {
         layout(b);
         return offsets_[static_cast<std::size_t>(b)];
     }
-    const Vec& position(int b, int n) const {
-        if (n < 0 || n >= layout(b).nodes) throw IndexError(source::field_selection, __LINE__);
-        return positions_[offsets_[static_cast<std::size_t>(b)] + static_cast<std::size_t>(n)];
+    // First node of every block, and one past the last node.
+    std::span<const std::size_t> blockOffsets() const noexcept { return offsets_; }
+
+    Vec position(int b, int n) const {
+        const std::size_t k = node(b, n);
+        return Vec(x_[k], y_[k], z_[k]);
     }
-    // Every position, block after block.
-    const std::vector<Vec>& positions() const noexcept { return positions_; }
-    std::vector<Vec>& positions() noexcept { return positions_; }
+    void setPosition(int b, int n, const Vec& p) {
+        const std::size_t k = node(b, n);
+        x_[k] = p.x;
+        y_[k] = p.y;
+        z_[k] = p.z;
+        invalidateNormals();
+    }
+    // The coordinates of block b to write; drops the derived normals.
+    Columns blockCoordinates(int b) {
+        const std::size_t first = offset(b);
+        invalidateNormals();
+        return {x_.data() + first, y_.data() + first, z_.data() + first,
+                static_cast<std::size_t>(layouts_[static_cast<std::size_t>(b)].nodes)};
+    }
+    // Every coordinate, block after block.
+    std::span<const double> x() const noexcept { return x_; }
+    std::span<const double> y() const noexcept { return y_; }
+    std::span<const double> z() const noexcept { return z_; }
+
+    // Three global node numbers a triangle, block after block.
+    std::span<const std::int32_t> triangles() const noexcept { return triangles_; }
+    // First triangle of every block, and one past the last triangle.
+    std::span<const std::size_t> triangleOffsets() const noexcept { return triangleOffsets_; }
+    // The triangles of block b, in global node numbers.
+    std::span<const std::int32_t> blockTriangles(int b) const {
+        layout(b);
+        const std::size_t t0 = triangleOffsets_[static_cast<std::size_t>(b)];
+        const std::size_t t1 = triangleOffsets_[static_cast<std::size_t>(b) + 1];
+        return std::span<const std::int32_t>(triangles_).subspan(3 * t0, 3 * (t1 - t0));
+    }
+
+    // The derived node normals; see tundrel::cachedNormals.
+    NormalCache& normalCache() const noexcept { return normals_; }
+    void invalidateNormals() noexcept { normals_.valid = false; }
 
     // Removes every block and every function.
     void clear() noexcept {
         functions.clear();
         layouts_.clear();
-        positions_.clear();
-        offsets_.clear();
+        x_.clear();
+        y_.clear();
+        z_.clear();
+        triangles_.clear();
+        offsets_.assign(1, 0);
+        triangleOffsets_.assign(1, 0);
+        invalidateNormals();
     }
 
     // ---- functions --------------------------------------------------------
@@ -306,9 +415,36 @@ private:
         return some ? AllSelected : NothingSelected;
     }
 
+    std::size_t node(int b, int n) const {
+        if (n < 0 || n >= layout(b).nodes) throw IndexError(source::field_selection, __LINE__);
+        return offsets_[static_cast<std::size_t>(b)] + static_cast<std::size_t>(n);
+    }
+
+    // Two triangles a cell of every layer of a structured block.
+    void appendGridTriangles(const BlockLayout& l, std::int32_t first) {
+        const int I = l.rowLength;
+        if (I < 2) return;
+        const int J = l.rows;
+        const long long perLayer = static_cast<long long>(I) * J;
+        const long long cells = static_cast<long long>(I - 1) * std::max(J - 1, 0) * l.layers;
+        std::size_t t = triangles_.size();
+        triangles_.resize(t + static_cast<std::size_t>(6 * cells));
+        std::int32_t* out = triangles_.data();
+        for (long long layer = 0; perLayer > 0 && (layer + 1) * perLayer <= l.nodes; ++layer)
+            for (int j = 0; j + 1 < J; ++j)
+                for (int i = 0; i + 1 < I; ++i, t += 6) {
+                    const auto c = static_cast<std::int32_t>(first + layer * perLayer + i + I * j);
+                    out[t] = c, out[t + 1] = c + 1, out[t + 2] = c + I;
+                    out[t + 3] = c + I, out[t + 4] = c + 1, out[t + 5] = c + I + 1;
+                }
+    }
+
     std::vector<BlockLayout> layouts_;
-    std::vector<Vec> positions_;
-    std::vector<std::size_t> offsets_;
+    std::vector<double> x_, y_, z_;
+    std::vector<std::int32_t> triangles_;
+    std::vector<std::size_t> offsets_ = {0};
+    std::vector<std::size_t> triangleOffsets_ = {0};
+    mutable NormalCache normals_;
 };
 
 }  // namespace arrayWorks

@@ -45,7 +45,7 @@ struct Setup {
                 pos.emplace_back(x, y, 0.2 + 0.3 * std::sin(x) * std::cos(y));
             }
         field.addBlock(l, std::move(pos));
-        surface = tundrel::extractSurface(field);
+        surface = tundrel::Surface(field);
         bvh = std::make_unique<tundrel::SurfaceBvh>(surface);
 
         std::mt19937 gen(5);
@@ -143,7 +143,7 @@ std::vector<double> raysByAllFaces(const markers& set, const tundrel::Surface& s
 void BM_BuildHierarchy(benchmark::State& state) {
     Setup& s = setup();
     for (auto _ : state) {
-        const tundrel::Surface surface = tundrel::extractSurface(s.field);
+        const tundrel::Surface surface(s.field);
         tundrel::SurfaceBvh bvh(surface);
         benchmark::DoNotOptimize(&bvh);
     }

@@ -28,12 +28,14 @@ shapes::Block ballOf(int n) {
 }
 
 tundrel::IlluminationNodes flatNodes(const FieldMasterD& f) {
-    const tundrel::Surface s = tundrel::extractSurface(f);
+    const tundrel::Surface s(f);
     const std::vector<unsigned char> all(s.nodeCount(), 1);
     const std::vector<double> area = tundrel::nodeAreas(f, s, all);
     const auto* v = f.scalar(f.findFunction("P"));
+    const auto* normal = f.normals()->data();
     tundrel::IlluminationNodes nodes;
-    for (std::size_t k = 0; k < s.nodeCount(); ++k) nodes.add(s, k, area[k], v->data()[k]);
+    nodes.reserve(s.nodeCount());
+    for (std::size_t k = 0; k < s.nodeCount(); ++k) nodes.add(s, normal[k], k, area[k], v->data()[k]);
     return nodes;
 }
 
@@ -84,9 +86,10 @@ BENCHMARK(BM_ObstructionKernel)->Unit(benchmark::kMillisecond)->UseRealTime()->I
 void BM_SegmentTest(benchmark::State& state) {
     const bool everyFace = state.range(0) != 0;
     const FieldMasterD f = shapes::build({ballOf(20000)});
-    const tundrel::Surface s = tundrel::extractSurface(f);
+    const tundrel::Surface s(f);
     const tundrel::SurfaceBvh bvh(s);
-    std::vector<shapes::V> pos(f.positions().begin(), f.positions().end());
+    std::vector<shapes::V> pos;
+    for (std::size_t k = 0; k < s.nodeCount(); ++k) pos.emplace_back(s.x[k], s.y[k], s.z[k]);
     std::mt19937 rng(3);
     const auto n = static_cast<std::uint32_t>(s.nodeCount());
     std::int64_t tests = 0;

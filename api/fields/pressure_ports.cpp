@@ -33,7 +33,7 @@ PressurePortsResult buildField(FieldMasterD& field, const std::string& fieldName
                                const markers& set, const PressurePortsParameters& p) {
     PressurePortsResult r;
     r.facts.markers = set.count();
-    const Surface surface = extractSurface(field);
+    const Surface surface(field);
     const SurfaceBvh bvh(surface);
     const std::vector<MarkerProjection> projected = projectMarkers(set, surface, bvh, p.direction);
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <optional>
+#include <span>
 
 namespace tundrel {
 
@@ -15,9 +16,9 @@ struct Box {
 Box boundsOf(const Surface& s) {
     Box b;
     if (s.nodeCount() == 0) return b;
-    const std::vector<double>* c[3] = {&s.x, &s.y, &s.z};
+    const std::span<const double> c[3] = {s.x, s.y, s.z};
     for (int a = 0; a < 3; ++a) {
-        const auto [lo, hi] = std::minmax_element(c[a]->begin(), c[a]->end());
+        const auto [lo, hi] = std::minmax_element(c[a].begin(), c[a].end());
         b.lo[a] = *lo;
         b.hi[a] = *hi;
     }

@@ -21,6 +21,7 @@
 #include <cmath>
 #include <exception>
 #include <memory>
+#include <span>
 
 #include "api/fields/surface_bvh.h"
 #include "api/host.h"
@@ -116,24 +117,23 @@ constexpr int kRowChunk = 8;
 double nodeArea(const FieldMasterD& field, int b, int n) {
     const BlockLayout& l = field.layout(b);
     field.position(b, n);  // checks n
+    const Surface s(field);
+    const std::size_t first = field.offset(b);
+    auto at = [&](std::size_t g, double* out) {
+        out[0] = s.x[g];
+        out[1] = s.y[g];
+        out[2] = s.z[g];
+    };
     if (l.kind == BlockLayout::Kind::Structured)
-        return gridNodeArea(l, n, [&](int k, double* out) {
-            const auto& p = field.position(b, k);
-            out[0] = p.x;
-            out[1] = p.y;
-            out[2] = p.z;
-        });
+        return gridNodeArea(l, n, [&](int k, double* out) { at(first + static_cast<std::size_t>(k), out); });
+    const auto node = static_cast<std::int32_t>(first) + n;
+    const std::span<const std::int32_t> t = field.blockTriangles(b);
     double area = 0.0;
-    for (std::size_t t = 0; t + 2 < l.triangles.size(); t += 3) {
-        const std::int32_t* c = &l.triangles[t];
-        if (c[0] != n && c[1] != n && c[2] != n) continue;
+    for (std::size_t k = 0; k + 2 < t.size(); k += 3) {
+        const std::int32_t* c = &t[k];
+        if (c[0] != node && c[1] != node && c[2] != node) continue;
         double q[3][3];
-        for (int k = 0; k < 3; ++k) {
-            const auto& p = field.position(b, c[k]);
-            q[k][0] = p.x;
-            q[k][1] = p.y;
-            q[k][2] = p.z;
-        }
+        for (int i = 0; i < 3; ++i) at(static_cast<std::size_t>(c[i]), q[i]);
         area += triangleThird(q[0], q[1], q[2]);
     }
     return area;
@@ -157,11 +157,13 @@ std::vector<double> nodeAreas(const FieldMasterD& field, const Surface& s, const
                     area[first + static_cast<std::size_t>(k)] = gridNodeArea(l, k, at);
             continue;
         }
-        for (std::size_t t = 0; t + 2 < l.triangles.size(); t += 3) {
+        const std::size_t t0 = 3 * s.blockTriangle[static_cast<std::size_t>(b)];
+        const std::size_t t1 = 3 * s.blockTriangle[static_cast<std::size_t>(b) + 1];
+        for (std::size_t t = t0; t < t1; t += 3) {
             double q[3][3];
             std::size_t g[3];
             for (int k = 0; k < 3; ++k) {
-                g[k] = first + static_cast<std::size_t>(l.triangles[t + static_cast<std::size_t>(k)]);
+                g[k] = static_cast<std::size_t>(s.triangles[t + static_cast<std::size_t>(k)]);
                 q[k][0] = s.x[g[k]];
                 q[k][1] = s.y[g[k]];
                 q[k][2] = s.z[g[k]];
@@ -178,13 +180,18 @@ std::vector<double> nodeAreas(const FieldMasterD& field, const Surface& s, const
     return area;
 }
 
-void IlluminationNodes::add(const Surface& s, std::size_t k, double a, double v) {
+void IlluminationNodes::reserve(std::size_t n) {
+    for (auto* c : {&x, &y, &z, &nx, &ny, &nz, &area, &value, &extent}) c->reserve(n);
+    node.reserve(n);
+}
+
+void IlluminationNodes::add(const Surface& s, const z::zVec<double>& normal, std::size_t k, double a, double v) {
     x.push_back(s.x[k]);
     y.push_back(s.y[k]);
     z.push_back(s.z[k]);
-    nx.push_back(s.nx[k]);
-    ny.push_back(s.ny[k]);
-    nz.push_back(s.nz[k]);
+    nx.push_back(normal.x);
+    ny.push_back(normal.y);
+    nz.push_back(normal.z);
     area.push_back(a);
     value.push_back(v);
     extent.push_back(std::max({std::abs(s.x[k]), std::abs(s.y[k]), std::abs(s.z[k])}));
@@ -334,17 +341,23 @@ std::vector<double> selfIlluminationValues(const FieldMasterD& field, const std:
     // Nothing selected: every node takes part; otherwise the selected ones.
     const bool everyNode = field.selectionState() == arrayWorks::NothingSelected;
     const arrayWorks::SelectionFunction& selection = field.selection();
-    const Surface surface = extractSurface(field);
+    const Surface surface(field);
 
     const double* v = values->data();
     std::vector<unsigned char> takesPart(n, 0);
-    for (std::size_t k = 0; k < n; ++k)
+    std::size_t participants = 0;
+    for (std::size_t k = 0; k < n; ++k) {
         takesPart[k] = (everyNode || selection.data()[k] != 0) && v[k] != arrayWorks::kNoValue;
+        participants += takesPart[k];
+    }
     const std::vector<double> area = nodeAreas(field, surface, takesPart);
 
+    // The participants' own copy of their positions and normals ("$_N").
     IlluminationNodes nodes;
+    nodes.reserve(participants);
+    const z::zVec<double>* normal = normalValues->data();
     for (std::size_t k = 0; k < n; ++k)
-        if (takesPart[k] != 0) nodes.add(surface, k, area[k], v[k]);
+        if (takesPart[k] != 0) nodes.add(surface, normal[k], k, area[k], v[k]);
 
     std::unique_ptr<SurfaceBvh> bvh;
     if (checkVisibility && nodes.size() > 1) bvh = std::make_unique<SurfaceBvh>(surface);

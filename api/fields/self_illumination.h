@@ -85,7 +85,9 @@ struct IlluminationNodes {
     std::vector<std::int32_t> node;  // global node number, ascending
 
     std::size_t size() const noexcept { return node.size(); }
-    void add(const Surface& s, std::size_t k, double area, double value);
+    void reserve(std::size_t n);
+    // Node k of the surface with its normal, area and value.
+    void add(const Surface& s, const z::zVec<double>& normal, std::size_t k, double area, double value);
 };
 
 // The received sum of every participant (the amount subtracted from its

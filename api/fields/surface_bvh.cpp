@@ -98,7 +98,7 @@ void closestOnTriangle(const double p[3], const double a[3], const double b[3], 
 
 // What the queries need, visible to the callbacks below.
 struct BvhData {
-    const Surface& s;
+    const Surface s;
     RTCDevice device = nullptr;
     RTCScene scene = nullptr;
     double centre[3] = {0, 0, 0};

@@ -21,7 +21,7 @@ struct SurfaceHit {
 class SurfaceBvh {
 public:
     // Builds the hierarchy over surface.triangles at surface.x/y/z. The
-    // surface must outlive the hierarchy.
+    // arrays the surface views must outlive the hierarchy.
     explicit SurfaceBvh(const Surface& surface);
     ~SurfaceBvh();
     SurfaceBvh(const SurfaceBvh&) = delete;

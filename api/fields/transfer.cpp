@@ -1,6 +1,7 @@
 // Geometry to field container and back.
 #include <algorithm>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -21,17 +22,14 @@ const double* valuesOf(const NodeVariable* v, int nodes) {
     return v->values.data();
 }
 
-// Node positions of a patch from its "x", "y", "z" (any letter case); a
-// missing coordinate is 0.
-std::vector<Vec> positionsOf(const PatchBase& p, int nodes) {
+// Appends a block for patch p and writes its "x", "y", "z" (any letter
+// case) straight into the container's coordinate columns; a missing
+// coordinate stays 0.
+void addPatch(FieldMasterD& field, BlockLayout l, const PatchBase& p) {
     const CoordinateSlots s = findCoordinates(p.variables);
-    auto column = [&](int slot) { return slot < 0 ? nullptr : valuesOf(p.variables.get(slot), nodes); };
-    const double* x = column(s.x);
-    const double* y = column(s.y);
-    const double* z = column(s.z);
-    std::vector<Vec> out(static_cast<std::size_t>(nodes));
-    for (int n = 0; n < nodes; ++n) out[static_cast<std::size_t>(n)] = {x ? x[n] : 0.0, y ? y[n] : 0.0, z ? z[n] : 0.0};
-    return out;
+    auto column = [&](int slot) { return slot < 0 ? nullptr : valuesOf(p.variables.get(slot), l.nodes); };
+    const double *x = column(s.x), *y = column(s.y), *z = column(s.z);
+    field.addBlock(std::move(l), x, y, z);
 }
 
 BlockLayout structuredLayout(const StructPatch& p) {
@@ -84,6 +82,8 @@ public:
         else if (auto* v = dynamic_cast<const arrayWorks::VectorFunction*>(&f)) vector_ = block(v->values, b, nodes);
         else if (auto* c = dynamic_cast<const arrayWorks::SelectionFunction*>(&f)) byte_ = block(c->values, b, nodes);
     }
+    // The block's values when the function is scalar, else nullptr.
+    const double* scalars() const { return scalar_; }
     double operator()(int n) const {
         if (scalar_) return scalar_[n];
         if (vector_) return vector_[n].x;
@@ -108,18 +108,30 @@ private:
 void Region_to_fieldMaster(region reg, region_fe reg_fe, FieldMasterD& field, z::ambientFlow& flow) {
     field.clear();
 
+    // Room for every node and (at most) every triangle at once.
+    std::size_t nodes = 0, triangles = 0;
+    for (const auto& p : reg.patches)
+        if (p) {
+            nodes += static_cast<std::size_t>(std::max(p->N, 0));
+            triangles += 2 * static_cast<std::size_t>(std::max(p->I - 1, 0)) *
+                         static_cast<std::size_t>(std::max(p->J - 1, 0)) * static_cast<std::size_t>(std::max(p->K, 0));
+        }
+    for (const auto& p : reg_fe.patches)
+        if (p) {
+            nodes += static_cast<std::size_t>(std::max(p->nodes, 0));
+            triangles += 2 * std::min(static_cast<std::size_t>(std::max(p->faces, 0)), p->faceIndex.size() / 4);
+        }
+    field.reserve(nodes, triangles);
+
     std::vector<const PatchBase*> sources;
     for (const auto& p : reg.patches) {
         if (!p) continue;
-        const BlockLayout l = structuredLayout(*p);
-        field.addBlock(l, positionsOf(*p, l.nodes));
+        addPatch(field, structuredLayout(*p), *p);
         sources.push_back(p.get());
     }
     for (const auto& p : reg_fe.patches) {
         if (!p) continue;
-        BlockLayout l = faceLayout(*p);
-        std::vector<Vec> positions = positionsOf(*p, l.nodes);
-        field.addBlock(std::move(l), std::move(positions));
+        addPatch(field, faceLayout(*p), *p);
         sources.push_back(p.get());
     }
 
@@ -177,9 +189,12 @@ void fieldMaster_to_Region(FieldMasterD& field, z::ambientFlow flow, region& reg
             patch = sp;
         } else {
             std::vector<std::int32_t> faces = l.faceIndex;
-            if (faces.empty())
-                for (std::size_t t = 0; t < l.triangles.size() / 3; ++t)
-                    faces.insert(faces.end(), {l.triangles[3 * t], l.triangles[3 * t + 1], l.triangles[3 * t + 2], -1});
+            if (faces.empty()) {
+                const auto first = static_cast<std::int32_t>(field.offset(b));
+                const std::span<const std::int32_t> t = field.blockTriangles(b);
+                for (std::size_t k = 0; k + 2 < t.size(); k += 3)
+                    faces.insert(faces.end(), {t[k] - first, t[k + 1] - first, t[k + 2] - first, -1});
+            }
             const int count = static_cast<int>(faces.size());
             auto fp = std::make_shared<FacePatch>(l.nodes, count, count / 4);
             fp->faceIndex = std::move(faces);
@@ -188,19 +203,19 @@ void fieldMaster_to_Region(FieldMasterD& field, z::ambientFlow flow, region& reg
         }
         patch->name = "Patch_" + std::to_string(b);
 
-        const Vec* p = field.positions().data() + field.offset(b);
-        NodeVariable& x = patch->addVariable("x");
-        NodeVariable& y = patch->addVariable("y");
-        NodeVariable& z = patch->addVariable("z");
-        for (int n = 0; n < l.nodes; ++n) {
-            x.values[static_cast<std::size_t>(n)] = p[n].x;
-            y.values[static_cast<std::size_t>(n)] = p[n].y;
-            z.values[static_cast<std::size_t>(n)] = p[n].z;
+        const std::size_t first = field.offset(b), count = static_cast<std::size_t>(l.nodes);
+        const std::pair<const char*, std::span<const double>> columns[] = {
+            {"x", field.x()}, {"y", field.y()}, {"z", field.z()}};
+        for (const auto& [name, column] : columns) {
+            const std::span<const double> from = column.subspan(first, count);
+            std::copy(from.begin(), from.end(), patch->addVariable(name).values.begin());
         }
         for (std::size_t k = 0; k < out.size(); ++k) {
             NodeVariable& v = patch->addVariable(outNames[k]);
             const ValueReader value(*out[k], b, l.nodes);
-            for (int n = 0; n < l.nodes; ++n) v.values[static_cast<std::size_t>(n)] = value(n);
+            if (const double* s = value.scalars()) std::copy(s, s + l.nodes, v.values.begin());
+            else
+                for (int n = 0; n < l.nodes; ++n) v.values[static_cast<std::size_t>(n)] = value(n);
         }
     }
 

@@ -38,7 +38,8 @@ bool hasCoordinates(const FacePatch& p, CoordinateSlots& c) {
 
 int unvisible_faces_remove(region_fe& reg_fe, const z::zVec<double>& eye) {
     // Every face of every patch with coordinates, as triangles in one surface.
-    tundrel::Surface surface;
+    std::vector<double> px, py, pz;
+    std::vector<std::int32_t> triangles;
     std::vector<FaceRef> faces;
     std::vector<std::size_t> firstNode(static_cast<std::size_t>(reg_fe.patchCount()), 0);
     std::vector<bool> usable(static_cast<std::size_t>(reg_fe.patchCount()), false);
@@ -48,12 +49,12 @@ int unvisible_faces_remove(region_fe& reg_fe, const z::zVec<double>& eye) {
         CoordinateSlots c;
         if (!hasCoordinates(p, c)) continue;
         usable[static_cast<std::size_t>(k)] = true;
-        const std::size_t first = surface.nodeCount();
+        const std::size_t first = px.size();
         firstNode[static_cast<std::size_t>(k)] = first;
         for (int n = 0; n < p.nodes; ++n) {
-            surface.x.push_back(p.variable(c.x).values[static_cast<std::size_t>(n)]);
-            surface.y.push_back(p.variable(c.y).values[static_cast<std::size_t>(n)]);
-            surface.z.push_back(p.variable(c.z).values[static_cast<std::size_t>(n)]);
+            px.push_back(p.variable(c.x).values[static_cast<std::size_t>(n)]);
+            py.push_back(p.variable(c.y).values[static_cast<std::size_t>(n)]);
+            pz.push_back(p.variable(c.z).values[static_cast<std::size_t>(n)]);
         }
         for (int f = 0; f < p.faces; ++f) {
             FaceRef ref;
@@ -63,13 +64,13 @@ int unvisible_faces_remove(region_fe& reg_fe, const z::zVec<double>& eye) {
             ref.corners = faceCorners(p, f, local);
             for (int i = 0; i < ref.corners; ++i) ref.node[i] = static_cast<std::int32_t>(first) + local[i];
             if (ref.corners >= 3)
-                surface.triangles.insert(surface.triangles.end(), {ref.node[0], ref.node[1], ref.node[2]});
-            if (ref.corners == 4)
-                surface.triangles.insert(surface.triangles.end(), {ref.node[0], ref.node[2], ref.node[3]});
+                triangles.insert(triangles.end(), {ref.node[0], ref.node[1], ref.node[2]});
+            if (ref.corners == 4) triangles.insert(triangles.end(), {ref.node[0], ref.node[2], ref.node[3]});
             faces.push_back(ref);
         }
     }
     if (faces.empty()) return 0;
+    const tundrel::Surface surface(px, py, pz, triangles);
     const tundrel::SurfaceBvh bvh(surface);
 
     auto at = [&](std::int32_t g) {

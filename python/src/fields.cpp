@@ -27,8 +27,8 @@ py::array vecView(Vec* data, std::size_t n, py::handle owner) {
                 {static_cast<py::ssize_t>(sizeof(Vec)), static_cast<py::ssize_t>(sizeof(double))}, owner);
 }
 
-// Views of the positions keep the container from adding blocks (which could
-// move the positions' storage): the count of live views per container.
+// Views of the coordinate columns keep the container from adding blocks
+// (which could move the columns): the count of live views per container.
 std::unordered_map<const FieldMasterD*, int>& positionViews() {
     static auto* views = new std::unordered_map<const FieldMasterD*, int>();
     return *views;
@@ -39,8 +39,12 @@ struct PositionsOwner {
     const FieldMasterD* key;
 };
 
-py::array positionsView(py::object self) {
+// A read-only view of one coordinate column (0 x, 1 y, 2 z). Read-only, as
+// the container drops its derived normals on every position change, which a
+// write through NumPy would bypass.
+py::array columnView(py::object self, int axis) {
     auto& fm = self.cast<FieldMasterD&>();
+    const std::span<const double> column = axis == 0 ? fm.x() : axis == 1 ? fm.y() : fm.z();
     auto* owner = new PositionsOwner{self, &fm};
     ++positionViews()[&fm];
     py::capsule base(owner, [](void* p) {
@@ -49,7 +53,32 @@ py::array positionsView(py::object self) {
         if (--views[o->key] <= 0) views.erase(o->key);
         delete o;
     });
-    return vecView(fm.positions().data(), fm.positions().size(), base);
+    py::array a = flatView(const_cast<double*>(column.data()), column.size(), base);
+    a.attr("flags").attr("writeable") = false;
+    return a;
+}
+
+// Every position as a new (n, 3) array.
+py::array positionsCopy(const FieldMasterD& fm) {
+    const std::size_t n = fm.totalNodes();
+    py::array_t<double> a({static_cast<py::ssize_t>(n), py::ssize_t{3}});
+    double* out = a.mutable_data();
+    for (std::size_t k = 0; k < n; ++k) {
+        out[3 * k] = fm.x()[k];
+        out[3 * k + 1] = fm.y()[k];
+        out[3 * k + 2] = fm.z()[k];
+    }
+    return a;
+}
+
+// The layout of block b as it was given: face blocks with their triangles in
+// the block's own node numbers.
+BlockLayout layoutOf(const FieldMasterD& fm, int b) {
+    BlockLayout l = fm.layout(b);
+    const auto first = static_cast<std::int32_t>(fm.offset(b));
+    for (std::int32_t t : fm.blockTriangles(b))
+        if (!l.structured()) l.triangles.push_back(t - first);
+    return l;
 }
 
 // Values of node n of block b are at offset(b) + n; the views cover every block.
@@ -135,7 +164,7 @@ std::vector<Vec> toPositions(const py::array_t<double, py::array::c_style | py::
 void refuseWhilePositionsViewed(const FieldMasterD& fm) {
     if (positionViews().count(&fm) != 0)
         throw py::value_error(
-            "a NumPy view of this container's positions is alive; set up every block before taking `positions`");
+            "a NumPy view of this container's positions is alive; set up every block before taking `x`, `y` or `z`");
 }
 
 void bindFields(py::module_& m) {
@@ -253,7 +282,7 @@ void bindFields(py::module_& m) {
         .def("nodeCounts", &FieldMasterD::nodeCounts, "Node count of every block, in order.")
         .def("totalNodes", &FieldMasterD::totalNodes, "Nodes of all blocks together.")
         .def("offset", &FieldMasterD::offset, py::arg("b"), "The first node of block b in the all-blocks arrays.")
-        .def("layout", &FieldMasterD::layout, py::arg("b"), "The layout of block b (a copy).")
+        .def("layout", &layoutOf, py::arg("b"), "The layout of block b (a copy).")
         .def(
             "addBlock",
             [](FieldMasterD& fm, const BlockLayout& l,
@@ -268,13 +297,23 @@ void bindFields(py::module_& m) {
         .def(
             "position",
             [](const FieldMasterD& fm, int b, int n) {
-                const Vec& v = fm.position(b, n);
+                const Vec v = fm.position(b, n);
                 return py::make_tuple(v.x, v.y, v.z);
             },
             py::arg("b"), py::arg("n"), "The position (x, y, z) of node n of block b.")
-        .def_property_readonly("positions", &positionsView,
-                               "Every node position, block after block, as an (n, 3) view. While such a view is "
-                               "alive the container refuses new blocks.")
+        .def_property_readonly("positions", &positionsCopy,
+                               "Every node position, block after block, as a new (n, 3) array (a copy: the "
+                               "container keeps x, y and z as three columns, so an (n, 3) view of them is not "
+                               "possible; use x, y, z for views).")
+        .def_property_readonly(
+            "x", [](py::object self) { return columnView(self, 0); },
+            "The x coordinate of every node, block after block, as a read-only (n,) view of the container's "
+            "column (positions change through addBlock only). While such a view is alive the container refuses "
+            "new blocks.")
+        .def_property_readonly(
+            "y", [](py::object self) { return columnView(self, 1); }, "The y column, as x.")
+        .def_property_readonly(
+            "z", [](py::object self) { return columnView(self, 2); }, "The z column, as x.")
         .def("functionCount", &FieldMasterD::functionCount, "Number of functions.")
         .def("functionAt", &functionAt, py::arg("i"), "The function at i (IndexError out of range).")
         .def("findFunction", &FieldMasterD::findFunction, py::arg("name"),

@@ -42,7 +42,7 @@ def test_function_views_outlive_the_container():
 
 def test_blocks_wait_until_no_position_view_is_alive():
     fm = two_blocks()
-    view = fm.positions
+    view = fm.z
     with pytest.raises(ValueError, match="view of this container's positions is alive"):
         fm.addBlock(tundrel.BlockLayout.structured(1, 1), np.zeros((1, 3)))
     del view

@@ -55,10 +55,10 @@ class TestTransfer:
 
     def test_refused_while_positions_are_viewed(self):
         fm, _ = field_of(corner(3))
-        view = fm.positions
+        view = fm.x
         with pytest.raises(ValueError, match="positions"):
             tundrel.Region_to_fieldMaster(corner(3), tundrel.region_fe(), fm, tundrel.ambientFlow())
-        assert fm.totalNodes() == 18 and view.shape == (18, 3)
+        assert fm.totalNodes() == 18 and view.shape == (18,)
         del view
         gc.collect()
         tundrel.Region_to_fieldMaster(corner(4), tundrel.region_fe(), fm, tundrel.ambientFlow())

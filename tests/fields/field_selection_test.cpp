@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "api/TundrelApi.h"
+#include "api/fields/normals.h"
 #include "tests/support/test_util.h"
 
 using arrayWorks::BlockLayout;
@@ -168,4 +169,64 @@ TEST(Functions, FindFunctionMatchesTheWholeNameExactlyAndFindsTheFirst) {
     EXPECT_NE(f.functionNamed<double>("cp"), nullptr);
     EXPECT_EQ(f.functionNamed<Vec>("cp"), nullptr);
     EXPECT_EQ(f.functionAt(2)->kind(), arrayWorks::FunctionKind::Vector);
+}
+
+// ---- the node layout ------------------------------------------------------------
+
+TEST(NodeLayout, BlocksShareOneColumnPerCoordinateAndOneTriangleList) {
+    FieldMasterD f;
+    BlockLayout grid;
+    grid.nodes = 6, grid.rowLength = 3, grid.rows = 2;
+    BlockLayout faces;
+    faces.kind = BlockLayout::Kind::Faces;
+    faces.nodes = 3, faces.triangles = {0, 2, 1};
+    BlockLayout odd;  // sizes that do not multiply to the node count: one row
+    odd.nodes = 4, odd.rowLength = 3, odd.rows = 3;
+    f.addBlock(grid, {{0, 0, 0}, {1, 0, 0}, {2, 0, 0}, {0, 1, 0}, {1, 1, 0}, {2, 1, 0}});
+    f.addBlock(faces, {{0, 0, 1}, {1, 0, 1}, {0, 1, 1}});
+    f.addBlock(odd, std::vector<Vec>(4));
+    EXPECT_EQ(std::vector<double>(f.z().begin(), f.z().end()), (std::vector<double>{0, 0, 0, 0, 0, 0, 1, 1, 1, 0, 0, 0, 0}));
+    EXPECT_EQ(std::vector<std::int32_t>(f.triangles().begin(), f.triangles().end()),
+              (std::vector<std::int32_t>{0, 1, 3, 3, 1, 4, 1, 2, 4, 4, 2, 5, 6, 8, 7}));
+    EXPECT_EQ(std::vector<std::int32_t>(f.blockTriangles(1).begin(), f.blockTriangles(1).end()),
+              (std::vector<std::int32_t>{6, 8, 7}));
+    EXPECT_TRUE(f.layout(1).triangles.empty());
+    EXPECT_EQ(f.layout(2).rowLength, 4);
+    EXPECT_EQ(f.layout(2).rows, 1);
+    EXPECT_EQ(std::vector<std::size_t>(f.blockOffsets().begin(), f.blockOffsets().end()),
+              (std::vector<std::size_t>{0, 6, 9, 13}));
+    EXPECT_EQ(f.position(1, 2), (Vec{0, 1, 1}));
+    EXPECT_THROW(f.position(1, 3), arrayWorks::IndexError);
+
+    faces.triangles = {0, 1, 3};
+    EXPECT_THROW(f.addBlock(faces, std::vector<Vec>(3)), arrayWorks::IndexError);
+    EXPECT_THROW(f.addBlock(grid, std::vector<Vec>(5)), arrayWorks::StateError);
+    f.addScalar("P");
+    EXPECT_THROW(f.addBlock(grid, std::vector<Vec>(6)), arrayWorks::StateError);
+    EXPECT_EQ(f.blockCount(), 3);
+    f.clear();
+    EXPECT_EQ(f.totalNodes(), 0u);
+    EXPECT_TRUE(f.triangles().empty());
+    EXPECT_EQ(f.blockOffsets().size(), 1u);
+}
+
+// The derived normals follow every position change, whichever way it is made.
+TEST(NodeLayout, CachedNormalsFollowThePositions) {
+    FieldMasterD f;
+    BlockLayout grid;
+    grid.nodes = 4, grid.rowLength = 2, grid.rows = 2;
+    f.addBlock(grid, {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}});
+    EXPECT_EQ(tundrel::cachedNormals(f).z[3], 1.0);
+    f.setPosition(0, 1, {-1, 0, 0});  // the grid mirrored: turned over
+    f.setPosition(0, 3, {-1, 1, 0});
+    EXPECT_EQ(tundrel::cachedNormals(f).z[3], -1.0);
+    const arrayWorks::Columns c = f.blockCoordinates(0);
+    for (std::size_t n = 0; n < c.size; ++n) std::swap(c.x[n], c.z[n]);  // into the plane x = 0
+    EXPECT_EQ(tundrel::cachedNormals(f).x[0], 1.0);
+    EXPECT_EQ(tundrel::cachedNormals(f).z[0], 0.0);
+    // "$_N" takes what the cache holds, and keeps it until asked again.
+    const arrayWorks::VectorFunction& n = tundrel::updateNormals(f);
+    EXPECT_EQ(n.at(0, 2), (Vec{1, 0, 0}));
+    f.setPosition(0, 0, {0, 0, 5});
+    EXPECT_EQ(n.at(0, 2), (Vec{1, 0, 0}));
 }

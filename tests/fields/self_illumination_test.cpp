@@ -98,7 +98,7 @@ TEST_P(SelfIlluminationKernel, AgreesWithThePlainLoop) {
     FieldMasterD f = shapes::build(blocks);
 
     std::function<bool(int, int)> visible;
-    const tundrel::Surface s = tundrel::extractSurface(f);
+    const tundrel::Surface s(f);
     const tundrel::SurfaceBvh bvh(s);
     if (c.visibility) visible = [&](int a, int b) { return !bvh.occluded(a, b); };
 
@@ -153,7 +153,7 @@ TEST(SelfIlluminationVisibility, AScreenHidesExactlyTheBlockedPairs) {
     upper.selected.assign(36, 1);
     FieldMasterD f = shapes::build({lower, upper, screen});
     auto visible = [&](int a, int b) {
-        const double mx = 0.5 * (f.positions()[static_cast<std::size_t>(a)].x + f.positions()[static_cast<std::size_t>(b)].x);
+        const double mx = 0.5 * (f.x()[static_cast<std::size_t>(a)] + f.x()[static_cast<std::size_t>(b)]);
         return !(mx > 1.2 && mx < 3.7);
     };
     tundrel::SelfIlluminationStats stats;
@@ -246,7 +246,7 @@ TEST_F(SelfIlluminationCorrection, BadNamesAndKindsLeaveTheContainerAsItWas) {
     EXPECT_EQ(noNormals.functionCount(), 2);
 
     FieldMasterD noSelection;
-    noSelection.addBlock(noNormals.layout(0), noNormals.positions());
+    noSelection.addBlock(noNormals.layout(0), {V(0, 0, 0), V(1, 0, 0), V(0, 1, 0), V(1, 1, 0)});
     noSelection.addVector(arrayWorks::kNormalsName, {0, 0, 1});
     noSelection.addScalar("P", 1.0);
     EXPECT_EQ(line([&] { tundrel::correctSelfIllumination(noSelection, "P", 1.0, false, "P_si"); }),

@@ -30,7 +30,7 @@ TEST(SurfaceBvh, OccludedAgreesWithEveryTriangleAndIgnoresEndFaces) {
         std::vector<shapes::Block> blocks{ball};
         if (withScreen) blocks.push_back(screen);
         FieldMasterD f = shapes::build(blocks);
-        const tundrel::Surface s = tundrel::extractSurface(f);
+        const tundrel::Surface s(f);
         const tundrel::SurfaceBvh bvh(s);
         const auto pos = positionsOf(s);
         const auto n = static_cast<std::int32_t>(ball.pos.size());
@@ -66,7 +66,7 @@ TEST(SurfaceBvh, DuplicateSeamNodesDoNotObstruct) {
         }, {0, 0, 1});
     };
     FieldMasterD f = shapes::build({wall(shapes::kPi), wall(1.5 * shapes::kPi)});
-    const tundrel::Surface s = tundrel::extractSurface(f);
+    const tundrel::Surface s(f);
     const tundrel::SurfaceBvh bvh(s);
     const auto pos = positionsOf(s);
     ASSERT_EQ(pos[8], pos[36]);  // the seam, twice

@@ -102,7 +102,12 @@ TEST_F(Transfer, OneBlockPerPatchWithPositionsLayoutAndFunctions) {
     EXPECT_EQ(field.layout(0).rows, 2);
     EXPECT_EQ(field.layout(1).name, "upper");
     EXPECT_FALSE(field.layout(2).structured());
-    EXPECT_EQ(field.layout(2).triangles, (std::vector<std::int32_t>{0, 1, 2, 1, 4, 2, 1, 2, 3}));
+    // One triangle list in global node numbers: two a grid cell, then the faces.
+    const std::vector<std::int32_t> triangles(field.triangles().begin(), field.triangles().end());
+    EXPECT_EQ(triangles, (std::vector<std::int32_t>{0, 1, 3, 3, 1, 4, 1, 2, 4, 4, 2, 5, 6, 7, 8, 8, 7, 9, 10, 11,
+                                                     12, 11, 14, 12, 11, 12, 13}));
+    EXPECT_EQ(std::vector<std::size_t>(field.triangleOffsets().begin(), field.triangleOffsets().end()),
+              (std::vector<std::size_t>{0, 4, 6, 9}));
 
     EXPECT_EQ(field.position(1, 3), (Vec{103, 203, 301.5}));  // from "X", "Y", "Z"
     // Names in the order they first occur, one function each, then "$_N" and
@@ -179,7 +184,9 @@ TEST_F(Transfer, OddPatchesAreTakenAsFarAsTheyGo) {
     EXPECT_EQ(field.findFunction("$_N"), 1);
     EXPECT_NE(field.normals(), nullptr);
     EXPECT_EQ(field.functionNamed<double>("short")->at(0, 0), kNoValue);
-    EXPECT_EQ(field.layout(1).triangles, (std::vector<std::int32_t>{0, 1, 2}));
+    const auto first = static_cast<std::int32_t>(field.offset(1));
+    EXPECT_EQ(std::vector<std::int32_t>(field.blockTriangles(1).begin(), field.blockTriangles(1).end()),
+              (std::vector<std::int32_t>{first, first + 1, first + 2}));
     EXPECT_EQ(field.layout(1).faceIndex.size(), 16u);
 }
 

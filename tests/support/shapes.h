@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdint>
 #include <functional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -130,7 +131,7 @@ inline int segmentCrosses(const V& a, const V& b, const V& p, const V& q, const 
 // Obstruction by looping over every triangle of the surface, skipping those
 // with a corner at the position of either end: 1, 0, or -1 when the segment
 // only grazes some triangle.
-inline int occludedBruteForce(const std::vector<V>& pos, const std::vector<std::int32_t>& tris, std::int32_t a,
+inline int occludedBruteForce(const std::vector<V>& pos, std::span<const std::int32_t> tris, std::int32_t a,
                               std::int32_t b, double margin = 1e-7) {
     const V pa = pos[static_cast<std::size_t>(a)], pb = pos[static_cast<std::size_t>(b)];
     int verdict = 0;
