@@ -21,7 +21,7 @@
 #include <xercesc/util/SecurityManager.hpp>
 #include <xercesc/util/XMLString.hpp>
 
-#include "api/formats/text.h"
+#include "api/detail/text.h"
 #include "api/host.h"
 
 using arrayWorks::FileError;

@@ -1,4 +1,5 @@
 #include "api/geo.h"
+#include "api/detail/geometry_rules.h"
 
 #include <cctype>
 #include <limits>

@@ -89,20 +89,6 @@ public:
     void clear();
 };
 
-// Positions of the coordinate variables ("x", "y", "z" in any letter case) in
-// a variable list; -1 where absent. When a name occurs twice the later wins.
-struct CoordinateSlots {
-    int x = -1, y = -1, z = -1;
-    bool complete() const noexcept { return x >= 0 && y >= 0 && z >= 0; }
-};
-CoordinateSlots findCoordinates(const arrayWorks::PtrList<NodeVariable>& variables);
-// The axis a variable name stands for: 0, 1, 2 for "x", "y", "z" in any
-// letter case (lowered with tolower, as `lowered` does), -1 for any other name.
-TUNDREL_API int coordinateAxis(std::string_view name) noexcept;
-inline bool isCoordinateName(std::string_view name) noexcept { return coordinateAxis(name) >= 0; }
-// Lower-cases with the C library's tolower, character by character.
-std::string lowered(const std::string& text);
-
 // What structured and face patches share: a name, node counts and the
 // ordered list of named node variables.
 class TUNDREL_API PatchBase {

@@ -3,7 +3,7 @@
 #include <cstdint>
 
 #include "api/detail/xml_dom.h"
-#include "api/formats/text.h"
+#include "api/detail/text.h"
 
 using arrayWorks::FileError;
 namespace src = arrayWorks::source;

@@ -1,4 +1,5 @@
 #include "api/ngeo.h"
+#include "api/detail/geometry_rules.h"
 
 #include <algorithm>
 #include <limits>

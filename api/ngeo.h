@@ -37,14 +37,6 @@ public:
 
 namespace tundrel {
 
-// Turns one face of a four-slot face list the other way round: it keeps its
-// first corner and lists the others in reverse order ((a, b, c) becomes
-// (a, c, b), (a, b, c, d) becomes (a, d, c, b)); -1 slots stay where they are
-// and faces of fewer than three corners stay as they are.
-void reverseFace(std::int32_t* face) noexcept;
-// Every face of `p` (its face count, as far as its face list reaches).
-void reverseFaces(FacePatch& p) noexcept;
-
 // Checks what every region and region_fe must hold, from any reader or any
 // caller (empty slots aside): node counts I*J*K (nodes for face patches), none
 // negative; every variable as long as its patch; a face list as long as its

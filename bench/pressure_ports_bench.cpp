@@ -14,10 +14,10 @@
 #include <vector>
 
 #include "api/TundrelApi.h"
-#include "api/fields/approximation.h"
-#include "api/fields/projection.h"
+#include "api/detail/approximation.h"
+#include "api/detail/projection.h"
 #include "api/fields/surface.h"
-#include "api/fields/surface_bvh.h"
+#include "api/detail/surface_bvh.h"
 
 namespace {
 

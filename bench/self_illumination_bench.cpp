@@ -11,8 +11,9 @@
 #include <string>
 
 #include "api/fields/self_illumination.h"
-#include "api/fields/surface_bvh.h"
+#include "api/detail/surface_bvh.h"
 #include "tests/support/shapes.h"
+#include "api/detail/self_illumination_kernel.h"
 
 namespace {
 
@@ -27,13 +28,13 @@ shapes::Block ballOf(int n) {
     return b;
 }
 
-tundrel::IlluminationNodes flatNodes(const FieldMasterD& f) {
+tundrel::detail::IlluminationNodes flatNodes(const FieldMasterD& f) {
     const tundrel::Surface s(f);
     const std::vector<unsigned char> all(s.nodeCount(), 1);
-    const std::vector<double> area = tundrel::nodeAreas(f, s, all);
+    const std::vector<double> area = tundrel::detail::nodeAreas(f, s, all);
     const auto* v = f.scalar(f.findFunction("P"));
     const auto* normal = f.normals()->data();
-    tundrel::IlluminationNodes nodes;
+    tundrel::detail::IlluminationNodes nodes;
     nodes.reserve(s.nodeCount());
     for (std::size_t k = 0; k < s.nodeCount(); ++k) nodes.add(s, normal[k], k, area[k], v->data()[k]);
     return nodes;
@@ -42,9 +43,9 @@ tundrel::IlluminationNodes flatNodes(const FieldMasterD& f) {
 // The kernel without the obstruction test: every ordered pair.
 void BM_PairKernel(benchmark::State& state) {
     const FieldMasterD f = shapes::build({ballOf(static_cast<int>(state.range(0)))});
-    const tundrel::IlluminationNodes nodes = flatNodes(f);
+    const tundrel::detail::IlluminationNodes nodes = flatNodes(f);
     const double m = static_cast<double>(nodes.size());
-    for (auto _ : state) benchmark::DoNotOptimize(tundrel::illuminationSums(nodes, 0.5, nullptr).data());
+    for (auto _ : state) benchmark::DoNotOptimize(tundrel::detail::illuminationSums(nodes, 0.5, nullptr).data());
     state.counters["nodes"] = m;
     state.counters["pairs/s"] = benchmark::Counter(m * (m - 1) * static_cast<double>(state.iterations()),
                                                    benchmark::Counter::kIsRate);
@@ -74,7 +75,7 @@ void BM_ObstructionKernel(benchmark::State& state) {
     for (std::size_t k = 0; k < ball.selected.size(); k += 10) ball.selected[k] = 1;
     const FieldMasterD f = shapes::build({ball});
     tundrel::SelfIlluminationStats stats;
-    for (auto _ : state) benchmark::DoNotOptimize(tundrel::selfIlluminationValues(f, "P", 0.5, true, &stats).data());
+    for (auto _ : state) benchmark::DoNotOptimize(tundrel::detail::selfIlluminationValues(f, "P", 0.5, true, &stats).data());
     state.counters["tests"] = static_cast<double>(stats.segmentTests);
     state.counters["tests/s"] = benchmark::Counter(static_cast<double>(stats.segmentTests * state.iterations()),
                                                    benchmark::Counter::kIsRate);
@@ -122,7 +123,7 @@ void BM_ObstructionMemory(benchmark::State& state) {
     for (auto _ : state) {
         std::ofstream("/proc/self/clear_refs") << "5";  // resets the peak to the current size
         const long before = statusKb("VmRSS:");
-        benchmark::DoNotOptimize(tundrel::selfIlluminationValues(f, "P", 0.5, true).data());
+        benchmark::DoNotOptimize(tundrel::detail::selfIlluminationValues(f, "P", 0.5, true).data());
         added = static_cast<double>(statusKb("VmHWM:") - before) * 1024.0;
     }
     state.counters["nodes"] = static_cast<double>(f.totalNodes());

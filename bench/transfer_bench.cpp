@@ -18,6 +18,7 @@
 
 #include "api/TundrelApi.h"
 #include "api/fields/surface.h"
+#include "api/detail/geometry_rules.h"
 
 namespace {
 

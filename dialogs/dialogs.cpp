@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <string_view>
 
-#include "api/formats/text.h"
+#include "api/detail/text.h"
 #include "api/host.h"
 
 namespace tundrel {

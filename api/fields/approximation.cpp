@@ -1,4 +1,4 @@
-#include "api/fields/approximation.h"
+#include "api/detail/approximation.h"
 
 #include <Eigen/Dense>
 #include <algorithm>

@@ -1,4 +1,4 @@
-#include "api/fields/normals.h"
+#include "api/detail/node_normals.h"
 
 #include <algorithm>
 #include <cmath>

@@ -5,11 +5,11 @@
 #include <limits>
 #include <vector>
 
-#include "api/fields/approximation.h"
+#include "api/detail/approximation.h"
 #include "api/fields/fields.h"
-#include "api/fields/projection.h"
+#include "api/detail/projection.h"
 #include "api/fields/surface.h"
-#include "api/fields/surface_bvh.h"
+#include "api/detail/surface_bvh.h"
 #include "api/host.h"
 #include "api/markersImport.h"
 #include "dialogs/dialogs.h"

@@ -1,4 +1,4 @@
-#include "api/fields/projection.h"
+#include "api/detail/projection.h"
 
 #include <algorithm>
 #include <cmath>

@@ -12,7 +12,7 @@
 // thread, besides the flat arrays. The obstruction test, when asked for, runs
 // once for each unordered pair that faces itself, inside the same visit: no
 // table of pairs is kept at all.
-#include "api/fields/self_illumination.h"
+#include "api/detail/self_illumination_kernel.h"
 
 #include <omp.h>
 
@@ -23,7 +23,7 @@
 #include <memory>
 #include <span>
 
-#include "api/fields/surface_bvh.h"
+#include "api/detail/surface_bvh.h"
 #include "api/host.h"
 #include "dialogs/dialogs.h"
 
@@ -113,6 +113,8 @@ private:
 constexpr int kRowChunk = 8;
 
 }  // namespace
+
+namespace detail {
 
 double nodeArea(const FieldMasterD& field, int b, int n) {
     const BlockLayout& l = field.layout(b);
@@ -369,6 +371,11 @@ std::vector<double> selfIlluminationValues(const FieldMasterD& field, const std:
         if (nodes.area[i] > 0.0) result[static_cast<std::size_t>(nodes.node[i])] -= sums[i];
     return result;
 }
+}  // namespace detail
+
+using detail::correctSelfIllumination;
+using detail::selfIlluminationValues;
+
 
 namespace {
 
@@ -405,10 +412,12 @@ arrayWorks::ScalarFunction* appendCorrected(FieldMasterD& field, const std::stri
 
 }  // namespace
 
+namespace detail {
 bool correctSelfIllumination(FieldMasterD& field, const std::string& fieldName, double ratio, bool checkVisibility,
                              const std::string& newName, SelfIlluminationStats* stats) {
     return appendCorrected(field, fieldName, ratio, checkVisibility, newName, stats) != nullptr;
 }
+}  // namespace detail
 
 // ---- the typed core and the exported entry -------------------------------------
 

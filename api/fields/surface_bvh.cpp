@@ -14,7 +14,7 @@
 //     and nodes of other patches that lie within that distance of an end.
 // So a segment between two nodes that lie on the surface never counts the
 // faces around its own ends as obstructions.
-#include "api/fields/surface_bvh.h"
+#include "api/detail/surface_bvh.h"
 
 #include <embree3/rtcore.h>
 

@@ -6,7 +6,8 @@
 #include <vector>
 
 #include "api/fields/fields.h"
-#include "api/fields/normals.h"
+#include "api/detail/node_normals.h"
+#include "api/detail/geometry_rules.h"
 
 using arrayWorks::BlockLayout;
 using Vec = z::zVec<double>;

@@ -4,7 +4,8 @@
 #include <vector>
 
 #include "api/fields/self_illumination.h"
-#include "api/fields/surface_bvh.h"
+#include "api/detail/surface_bvh.h"
+#include "api/detail/geometry_rules.h"
 
 namespace {
 

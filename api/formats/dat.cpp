@@ -9,12 +9,13 @@
 #include <limits>
 #include <unordered_set>
 
-#include "api/formats/date.h"
+#include "api/detail/date.h"
 #include "api/formats/formats.h"
-#include "api/formats/items.h"
-#include "api/formats/readers.h"
-#include "api/formats/text.h"
+#include "api/detail/items.h"
+#include "api/detail/format_readers.h"
+#include "api/detail/text.h"
 #include "api/host.h"
+#include "api/detail/geometry_rules.h"
 
 namespace {
 

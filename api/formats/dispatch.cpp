@@ -1,9 +1,10 @@
 #include <cctype>
 
 #include "api/formats/formats.h"
-#include "api/formats/readers.h"
-#include "api/formats/text.h"
+#include "api/detail/format_readers.h"
+#include "api/detail/text.h"
 #include "api/host.h"
+#include "api/detail/geometry_rules.h"
 
 std::string file_extension(const std::string& name) {
     const std::size_t dot = name.rfind('.');

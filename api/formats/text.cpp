@@ -1,4 +1,4 @@
-#include "api/formats/text.h"
+#include "api/detail/text.h"
 
 #include <algorithm>
 #include <cerrno>

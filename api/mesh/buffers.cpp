@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "api/mesh/mesh.h"
+#include "api/detail/geometry_rules.h"
 
 namespace {
 

@@ -5,6 +5,7 @@
 
 #include "api/host.h"
 #include "api/mesh/mesh.h"
+#include "api/detail/geometry_rules.h"
 
 namespace {
 

@@ -1,4 +1,5 @@
 #include "api/mesh/normals.h"
+#include "api/detail/geometry_rules.h"
 
 void change_normal_fe(region_fe& reg_fe, int patch) {
     if (!reg_fe.patches.exists(patch)) return;

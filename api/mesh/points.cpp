@@ -2,6 +2,7 @@
 #include <string>
 
 #include "api/mesh/mesh.h"
+#include "api/detail/geometry_rules.h"
 
 namespace {
 

@@ -2,6 +2,7 @@
 
 #include "api/TundrelApi.h"
 #include "tests/support/test_util.h"
+#include "api/detail/geometry_rules.h"
 
 using arrayWorks::GenericError;
 using arrayWorks::IndexError;

@@ -7,7 +7,7 @@
 #include <limits>
 #include <sstream>
 
-#include "api/formats/text.h"
+#include "api/detail/text.h"
 #include "tests/support/test_util.h"
 
 namespace text = tundrel::text;

@@ -8,7 +8,7 @@
 #include <functional>
 #include <random>
 
-#include "api/fields/approximation.h"
+#include "api/detail/approximation.h"
 
 using tundrel::ApproximationStatus;
 using tundrel::PortApproximation;

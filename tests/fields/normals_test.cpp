@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "api/TundrelApi.h"
-#include "api/fields/normals.h"
+#include "api/detail/node_normals.h"
 #include "tests/support/shapes.h"
 #include "tests/support/test_util.h"
 

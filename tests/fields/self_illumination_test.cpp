@@ -3,9 +3,10 @@
 #include <random>
 
 #include "api/fields/self_illumination.h"
-#include "api/fields/surface_bvh.h"
+#include "api/detail/surface_bvh.h"
 #include "tests/support/shapes.h"
 #include "tests/support/test_util.h"
+#include "api/detail/self_illumination_kernel.h"
 
 using shapes::V;
 
@@ -69,9 +70,9 @@ TEST(NodeArea, FlatGridCountsQuarterHalfAndWholeCells) {
         } rows[] = {{5, 1.0, 1.0}, {6, 1.0, 1.0}, {1, 0.5, 0.5}, {4, 0.5, 0.5},
                     {0, 0.25, 1.0 / 6}, {3, 0.25, 2.0 / 6}, {8, 0.25, 2.0 / 6}, {11, 0.25, 1.0 / 6}};
         for (const Row& r : rows)
-            EXPECT_NEAR(tundrel::nodeArea(f, 0, r.node), (faces ? r.faces : r.grid) * cell, 1e-15) << r.node;
-        EXPECT_THROW(tundrel::nodeArea(f, 0, 12), arrayWorks::IndexError);
-        EXPECT_THROW(tundrel::nodeArea(f, 1, 0), arrayWorks::IndexError);
+            EXPECT_NEAR(tundrel::detail::nodeArea(f, 0, r.node), (faces ? r.faces : r.grid) * cell, 1e-15) << r.node;
+        EXPECT_THROW(tundrel::detail::nodeArea(f, 0, 12), arrayWorks::IndexError);
+        EXPECT_THROW(tundrel::detail::nodeArea(f, 1, 0), arrayWorks::IndexError);
     }
 }
 
@@ -103,7 +104,7 @@ TEST_P(SelfIlluminationKernel, AgreesWithThePlainLoop) {
     if (c.visibility) visible = [&](int a, int b) { return !bvh.occluded(a, b); };
 
     tundrel::SelfIlluminationStats stats;
-    const std::vector<double> got = tundrel::selfIlluminationValues(f, "P", c.ratio, c.visibility, &stats);
+    const std::vector<double> got = tundrel::detail::selfIlluminationValues(f, "P", c.ratio, c.visibility, &stats);
     expectMatchesReference(got, f, "P", c.ratio, visible);
     EXPECT_EQ(got[f.offset(1) + 5], arrayWorks::kNoValue);
     EXPECT_EQ(stats.pairs, stats.participants * (stats.participants - 1));
@@ -130,8 +131,8 @@ TEST(SelfIlluminationVisibility, InsideAClosedBallNothingIsHidden) {
     for (std::size_t k = 0; k < ball.value.size(); ++k) ball.value[k] = 1.0 + 0.01 * static_cast<double>(k % 17);
     FieldMasterD f = shapes::build({ball});
     tundrel::SelfIlluminationStats with, without;
-    const auto a = tundrel::selfIlluminationValues(f, "P", 0.8, true, &with);
-    const auto b = tundrel::selfIlluminationValues(f, "P", 0.8, false, &without);
+    const auto a = tundrel::detail::selfIlluminationValues(f, "P", 0.8, true, &with);
+    const auto b = tundrel::detail::selfIlluminationValues(f, "P", 0.8, false, &without);
     const auto n = static_cast<std::int64_t>(ball.pos.size());
     EXPECT_EQ(with.segmentTests, n * (n - 1) / 2);
     for (std::size_t k = 0; k < a.size(); ++k) {
@@ -157,10 +158,10 @@ TEST(SelfIlluminationVisibility, AScreenHidesExactlyTheBlockedPairs) {
         return !(mx > 1.2 && mx < 3.7);
     };
     tundrel::SelfIlluminationStats stats;
-    const auto got = tundrel::selfIlluminationValues(f, "P", 1.0, true, &stats);
+    const auto got = tundrel::detail::selfIlluminationValues(f, "P", 1.0, true, &stats);
     EXPECT_EQ(stats.segmentTests, 36 * 36);  // each facing pair once; the plates' own pairs do not face
     expectMatchesReference(got, f, "P", 1.0, visible);
-    const auto open = tundrel::selfIlluminationValues(f, "P", 1.0, false);
+    const auto open = tundrel::detail::selfIlluminationValues(f, "P", 1.0, false);
     int hidden = 0;
     for (std::size_t k = 0; k < 72; ++k) hidden += got[k] > open[k] + 1e-9;
     EXPECT_GT(hidden, 40);
@@ -179,7 +180,7 @@ protected:
         return shapes::build({a, b});
     }
     std::vector<double> run(FieldMasterD& f, double ratio, const std::string& name = "P_si") {
-        EXPECT_TRUE(tundrel::correctSelfIllumination(f, "P", ratio, false, name));
+        EXPECT_TRUE(tundrel::detail::correctSelfIllumination(f, "P", ratio, false, name));
         const auto* fn = f.scalar(f.findFunction(name));
         return std::vector<double>(fn->data(), fn->data() + fn->size());
     }
@@ -231,10 +232,10 @@ TEST_F(SelfIlluminationCorrection, BadNamesAndKindsLeaveTheContainerAsItWas) {
         }
         return std::pair<std::string, int>("", 0);
     };
-    EXPECT_EQ(line([&] { tundrel::correctSelfIllumination(f, "Q", 1.0, false, "Q_si"); }),
+    EXPECT_EQ(line([&] { tundrel::detail::correctSelfIllumination(f, "Q", 1.0, false, "Q_si"); }),
               (std::pair<std::string, int>("..\\api\\geo.h", 804)));
-    EXPECT_FALSE(tundrel::correctSelfIllumination(f, "$_N", 1.0, false, "N_si"));  // not a scalar field
-    EXPECT_FALSE(tundrel::correctSelfIllumination(f, "P", 1.0, false, "P"));       // name exists
+    EXPECT_FALSE(tundrel::detail::correctSelfIllumination(f, "$_N", 1.0, false, "N_si"));  // not a scalar field
+    EXPECT_FALSE(tundrel::detail::correctSelfIllumination(f, "P", 1.0, false, "P"));       // name exists
     EXPECT_EQ(f.functionCount(), 3);
 
     FieldMasterD noNormals;
@@ -242,14 +243,14 @@ TEST_F(SelfIlluminationCorrection, BadNamesAndKindsLeaveTheContainerAsItWas) {
                        {V(0, 0, 0), V(1, 0, 0), V(0, 1, 0), V(1, 1, 0)});
     noNormals.addSelection();
     noNormals.addScalar("P", 1.0);
-    EXPECT_EQ(line([&] { tundrel::correctSelfIllumination(noNormals, "P", 1.0, false, "P_si"); }).second, 804);
+    EXPECT_EQ(line([&] { tundrel::detail::correctSelfIllumination(noNormals, "P", 1.0, false, "P_si"); }).second, 804);
     EXPECT_EQ(noNormals.functionCount(), 2);
 
     FieldMasterD noSelection;
     noSelection.addBlock(noNormals.layout(0), {V(0, 0, 0), V(1, 0, 0), V(0, 1, 0), V(1, 1, 0)});
     noSelection.addVector(arrayWorks::kNormalsName, {0, 0, 1});
     noSelection.addScalar("P", 1.0);
-    EXPECT_EQ(line([&] { tundrel::correctSelfIllumination(noSelection, "P", 1.0, false, "P_si"); }),
+    EXPECT_EQ(line([&] { tundrel::detail::correctSelfIllumination(noSelection, "P", 1.0, false, "P_si"); }),
               (std::pair<std::string, int>("..\\api\\field_selection.h", 26)));
     EXPECT_EQ(noSelection.functionCount(), 2);
 }

@@ -4,7 +4,7 @@
 
 #include "api/fields/self_illumination.h"
 #include "api/fields/surface.h"
-#include "api/fields/surface_bvh.h"
+#include "api/detail/surface_bvh.h"
 #include "tests/support/shapes.h"
 
 using shapes::V;

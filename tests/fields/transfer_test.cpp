@@ -6,6 +6,7 @@
 
 #include "api/TundrelApi.h"
 #include "tests/support/test_util.h"
+#include "api/detail/geometry_rules.h"
 
 using arrayWorks::BlockLayout;
 using arrayWorks::kNoValue;

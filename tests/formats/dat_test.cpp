@@ -5,7 +5,7 @@
 #include <sstream>
 
 #include "api/TundrelApi.h"
-#include "api/formats/date.h"
+#include "api/detail/date.h"
 #include "tests/support/test_util.h"
 
 using testutil::HostTest;

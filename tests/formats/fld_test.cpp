@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "api/TundrelApi.h"
-#include "api/formats/date.h"
+#include "api/detail/date.h"
 #include "tests/support/test_util.h"
 
 using testutil::HostTest;

@@ -13,7 +13,7 @@
 #include <sstream>
 
 #include "api/TundrelApi.h"
-#include "api/formats/text.h"
+#include "api/detail/text.h"
 #include "tests/support/test_util.h"
 
 namespace {

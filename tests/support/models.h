@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "api/TundrelApi.h"
+#include "api/detail/geometry_rules.h"
 
 namespace testutil {
 

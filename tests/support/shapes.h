@@ -154,6 +154,7 @@ inline int occludedBruteForce(const std::vector<V>& pos, std::span<const std::in
 #include <functional>
 
 #include "api/fields/self_illumination.h"
+#include "api/detail/self_illumination_kernel.h"
 
 namespace shapes {
 
@@ -176,7 +177,7 @@ inline std::vector<double> referenceCorrection(const FieldMasterD& f, const std:
     if (area.size() != f.totalNodes()) area.assign(f.totalNodes(), -1.0);
     auto areaOf = [&](int b, int n) {
         double& a = area[f.offset(b) + static_cast<std::size_t>(n)];
-        if (a == -1.0) a = tundrel::nodeArea(f, b, n);
+        if (a == -1.0) a = tundrel::detail::nodeArea(f, b, n);
         return a;
     };
     std::vector<double> result(f.totalNodes());

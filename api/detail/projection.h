@@ -17,7 +17,7 @@
 
 #include "api/export.h"
 #include "api/fields/surface.h"
-#include "api/fields/surface_bvh.h"
+#include "api/detail/surface_bvh.h"
 #include "api/markers.h"
 
 namespace tundrel {

@@ -1,0 +1,67 @@
+// The self-illumination correction's internals: node areas, the gather of
+// the participating nodes and the pair kernel, for the typed core and the
+// tests. Never installed, never exported.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "api/fields/self_illumination.h"
+#include "api/fields/surface.h"
+
+namespace tundrel {
+class SurfaceBvh;
+}
+
+namespace tundrel::detail {
+
+// The area that belongs to node n of block b. Structured blocks: 0.125 times
+// the summed lengths of the cross products of consecutive vectors to the
+// eight neighbours (a neighbour outside the patch is the node itself; the
+// ring starts at column + 1 and turns towards row + 1). Face blocks: a third
+// of the area of every triangle that holds the node; a four-cornered face
+// reaches the container as two triangles and so gives each corner a third of
+// each triangle it belongs to. Checked access, one node at a time.
+double nodeArea(const FieldMasterD& field, int b, int n);
+
+// The same areas for the nodes where `wanted` (one byte a node, all blocks
+// together) is nonzero; 0 for the others.
+std::vector<double> nodeAreas(const FieldMasterD& field, const Surface& surface,
+                                          const std::vector<unsigned char>& wanted);
+
+// The participating nodes as flat arrays for the pair kernel.
+struct IlluminationNodes {
+    std::vector<double> x, y, z;     // positions
+    std::vector<double> nx, ny, nz;  // normals
+    std::vector<double> area, value;
+    std::vector<double> extent;      // largest absolute coordinate
+    std::vector<std::int32_t> node;  // global node number, ascending
+
+    std::size_t size() const noexcept { return node.size(); }
+    void reserve(std::size_t n);
+    // Node k of the surface with its normal, area and value.
+    void add(const Surface& s, const z::zVec<double>& normal, std::size_t k, double area, double value);
+};
+
+// The received sum of every participant (the amount subtracted from its
+// value), without the obstruction test when bvh is null. Runs in parallel
+// and reports progress through the host.
+std::vector<double> illuminationSums(const IlluminationNodes& nodes, double ratio, const SurfaceBvh* bvh,
+                                                 SelfIlluminationStats* stats = nullptr);
+
+// The corrected values of every node (all blocks together) without changing
+// the container: the source values, less the received sums at participating
+// nodes. Throws as self_illumination does; empty when it would end silently.
+std::vector<double> selfIlluminationValues(const FieldMasterD& field, const std::string& fieldName,
+                                                       double ratio, bool checkVisibility,
+                                                       SelfIlluminationStats* stats = nullptr);
+
+// The correction proper, with the dialog's values: appends the new scalar
+// function `newName`. False when it ended silently (see above, or newName
+// exists); errors as self_illumination.
+bool correctSelfIllumination(FieldMasterD& field, const std::string& fieldName, double ratio,
+                                         bool checkVisibility, const std::string& newName,
+                                         SelfIlluminationStats* stats = nullptr);
+
+}  // namespace tundrel::detail
