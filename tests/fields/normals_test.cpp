@@ -1,9 +1,9 @@
+// Face orientation: the normals of closed spheres, of layered grids,
+// change_normal_fe and the removal of faces out of sight.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <map>
 #include <memory>
 #include <numbers>
 #include <vector>
@@ -11,7 +11,6 @@
 #include "api/TundrelApi.h"
 #include "api/detail/node_normals.h"
 #include "tests/support/shapes.h"
-#include "tests/support/test_util.h"
 
 using Vec = z::zVec<double>;
 
@@ -20,18 +19,14 @@ namespace {
 const Vec kCentre{0.5, -1.0, 2.0};
 constexpr double kRadius = 3.0;
 
-// A structured patch of a sphere about kCentre: longitudes 0..2pi (the seam
-// doubled; `turn` -1 runs them the other way) along i, latitudes from lat0 to
-// lat1 along j.
+// A structured patch of the sphere about kCentre: longitudes 0..2pi along i
+// (seam doubled; `turn` -1 runs them the other way), latitudes lat0..lat1 along j.
 std::shared_ptr<StructPatch> spherePatch(int I, int J, double lat0, double lat1, double turn = 1.0) {
     auto p = std::make_shared<StructPatch>(I, J, 1);
-    auto& x = p->addVariable("X");
-    auto& y = p->addVariable("Y");
-    auto& z = p->addVariable("Z");
+    auto &x = p->addVariable("X"), &y = p->addVariable("Y"), &z = p->addVariable("Z");
     for (int j = 0; j < J; ++j)
         for (int i = 0; i < I; ++i) {
-            const double lon = turn * 2.0 * std::numbers::pi * i / (I - 1);
-            const double lat = lat0 + (lat1 - lat0) * j / (J - 1);
+            const double lon = turn * 2.0 * std::numbers::pi * i / (I - 1), lat = lat0 + (lat1 - lat0) * j / (J - 1);
             const std::size_t n = static_cast<std::size_t>(i + I * j);
             x.values[n] = kCentre.x + kRadius * std::cos(lat) * std::cos(lon);
             y.values[n] = kCentre.y + kRadius * std::cos(lat) * std::sin(lon);
@@ -40,19 +35,21 @@ std::shared_ptr<StructPatch> spherePatch(int I, int J, double lat0, double lat1,
     return p;
 }
 
-// A closed sphere about kCentre as a face patch, faces counter-clockwise seen
-// from outside.
-std::shared_ptr<FacePatch> ball(int rings, int segments) {
-    const shapes::Block b = shapes::sphere(rings, segments, kRadius, kCentre, false);
+// A face patch of the block's triangles (corners 1 and 2 swapped when
+// flipped), variables X, Y, Z and P = node number.
+std::shared_ptr<FacePatch> patchOf(const shapes::Block& b, bool flip = false) {
     const auto& t = b.layout.triangles;
     auto p = std::make_shared<FacePatch>(b.layout.nodes, static_cast<int>(4 * t.size() / 3), static_cast<int>(t.size() / 3));
-    for (std::size_t k = 0; k < t.size(); ++k) p->faceIndex[k + k / 3] = t[k];
+    for (std::size_t k = 0; k < t.size(); ++k) p->faceIndex[k + k / 3] = t[flip ? k - k % 3 + (3 - k % 3) % 3 : k];
     for (std::size_t k = 3; k < p->faceIndex.size(); k += 4) p->faceIndex[k] = -1;
-    auto& x = p->addVariable("x");
-    auto& y = p->addVariable("y");
-    auto& z = p->addVariable("z");
-    for (std::size_t n = 0; n < b.pos.size(); ++n) x.values[n] = b.pos[n].x, y.values[n] = b.pos[n].y, z.values[n] = b.pos[n].z;
+    auto &x = p->addVariable("X"), &y = p->addVariable("Y"), &z = p->addVariable("Z"), &P = p->addVariable("P");
+    for (std::size_t n = 0; n < b.pos.size(); ++n)
+        x.values[n] = b.pos[n].x, y.values[n] = b.pos[n].y, z.values[n] = b.pos[n].z, P.values[n] = static_cast<double>(n);
     return p;
+}
+
+std::shared_ptr<FacePatch> ball(int rings, int segments) {
+    return patchOf(shapes::sphere(rings, segments, kRadius, kCentre, false));
 }
 
 FieldMasterD toField(const region& reg, const region_fe& fe) {
@@ -62,8 +59,8 @@ FieldMasterD toField(const region& reg, const region_fe& fe) {
     return field;
 }
 
-// The smallest and largest cosine between a node's normal and the outward
-// radius over the nodes of block b; every normal must be of unit length.
+// The smallest and largest cosine between a node's normal (of unit length)
+// and the outward radius over block b.
 std::pair<double, double> outwardCosines(const FieldMasterD& field, int b) {
     double lo = 1.0, hi = -1.0;
     for (int n = 0; n < field.nodeCount(b); ++n) {
@@ -80,8 +77,8 @@ std::pair<double, double> outwardCosines(const FieldMasterD& field, int b) {
 
 TEST(Normals, ASphereOfStructuredPatchesHasOutwardNormalsPolesAndSeamsIncluded) {
     region reg;
-    reg.append(spherePatch(49, 17, 0.0, std::numbers::pi / 2));   // north, pole in the last row
-    reg.append(spherePatch(49, 17, -std::numbers::pi / 2, 0.0));  // south, pole in the first row
+    reg.append(spherePatch(49, 17, 0.0, std::numbers::pi / 2));        // north, pole in the last row
+    reg.append(spherePatch(49, 17, -std::numbers::pi / 2, 0.0));       // south, pole in the first row
     reg.append(spherePatch(49, 17, 0.0, std::numbers::pi / 2, -1.0));  // the grid turned round
     const FieldMasterD field = toField(reg, region_fe());
     EXPECT_GT(outwardCosines(field, 0).first, 0.99);
@@ -104,32 +101,24 @@ TEST(Normals, ASphereOfTrianglesHasOutwardNormalsAndChangeNormalTurnsThemInward)
     EXPECT_LT(outwardCosines(after, 0).second, -0.99);
     EXPECT_TRUE(std::ranges::equal(after.x(), before.x()) && std::ranges::equal(after.z(), before.z()));
     for (int n = 0; n < after.nodeCount(1); ++n) EXPECT_EQ(after.normals()->at(1, n), before.normals()->at(1, n));
-    // Twice gives the faces back.
-    change_normal_fe(fe, 0);
+    change_normal_fe(fe, 0);  // twice gives the faces back
     EXPECT_EQ(fe.patch(0).faceIndex, ball(15, 24)->faceIndex);
 }
 
 TEST(Normals, EachLayerOfAThickPatchHasItsOwnNormals) {
     auto p = std::make_shared<StructPatch>(3, 2, 2);
-    auto& x = p->addVariable("x");
-    auto& y = p->addVariable("y");
-    auto& z = p->addVariable("z");
-    for (int k = 0; k < 2; ++k)
-        for (int j = 0; j < 2; ++j)
-            for (int i = 0; i < 3; ++i) {
-                const std::size_t n = static_cast<std::size_t>(i + 3 * j + 6 * k);
-                x.values[n] = k == 0 ? i : j;  // the second layer runs the other way round
-                y.values[n] = k == 0 ? j : i;
-                z.values[n] = 5.0 * k;
-            }
+    auto &x = p->addVariable("x"), &y = p->addVariable("y"), &z = p->addVariable("z");
+    for (std::size_t n = 0; n < 12; ++n) {
+        const double i = static_cast<double>(n % 3), j = static_cast<double>(n / 3 % 2);
+        x.values[n] = n < 6 ? i : j;  // the second layer runs the other way round
+        y.values[n] = n < 6 ? j : i;
+        z.values[n] = n < 6 ? 0.0 : 5.0;
+    }
     region reg;
     reg.append(p);
     FieldMasterD field = toField(reg, region_fe());
     EXPECT_EQ(field.layout(0).layers, 2);
-    for (int n = 0; n < 6; ++n) {
-        EXPECT_EQ(field.normals()->at(0, n), (Vec{0, 0, 1}));
-        EXPECT_EQ(field.normals()->at(0, n + 6), (Vec{0, 0, -1}));
-    }
+    for (int n = 0; n < 12; ++n) EXPECT_EQ(field.normals()->at(0, n), (Vec{0, 0, n < 6 ? 1.0 : -1.0})) << n;
     region back;
     region_fe backFe;
     fieldMaster_to_Region(field, {}, back, backFe);
@@ -137,33 +126,68 @@ TEST(Normals, EachLayerOfAThickPatchHasItsOwnNormals) {
     EXPECT_EQ(back.patch(0).findVariable("x")->values, x.values);
 }
 
-// ---- change_normal_fe ----------------------------------------------------------------
-
-struct FlipCase {
-    const char* name;
-    std::vector<std::int32_t> before, after;
-};
-void PrintTo(const FlipCase& c, std::ostream* os) { *os << c.name; }
-
-class ChangeNormal : public ::testing::TestWithParam<FlipCase> {};
-
-TEST_P(ChangeNormal, TurnsEveryFaceOfThePatch) {
-    region_fe fe;
-    auto p = std::make_shared<FacePatch>(5, static_cast<int>(GetParam().before.size()),
-                                         static_cast<int>(GetParam().before.size() / 4));
-    p->faceIndex = GetParam().before;
-    p->addVariable("x").values = {1, 2, 3, 4, 5};
-    fe.append(p);
-    change_normal_fe(fe, 0);
-    EXPECT_EQ(p->faceIndex, GetParam().after);
-    EXPECT_EQ(p->findVariable("x")->values, (std::vector<double>{1, 2, 3, 4, 5}));
-    EXPECT_EQ(p->nodes, 5);
+// Quads turn about their first corner; faces of fewer than three corners stay.
+TEST(Normals, ChangeNormalTurnsEveryFaceOfThePatch) {
+    const std::vector<std::int32_t> rows[][2] = {{{0, 1, 2, -1, 2, 1, 3, -1}, {0, 2, 1, -1, 2, 3, 1, -1}},
+                                                 {{0, 1, 2, 3}, {0, 3, 2, 1}},
+                                                 {{0, 1, -1, -1, 3, -1, -1, -1}, {0, 1, -1, -1, 3, -1, -1, -1}},
+                                                 {{}, {}}};
+    for (const auto& row : rows) {
+        region_fe fe;
+        auto p = std::make_shared<FacePatch>(5, static_cast<int>(row[0].size()), static_cast<int>(row[0].size() / 4));
+        p->faceIndex = row[0];
+        p->addVariable("x").values = {1, 2, 3, 4, 5};
+        fe.append(p);
+        change_normal_fe(fe, 0);
+        EXPECT_EQ(p->faceIndex, row[1]);
+        EXPECT_EQ(p->findVariable("x")->values, (std::vector<double>{1, 2, 3, 4, 5}));
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, ChangeNormal,
-    ::testing::Values(FlipCase{"triangles", {0, 1, 2, -1, 2, 1, 3, -1}, {0, 2, 1, -1, 2, 3, 1, -1}},
-                      FlipCase{"quad", {0, 1, 2, 3}, {0, 3, 2, 1}},
-                      FlipCase{"tooFewCorners", {0, 1, -1, -1, 3, -1, -1, -1}, {0, 1, -1, -1, 3, -1, -1, -1}},
-                      FlipCase{"noFaces", {}, {}}),
-    [](const auto& info) { return std::string(info.param.name); });
+// ---- unvisible_faces_remove ------------------------------------------------------
+
+namespace {
+
+// An I x J plate of triangles at height z over [x0, x0 + I - 1] x [0, J - 1],
+// facing up (down when flipped).
+std::shared_ptr<FacePatch> plate(int I, int J, double x0, double z, bool flipped = false) {
+    return patchOf(shapes::gridAsFaces(I, J, [=](int i, int j) { return Vec(x0 + i, j, z); }, {}), flipped);
+}
+
+}  // namespace
+
+TEST(UnvisibleFacesRemove, KeepsFrontFacesInSightAndCompactsTheNodes) {
+    region_fe reg;
+    reg.append(plate(3, 3, 0.0, 1.0));         // 8 faces over [0, 2] x [0, 2], seen
+    reg.append(plate(6, 3, 0.0, 0.0));         // 20 faces over [0, 5] x [0, 2], partly below the first
+    reg.append(plate(3, 3, 10.0, 0.0, true));  // turned away
+    reg.append(std::make_shared<FacePatch>(3, 4, 1));  // no coordinates: stays
+    reg.patch(3).faceIndex = {0, 1, 2, -1};
+    reg.patch(3).addVariable("P");
+    // Far above the middle of the first plate, so that it shades what lies under it.
+    EXPECT_EQ(unvisible_faces_remove(reg, {1.0, 1.0, 1e4}), 8 + 8);
+    EXPECT_TRUE(reg.patch(0).faces == 8 && reg.patch(0).nodes == 9);
+    EXPECT_TRUE(reg.patch(2).faces == 0 && reg.patch(2).nodes == 0 && reg.patch(2).variable(0).values.empty());
+    EXPECT_TRUE(reg.patch(3).faces == 1 && reg.patch(3).nodes == 3);
+
+    // The lower plate keeps the cells beyond x = 2: columns 2 to 5 of its nodes, in order.
+    const FacePatch& low = reg.patch(1);
+    EXPECT_EQ(low.faces, 12);
+    ASSERT_EQ(low.nodes, 12);
+    EXPECT_EQ(low.indexLength, 4 * 12);
+    ASSERT_EQ(low.faceIndex.size(), 48u);
+    const NodeVariable& P = low.variable(3);
+    ASSERT_EQ(P.values.size(), 12u);
+    EXPECT_TRUE(P.count == 12 && P.I == 12);
+    for (std::size_t n = 0; n < 12; ++n) EXPECT_EQ(P.values[n], static_cast<double>(2 + n % 4 + 6 * (n / 4)));
+    for (std::size_t k = 0; k < 48; ++k)
+        EXPECT_TRUE(k % 4 == 3 ? low.faceIndex[k] == -1 : low.faceIndex[k] >= 0 && low.faceIndex[k] < 12) << k;
+
+    region_fe behind, front;
+    behind.append(plate(4, 4, 0.0, 0.0));
+    front.append(plate(4, 4, 0.0, 0.0));
+    EXPECT_EQ(unvisible_faces_remove(behind, {1.5, 1.5, -5.0}), 18);
+    EXPECT_EQ(behind.patch(0).faces, 0);
+    EXPECT_EQ(unvisible_faces_remove(front, {1.5, 1.5, 5.0}), 0);  // all in sight, nothing changes
+    EXPECT_EQ(front.patch(0).nodes, 16);
+}

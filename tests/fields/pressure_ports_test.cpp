@@ -14,7 +14,6 @@
 
 using tundrel::ControlTexts;
 using Vec = z::zVec<double>;
-namespace msg = tundrel::pressure_ports_messages;
 
 namespace {
 
@@ -25,11 +24,10 @@ void addGrid(FieldMasterD& f, int I, int J, const Height& h) {
     arrayWorks::BlockLayout l;
     l.nodes = I * J, l.rowLength = I, l.rows = J;
     std::vector<Vec> pos;
-    for (int j = 0; j < J; ++j)
-        for (int i = 0; i < I; ++i) {
-            const double x = 4.0 * i / (I - 1), y = 3.0 * j / (J - 1);
-            pos.emplace_back(x, y, h(x, y));
-        }
+    for (int n = 0; n < I * J; ++n) {
+        const double x = 4.0 * (n % I) / (I - 1), y = 3.0 * (n / I) / (J - 1);
+        pos.emplace_back(x, y, h(x, y));
+    }
     f.addBlock(l, pos);
 }
 
@@ -57,16 +55,11 @@ std::string mrk(const std::vector<Port>& ports, const std::string& ids = "xyzf")
     return s + "</ObjectMarkers>\n";
 }
 
-// A 3-D point file, "X Y Z" a line.
-std::string apm(const std::vector<Port>& ports) {
+// A 3-D point file, "X Y Z" a line, lifted by `by`.
+std::string apm(const std::vector<Port>& ports, double by = 0.0) {
     std::string s;
-    for (const Port& p : ports) s += text(p.p.x) + text(p.p.y) + text(p.p.z) + "\n";
+    for (const Port& p : ports) s += text(p.p.x) + text(p.p.y) + text(p.p.z + by) + "\n";
     return s;
-}
-
-std::vector<Port> lifted(std::vector<Port> ports, double by) {
-    for (Port& p : ports) p.p.z += by;
-    return ports;
 }
 
 }  // namespace
@@ -110,52 +103,49 @@ protected:
     FieldMasterD field;
 };
 
-struct CheckCase {
-    const char* name;
-    const char* fileName;
-    std::function<std::string(std::vector<Port>)> content;  // given ports on the surface
-    std::string fieldName, deflexion;
-    int order;
-    const char* message;  // nullptr: the field is added
-};
+// The exported operation shows the message and adds nothing; the typed core
+// returns the same message and shows nothing.
+TEST_F(PressurePorts, ChecksShowTheirMessageAndAddNothing) {
+    const struct {
+        const char* fileName;
+        std::function<std::string(std::vector<Port>)> content;  // given ports on the surface
+        std::string fieldName, deflexion;
+        int order;
+        const char* message;  // nullptr: the field is added
+    } rows[] = {
+        {"p.mrk", [](auto p) { return mrk(p, "xyz"); }, "", "0.1", 0, "Function is absent in the markers file"},
+        {"p.mrk", [](auto p) { return mrk(p, "f"); }, "", "0.1", 0,
+         "Two or three markers koordinates are absent in the markers file"},
+        {"p.apm", [](auto p) { return apm(p); }, "Cp", "0.1", 0,
+         "Function name of the markers is not coincide with field name"},
+        {"p.apm", [](auto p) { return apm(p, 0.5); }, "", "0.2", 0, "Deflextion has small value"},
+        {"p.apm", [](auto p) { return apm(p, 0.5); }, "", "-0.6", 0, nullptr},  // a negative deflexion: any distance
+        {"p.mrk", [](auto p) { return mrk(p, "xf"); }, "", "0.1", 0, "Are not projection of the markers on the geometry"},
+        {"p.mrk", [](auto p) { return p[3].value = -1e10, mrk(p); }, "", "0.1", 1, "Error 1"},   // a port without value
+        {"p.mrk", [](auto p) { return p[5] = {p[2].p, 9.0}, mrk(p); }, "", "0.1", 0, "Error 2"},  // one place, two values
+        {"p.apm", [](auto p) { return apm(p); }, "", "0.1", 0, nullptr},  // the values of points are zero
+    };
+    for (const auto& c : rows) {
+        SCOPED_TRACE(c.message ? c.message : "added");
+        host.messages.clear();
+        host.dialogsShown.clear();
+        const int before = field.functionCount();
+        const std::string file = write(c.fileName, c.content(portsOnSurface(12)));
+        run(file, c.deflexion, c.order, c.fieldName, "dialog" + std::to_string(before));
+        EXPECT_EQ(messages(), c.message ? std::vector<std::string>{c.message} : std::vector<std::string>{});
+        EXPECT_EQ(field.functionCount(), before + (c.message ? 0 : 1));
+        EXPECT_EQ(host.dialogsShown, std::vector<int>{tundrel::kPressurePortsDialog});
+        EXPECT_EQ(host.busyDepth, 0);
 
-void PrintTo(const CheckCase& c, std::ostream* os) { *os << c.name; }
-
-class PressurePortsChecks : public PressurePorts, public ::testing::WithParamInterface<CheckCase> {};
-
-// The exported operation shows the message; the typed core returns the same.
-TEST_P(PressurePortsChecks, ShowTheirMessageAndAddNothing) {
-    const CheckCase& c = GetParam();
-    const int before = field.functionCount();
-    const std::string file = write(c.fileName, c.content(portsOnSurface(12)));
-    run(file, c.deflexion, c.order, c.fieldName);
-    EXPECT_EQ(messages(), c.message ? std::vector<std::string>{c.message} : std::vector<std::string>{});
-    EXPECT_EQ(field.functionCount(), before + (c.message ? 0 : 1));
-    EXPECT_EQ(host.dialogsShown, std::vector<int>{tundrel::kPressurePortsDialog});
-    EXPECT_EQ(host.busyDepth, 0);
-
-    tundrel::PressurePortsParameters p;
-    p.newName = "core", p.markersFile = file, p.maxDeflexion = std::stod(c.deflexion), p.order = c.order;
-    const auto r = tundrel::buildPressurePorts(field, c.fieldName, p);
-    EXPECT_EQ(r.message, c.message ? c.message : "");
-    EXPECT_EQ(r.function != nullptr, c.message == nullptr);
-    EXPECT_EQ(messages().size(), c.message ? 1u : 0u);  // the core shows nothing
+        tundrel::PressurePortsParameters p;
+        p.newName = "core" + std::to_string(before), p.markersFile = file;
+        p.maxDeflexion = std::stod(c.deflexion), p.order = c.order;
+        const auto r = tundrel::buildPressurePorts(field, c.fieldName, p);
+        EXPECT_EQ(r.message, c.message ? c.message : "");
+        EXPECT_EQ(r.function != nullptr, c.message == nullptr);
+        EXPECT_EQ(messages().size(), c.message ? 1u : 0u);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Construction, PressurePortsChecks,
-    ::testing::Values(
-        CheckCase{"noValues", "p.mrk", [](auto p) { return mrk(p, "xyz"); }, "", "0.1", 0, msg::kNoFunction},
-        CheckCase{"noCoordinates", "p.mrk", [](auto p) { return mrk(p, "f"); }, "", "0.1", 0, msg::kNoCoordinates},
-        CheckCase{"nameDiffers", "p.apm", [](auto p) { return apm(p); }, "Cp", "0.1", 0, msg::kNameDiffers},
-        CheckCase{"farFromSurface", "p.apm", [](auto p) { return apm(lifted(p, 0.5)); }, "", "0.2", 0, msg::kSmallDeflexion},
-        CheckCase{"negativeDeflexion", "p.apm", [](auto p) { return apm(lifted(p, 0.5)); }, "", "-0.6", 0, nullptr},
-        CheckCase{"oneCoordinate", "p.mrk", [](auto p) { return mrk(p, "xf"); }, "", "0.1", 0, msg::kNoProjection},
-        CheckCase{"portWithoutValue", "p.mrk", [](auto p) { return p[3].value = -1e10, mrk(p); }, "", "0.1", 1, msg::kSizes},
-        CheckCase{"onePlaceTwoValues", "p.mrk", [](auto p) { return p[5] = {p[2].p, 9.0}, mrk(p); }, "", "0.1", 0,
-                  msg::kUnsolvable},
-        CheckCase{"apmValuesAreZero", "p.apm", [](auto p) { return apm(p); }, "", "0.1", 0, nullptr}),
-    [](const auto& info) { return std::string(info.param.name); });
 
 // Ports sampled from a linear field rebuild it at every node but the one
 // without value in the current field. A marker set given stands in for the
@@ -176,7 +166,8 @@ TEST_F(PressurePorts, RebuildsALinearFieldButWhereTheCurrentOneHasNoValue) {
 
 // Markers with x and y only follow z: "Normal" from above onto the upper of
 // two sheets, "Reverse" from below onto the lower one; the choice is
-// remembered, and Cancel ends silently.
+// remembered, and Cancel ends silently. The core takes the direction it is
+// given, not the remembered one.
 TEST_F(PressurePorts, TwoCoordinateMarkersFollowTheChosenDirection) {
     field = FieldMasterD();
     const Height upper = [](double x, double) { return 2.0 + 0.1 * x; };
@@ -191,37 +182,32 @@ TEST_F(PressurePorts, TwoCoordinateMarkersFollowTheChosenDirection) {
         }
         return ports;
     };
+    auto expectLinearOn = [&](const arrayWorks::ScalarFunction* f, int block) {
+        ASSERT_NE(f, nullptr);
+        for (int n = 0; n < field.nodeCount(block); ++n)
+            ASSERT_NEAR(f->at(block, n), linear(field.position(block, n)), 1e-9) << "block " << block << " node " << n;
+    };
     for (const int choice : {1, 0, 1, -1}) {  // Normal, Reverse, Normal, Cancel
-        const int block = choice == 0 ? 1 : 0;
-        const std::vector<Port> ports = portsOn(choice == 0 ? lower : upper);
         const bool before = tundrel::pressurePortsParameters().direction;
         const int functions = field.functionCount();
         host.textsShown.clear();
-        run(write("xy.mrk", mrk(ports, "xyf")), "0", 1, "", "dir" + std::to_string(functions),
+        run(write("xy.mrk", mrk(portsOn(choice == 0 ? lower : upper), "xyf")), "0", 1, "", "dir" + std::to_string(functions),
             tundrel::ScriptedHost::Answer{
                 {{4061, choice ? "1" : "0"}, {4062, choice ? "0" : "1"}}, {}, choice >= 0, tundrel::kActiveAxesDialog});
         ASSERT_TRUE(messages().empty()) << messages().front();
         ASSERT_EQ(host.textsShown.size(), 2u);
         const ControlTexts axes{{4059, "X"}, {4060, "Y"}, {4061, before ? "1" : "0"}, {4062, before ? "0" : "1"}};
         EXPECT_EQ(host.textsShown[1], axes);  // opened with the remembered direction
-        if (choice < 0) {
-            EXPECT_EQ(field.functionCount(), functions);
-            EXPECT_TRUE(tundrel::pressurePortsParameters().direction);
-            continue;
-        }
-        EXPECT_EQ(tundrel::pressurePortsParameters().direction, choice == 1);
-        const auto* f = field.scalar(functions);
-        ASSERT_NE(f, nullptr);
-        for (int n = 0; n < field.nodeCount(block); ++n)
-            ASSERT_NEAR(f->at(block, n), linear(field.position(block, n)), 1e-9) << choice << " node " << n;
+        EXPECT_EQ(tundrel::pressurePortsParameters().direction, choice != 0);
+        if (choice >= 0) expectLinearOn(field.scalar(functions), choice == 0 ? 1 : 0);
+        EXPECT_EQ(field.functionCount(), functions + (choice >= 0));
     }
-    // The core takes the direction it is given, not the remembered one.
     tundrel::PressurePortsParameters p = tundrel::pressurePortsDefaults("");
     p.markersFile = write("xy.mrk", mrk(portsOn(lower), "xyf")), p.order = 1, p.direction = false;
     const std::size_t shown = host.dialogsShown.size();
     const auto r = tundrel::buildPressurePorts(field, "", p);
     ASSERT_TRUE(r) << r.message;
-    for (int n = 0; n < field.nodeCount(1); ++n) ASSERT_NEAR(r.function->at(1, n), linear(field.position(1, n)), 1e-9);
+    expectLinearOn(r.function, 1);
     EXPECT_EQ(host.dialogsShown.size(), shown);
 }
 
@@ -257,11 +243,10 @@ TEST_F(PressurePorts, DialogLoopRemembersConfirmedValues) {
     pressure_ports(field, current);
     host.answerCancel();
     pressure_ports(field, named);
-    EXPECT_EQ(messages(), std::vector<std::string>{arrayWorks::kDuplicateNameMessage});
-    EXPECT_EQ(host.textsShown, (std::vector<ControlTexts>{
-                                   {{4055, "0"}, {4054, "0"}, {4056, "_pp"}, {4057, "Untitled.mrk"}},
-                                   {{4055, "0"}, {4054, "0"}, {4056, "_pp"}, {4057, "Untitled.mrk"}},
-                                   typed,  // asked again with the values just typed
-                                   {{4055, "1"}, {4054, "0.5"}, {4056, "Cp_pp"}, {4057, file}}}));
+    EXPECT_EQ(messages(), std::vector<std::string>{"The function name alredy exist"});
+    const ControlTexts preset{{4055, "0"}, {4054, "0"}, {4056, "_pp"}, {4057, "Untitled.mrk"}};
+    EXPECT_EQ(host.textsShown, (std::vector<ControlTexts>{preset, preset,
+                                                           typed,  // asked again with the values just typed
+                                                           {{4055, "1"}, {4054, "0.5"}, {4056, "Cp_pp"}, {4057, file}}}));
     EXPECT_EQ(field.findFunction("ports"), field.functionCount() - 1);
 }
