@@ -25,25 +25,18 @@ TEST(TextScan, ReadsNumbersLikeAnInputStream) {
         text::Scanner s(r.input);
         double v = 0;
         EXPECT_EQ(s.readDouble(v), r.ok) << r.input;
-        if (r.ok) {
-            EXPECT_EQ(v, r.value) << r.input;
-        }
+        EXPECT_TRUE(!r.ok || v == r.value) << r.input << " read " << v;
     }
+    // Integers stop at a point as a stream does; overflow fails for good.
     text::Scanner s("12 -7 2.5 99999999999 x");
     std::int32_t a = 0, b = 0, c = 0;
-    EXPECT_TRUE(s.readInt(a));
-    EXPECT_TRUE(s.readInt(b));
-    EXPECT_TRUE(s.readInt(c));  // reads the 2 of 2.5, as a stream does
-    EXPECT_EQ(a, 12);
-    EXPECT_EQ(b, -7);
-    EXPECT_EQ(c, 2);
     double d = 0;
-    EXPECT_TRUE(s.readDouble(d));
-    EXPECT_EQ(d, 0.5);
-    EXPECT_FALSE(s.readInt(a));  // overflow
+    EXPECT_TRUE(s.readInt(a) && s.readInt(b) && s.readInt(c) && s.readDouble(d));
+    EXPECT_EQ((std::vector<double>{double(a), double(b), double(c), d}), (std::vector<double>{12, -7, 2, 0.5}));
+    EXPECT_FALSE(s.readInt(a));
     EXPECT_TRUE(s.fail());
     std::string_view w;
-    EXPECT_FALSE(s.readWord(w));  // the fail state is sticky
+    EXPECT_FALSE(s.readWord(w));
 }
 
 // The printer and the scanner against an output stream and from_chars: their

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "api/TundrelApi.h"
-#include "api/fields/normals.h"
+#include "api/detail/node_normals.h"
 
 using arrayWorks::BlockLayout;
 using Vec = z::zVec<double>;

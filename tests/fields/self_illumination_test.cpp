@@ -7,10 +7,11 @@
 
 #include "api/TundrelApi.h"
 #include "api/fields/self_illumination.h"
-#include "api/fields/surface_bvh.h"
+#include "api/detail/surface_bvh.h"
 #include "dialogs/dialogs.h"
 #include "tests/support/shapes.h"
 #include "tests/support/test_util.h"
+#include "api/detail/self_illumination_kernel.h"
 
 using shapes::V;
 using tundrel::SelfIlluminationDialog;
@@ -60,9 +61,9 @@ TEST(NodeArea, FlatGridCountsQuarterHalfAndWholeCells) {
         const double rows[][3] = {{5, 1.0, 1.0},      {6, 1.0, 1.0},      {1, 0.5, 0.5},      {4, 0.5, 0.5},
                                   {0, 0.25, 1.0 / 6}, {3, 0.25, 2.0 / 6}, {8, 0.25, 2.0 / 6}, {11, 0.25, 1.0 / 6}};
         for (const auto& r : rows)
-            EXPECT_NEAR(tundrel::nodeArea(f, 0, static_cast<int>(r[0])), r[faces ? 2 : 1] * h * h, 1e-15) << r[0];
-        EXPECT_THROW(tundrel::nodeArea(f, 0, 12), arrayWorks::IndexError);
-        EXPECT_THROW(tundrel::nodeArea(f, 1, 0), arrayWorks::IndexError);
+            EXPECT_NEAR(tundrel::detail::nodeArea(f, 0, static_cast<int>(r[0])), r[faces ? 2 : 1] * h * h, 1e-15) << r[0];
+        EXPECT_THROW(tundrel::detail::nodeArea(f, 0, 12), arrayWorks::IndexError);
+        EXPECT_THROW(tundrel::detail::nodeArea(f, 1, 0), arrayWorks::IndexError);
     }
 }
 
@@ -94,7 +95,7 @@ TEST(SelfIlluminationKernel, AgreesWithThePlainLoop) {
         std::function<bool(int, int)> visible;
         if (c.visibility) visible = [&](int a, int b) { return !bvh.occluded(a, b); };
         tundrel::SelfIlluminationStats stats;
-        const std::vector<double> got = tundrel::selfIlluminationValues(f, "P", c.ratio, c.visibility, &stats);
+        const std::vector<double> got = tundrel::detail::selfIlluminationValues(f, "P", c.ratio, c.visibility, &stats);
         expectMatchesReference(got, f, c.ratio, visible);
         EXPECT_EQ(got[f.offset(1) + 5], arrayWorks::kNoValue);
         EXPECT_EQ(stats.pairs, stats.participants * (stats.participants - 1));
@@ -110,8 +111,8 @@ TEST(SelfIlluminationVisibility, InsideAClosedBallNothingIsHidden) {
     for (std::size_t k = 0; k < ball.value.size(); ++k) ball.value[k] = 1.0 + 0.01 * static_cast<double>(k % 17);
     FieldMasterD f = shapes::build({ball});
     tundrel::SelfIlluminationStats with;
-    const auto a = tundrel::selfIlluminationValues(f, "P", 0.8, true, &with);
-    const auto b = tundrel::selfIlluminationValues(f, "P", 0.8, false);
+    const auto a = tundrel::detail::selfIlluminationValues(f, "P", 0.8, true, &with);
+    const auto b = tundrel::detail::selfIlluminationValues(f, "P", 0.8, false);
     const auto n = static_cast<std::int64_t>(ball.pos.size());
     EXPECT_EQ(with.segmentTests, n * (n - 1) / 2);
     for (std::size_t k = 0; k < a.size(); ++k) {
@@ -136,10 +137,10 @@ TEST(SelfIlluminationVisibility, AScreenHidesExactlyTheBlockedPairs) {
         return !(mx > 1.2 && mx < 3.7);
     };
     tundrel::SelfIlluminationStats stats;
-    const auto got = tundrel::selfIlluminationValues(f, "P", 1.0, true, &stats);
+    const auto got = tundrel::detail::selfIlluminationValues(f, "P", 1.0, true, &stats);
     EXPECT_EQ(stats.segmentTests, 36 * 36);  // each facing pair once; the plates' own pairs do not face
     expectMatchesReference(got, f, 1.0, visible);
-    const auto open = tundrel::selfIlluminationValues(f, "P", 1.0, false);
+    const auto open = tundrel::detail::selfIlluminationValues(f, "P", 1.0, false);
     int hidden = 0;
     for (std::size_t k = 0; k < 72; ++k) hidden += got[k] > open[k] + 1e-9;
     EXPECT_GT(hidden, 40);
@@ -158,7 +159,7 @@ protected:
         return shapes::build({a, b});
     }
     static std::vector<double> run(FieldMasterD& f) {
-        EXPECT_TRUE(tundrel::correctSelfIllumination(f, "P", 1.0, false, "P_si"));
+        EXPECT_TRUE(tundrel::detail::correctSelfIllumination(f, "P", 1.0, false, "P_si"));
         return values(f, "P_si");
     }
 };
@@ -188,7 +189,7 @@ TEST_F(SelfIlluminationCorrection, CoincidentNodesAndNodesWithoutValue) {
 TEST_F(SelfIlluminationCorrection, BadNamesAndKindsLeaveTheContainerAsItWas) {
     auto line = [&](FieldMasterD& f, const std::string& source) {
         try {
-            tundrel::correctSelfIllumination(f, source, 1.0, false, source + "_si");
+            tundrel::detail::correctSelfIllumination(f, source, 1.0, false, source + "_si");
         } catch (const arrayWorks::IndexError& e) {
             return std::string(e.file) + ":" + std::to_string(e.line);
         }
@@ -196,8 +197,8 @@ TEST_F(SelfIlluminationCorrection, BadNamesAndKindsLeaveTheContainerAsItWas) {
     };
     FieldMasterD f = plates(1.0);
     EXPECT_EQ(line(f, "Q"), "..\\api\\geo.h:804");
-    EXPECT_FALSE(tundrel::correctSelfIllumination(f, "$_N", 1.0, false, "N_si"));  // not a scalar field
-    EXPECT_FALSE(tundrel::correctSelfIllumination(f, "P", 1.0, false, "P"));       // name exists
+    EXPECT_FALSE(tundrel::detail::correctSelfIllumination(f, "$_N", 1.0, false, "N_si"));  // not a scalar field
+    EXPECT_FALSE(tundrel::detail::correctSelfIllumination(f, "P", 1.0, false, "P"));       // name exists
     EXPECT_EQ(f.functionCount(), 3);
 
     const std::vector<V> square{V(0, 0, 0), V(1, 0, 0), V(0, 1, 0), V(1, 1, 0)};

@@ -14,34 +14,10 @@
 
 #include "api/TundrelApi.h"
 #include "api/detail/text.h"
+#include "tests/formats/model_text.h"
 #include "tests/support/test_util.h"
 
 namespace {
-
-std::string describe(const region& reg, const region_fe& fe) {
-    std::ostringstream s;
-    s.precision(17);
-    auto variables = [&](const PatchBase& p) {
-        for (const auto& v : p.variables) {
-            s << ' ' << v->name << ':';
-            for (double d : v->values) s << d << ',';
-        }
-    };
-    s << reg.name << ' ' << reg.Mach << ' ' << reg.alpha << ' ' << reg.beta << '\n';
-    for (const auto& p : reg.patches) {
-        s << p->name << ' ' << p->I << 'x' << p->J << 'x' << p->K;
-        variables(*p);
-        s << '\n';
-    }
-    for (const auto& f : fe.patches) {
-        s << f->name << ' ' << f->nodes << ' ' << f->faces << " [";
-        for (std::int32_t i : f->faceIndex) s << i << ' ';
-        s << ']';
-        variables(*f);
-        s << '\n';
-    }
-    return s.str();
-}
 
 std::string describe(const markers& s) {
     std::ostringstream o;
@@ -111,12 +87,12 @@ TEST_F(Hostile, ByteOrderMarkAndCrlfReadLikeThePlainText) {
         region reg;
         region_fe fe;
         ASSERT_TRUE(format.read(plain, reg, fe)) << ext;
-        const std::string expected = describe(reg, fe);
+        const std::string expected = testutil::modelText(reg, fe);
         for (const std::string& text : {crlf(plain), kBom + plain, kBom + crlf(plain)}) {
             region r;
             region_fe f;
             EXPECT_TRUE(format.read(text, r, f)) << ext;
-            EXPECT_EQ(describe(r, f), expected) << ext << ": " << text.substr(0, 12);
+            EXPECT_EQ(testutil::modelText(r, f), expected) << ext << ": " << text.substr(0, 12);
         }
     }
     for (const auto& [ext, plain] : kMarkers) {
