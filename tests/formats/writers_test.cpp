@@ -5,7 +5,6 @@
 #include <cmath>
 #include <functional>
 #include <limits>
-#include <sstream>
 
 #include "api/TundrelApi.h"
 #include "api/detail/date.h"
@@ -72,6 +71,14 @@ void facesAfterAPatch(region& reg, region_fe& fe) {
     fe.patch(0).variable(2).values[1] = -2e9;
 }
 
+// vrml: colours advance for every item of the range, written or not (a
+// 1 x 5 patch and a face block without faces write nothing).
+void someWriteNothing(region& reg, region_fe& fe) {
+    for (int k : {2, 2, 1, 3}) reg.append(gridPatch(k, 5));
+    fe.append(facePatch(3, {}));
+    fe.append(facePatch(3, {0, 1, 2, -1}));
+}
+
 void volumeAfterASurface(region& reg, region_fe&) {
     reg.name = "v";
     reg.append(gridPatch(1, 1));
@@ -124,6 +131,13 @@ const Output kOutputs[] = {
          f.append(facePatch(6, {0, 1, 2, -1, 3, 4, 5, -1}));
      },
      1, 1, 0, false},
+    {"vrmlColoursCycleFromBlue", "wrl",
+     [](region& r, region_fe&) {
+         for (int k = 0; k < 9; ++k) r.append(gridPatch(2, 2));
+     },
+     0, 8, 1, false},
+    {"vrmlColoursAdvanceForItemsNotWritten", "wrl", someWriteNothing, 1, 5, 1, false},
+    {"vrmlNothingWritten", "wrl", someWriteNothing, 2, 2, 1, false},
 };
 
 class WriterOutput : public testutil::HostTest, public ::testing::WithParamInterface<Output> {};
@@ -220,40 +234,11 @@ TEST_F(Writers, RefuseWithTheFormatsMessage) {
     EXPECT_EQ(messages(), std::vector<std::string>{"Logical Error. Index has negative value"});
 }
 
-// Colours advance for every item of the range, written or not (a 1 x 5 patch
-// and a face block without faces write nothing); a range starts with blue.
-TEST_F(Writers, VrmlColoursAdvanceForEveryItem) {
-    auto colours = [&](region& reg, region_fe& fe, int first, int last) {
-        EXPECT_TRUE(write("wrl", dir.file("c.wrl"), reg, fe, first, last, 1));
-        std::vector<std::string> out;
-        std::istringstream in(testutil::readFile(dir.file("c.wrl")));
-        for (std::string l; std::getline(in, l);)
-            if (l.rfind("diffuseColor ", 0) == 0) out.push_back(l.substr(13, 11));
-        return out;
-    };
-    const std::string table[] = {"0.0 0.0 0.0", "0.0 0.0 1.0", "0.0 1.0 0.0", "0.0 1.0 1.0",
-                                 "1.5 0.0 0.0", "1.5 0.0 1.0", "1.5 1.0 0.0", "1.5 1.0 1.0"};
-    region nine, reg;
-    region_fe none, fe;
-    for (int k = 0; k < 9; ++k) nine.append(gridPatch(2, 2));
-    EXPECT_EQ(colours(nine, none, 0, 8), (std::vector<std::string>{table[1], table[2], table[3], table[4], table[5],
-                                                                   table[6], table[7], table[0], table[1]}));
-    for (int k : {2, 2, 1, 3}) reg.append(gridPatch(k, 5));
-    fe.append(facePatch(3, {}));
-    fe.append(facePatch(3, {0, 1, 2, -1}));
-    EXPECT_EQ(colours(reg, fe, 1, 5), (std::vector<std::string>{table[1], table[3], table[5]}));
-    EXPECT_EQ(colours(reg, fe, 2, 2), std::vector<std::string>{});
-    EXPECT_EQ(testutil::readFile(dir.file("c.wrl")).find("\n"), testutil::readFile(dir.file("c.wrl")).size() - 2);
-    EXPECT_TRUE(messages().empty());
-}
-
 // Names, counts, flow conditions, face lists and every value (NaN and an
 // infinity included) of both objects read back, in both notations.
-class DatRoundTrip : public testutil::HostTest, public ::testing::WithParamInterface<bool> {};
-
-TEST_P(DatRoundTrip, KeepsGeometryNamesVariablesAndFlow) {
-    region reg, r;
-    region_fe fe, f;
+TEST_F(Writers, DatRoundTripKeepsGeometryNamesVariablesAndFlow) {
+    region reg;
+    region_fe fe;
     reg.name = "model A";
     reg.Mach = 0.75;
     reg.alpha = -2.5;
@@ -266,12 +251,14 @@ TEST_P(DatRoundTrip, KeepsGeometryNamesVariablesAndFlow) {
     fe.alpha = 7;
     fe.append(facePatch(4, {0, 1, 2, -1, 1, 3, 2, -1}, {"x", "y", "z", "T"}));
     fe.append(facePatch(3, {0, 2, 1, -1}, {"x", "y", "z", "T"}, "cap"));
-    ASSERT_TRUE(export_data(dir.file("m.dat"), 17, false, GetParam(), reg, fe));
-    ASSERT_TRUE(import_data(dir.file("m.dat"), false, r, f)) << messages()[0];
-    fe.name = reg.name;  // the face mesh takes the file's title
-    EXPECT_EQ(testutil::modelText(r, f), testutil::modelText(reg, fe));
+    for (bool scientific : {false, true}) {
+        region r;
+        region_fe f;
+        ASSERT_TRUE(export_data(dir.file("m.dat"), 17, false, scientific, reg, fe));
+        ASSERT_TRUE(import_data(dir.file("m.dat"), false, r, f)) << messages()[0];
+        EXPECT_EQ(f.name, reg.name);  // the face mesh takes the file's title
+        f.name = fe.name;
+        EXPECT_EQ(testutil::modelText(r, f), testutil::modelText(reg, fe)) << scientific;
+    }
     EXPECT_TRUE(messages().empty());
 }
-
-INSTANTIATE_TEST_SUITE_P(Notation, DatRoundTrip, ::testing::Values(false, true),
-                         [](const auto& info) { return info.param ? "scientific" : "fixed"; });
