@@ -67,8 +67,8 @@ std::vector<End> ends() {
         {"dat_negativeNode", "dat", kHead + "ZONE N=3, E=1, ET=TRIANGLE, F=FEPOINT\n0 0 0 1 0 0 0 1 0\n1 -2 3\n", false,
          0, 0, kZone},
         {"wrl_singlePointSkipped", "wrl",
-         "#VRML V2.0 utf8\nShape { geometry IndexedFaceSet { coord Coordinate { point [ 1 2 3 ] } coordIndex [ 0 ] } }\n" +
-             kTriangle.substr(16),
+         "#VRML V2.0 utf8\nShape { geometry IndexedFaceSet { coord Coordinate { point [ 1 2 3 ] } "
+         "coordIndex [ 0 ] } }\n" + kTriangle.substr(16),
          true, 0, 1, nullptr},
         {"wrl_emptyFile", "wrl", "", false, 0, 0, kNoHeader},
         {"wrl_noFaceSet", "wrl", "#VRML V2.0 utf8\nShape { geometry Box { size 1 1 1 } }\n", false, 0, 0, kNoSurface},
