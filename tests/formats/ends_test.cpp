@@ -1,4 +1,5 @@
-// How every geometry reader ends: files that cannot be loaded, empty or cut
+// How every geometry reader ends: files that cannot be loaded (marker files
+// too), empty or cut
 // short, damaged, with counts beyond what the file holds or indices out of
 // range. One row a case: the result, the patches and face patches appended
 // (what was read before a failure stays), the one message shown. Every read
@@ -9,6 +10,7 @@
 #include <unistd.h>
 
 #include "api/TundrelApi.h"
+#include "tests/markers/marker_util.h"
 #include "tests/support/test_util.h"
 
 namespace {
@@ -78,10 +80,12 @@ std::vector<End> ends() {
     };
     // Files that cannot be loaded end with the format's open message: missing,
     // vanished after being chosen (a dangling link), a folder, a named pipe
-    // without a writer (never waited on), a read that fails (EIO).
+    // without a writer (never waited on), a read that fails (EIO). Marker
+    // files end in FileError instead.
     const std::pair<const char*, const char*> opening[] = {
         {"apt", "It is impossible to open selected file"}, {"fld", "It is impossible to open selected FLD file"},
-        {"dat", "It's impossible to open DAT file"}, {"wrl", kNoHeader}};
+        {"dat", "It's impossible to open DAT file"}, {"wrl", kNoHeader}, {"mpt", nullptr}, {"inm", nullptr},
+        {"apm", nullptr}, {"mrk", nullptr}};
     const std::pair<const char*, Source> sources[] = {{"missing", Source::missing}, {"vanished", Source::vanished},
                                                       {"folder", Source::folder},   {"pipe", Source::pipe},
                                                       {"unreadable", Source::unreadable}};
@@ -116,6 +120,11 @@ protected:
 
 TEST_P(ReadEnds, AsTheFormatSays) {
     const End& c = GetParam();
+    if (tundrel::findMarkerFormat(c.ext)) {
+        markers set;
+        EXPECT_EQ(testutil::fileErrorLine([&] { importMarkers(make(c), set, 480); }), 24);
+        return;
+    }
     region reg;
     region_fe fe;
     reg.append(testutil::gridPatch(2, 2));  // readers append to what is there

@@ -77,24 +77,6 @@ TEST_F(Hostile, ByteOrderMarkAndCrlfReadLikeThePlainText) {
     EXPECT_EQ(messages(), std::vector<std::string>{});
 }
 
-// Marker files that cannot be loaded: FileError, never a wait on a pipe.
-TEST_F(Hostile, MarkerFilesThatCannotBeLoadedEndInFileError) {
-    testutil::writeFile(dir.file("target"), "1 2 3\n");
-    for (const char* ext : kMarkers) {
-        const std::string stem = dir.file(ext);
-        ASSERT_EQ(::symlink(dir.file("target").c_str(), (stem + "_vanished." + ext).c_str()), 0);
-        ASSERT_EQ(::mkdir((stem + "_folder." + ext).c_str(), 0755), 0);
-        ASSERT_EQ(::mkfifo((stem + "_pipe." + ext).c_str(), 0644), 0);
-        ASSERT_EQ(::symlink("/proc/self/mem", (stem + "_unreadable." + ext).c_str()), 0);
-    }
-    ASSERT_EQ(::unlink(dir.file("target").c_str()), 0);
-    for (const char* ext : kMarkers)
-        for (const char* kind : {"_missing.", "_vanished.", "_folder.", "_pipe.", "_unreadable."}) {
-            markers set;
-            EXPECT_FALSE(readMarkers(dir.file(ext) + kind + ext, set)) << ext << kind;
-        }
-}
-
 // A grammar from outside the file: a local regular file is read; a named pipe
 // (which once kept the parser waiting) or a URL (a marker file does not reach
 // out to the network) ends in FileError.
