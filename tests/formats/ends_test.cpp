@@ -1,6 +1,5 @@
 // How every geometry reader ends: files that cannot be loaded (marker files
-// too), empty or cut
-// short, damaged, with counts beyond what the file holds or indices out of
+// too), empty or cut short, damaged, with counts beyond what the file holds or indices out of
 // range. One row a case: the result, the patches and face patches appended
 // (what was read before a failure stays), the one message shown. Every read
 // leaves a model that passes validate.
