@@ -39,6 +39,31 @@ TEST(TextScan, ReadsNumbersLikeAnInputStream) {
     EXPECT_FALSE(s.readWord(w));
 }
 
+namespace {
+
+std::string streamed(double v, int precision, bool scientific) {
+    std::ostringstream o;
+    o.precision(precision);
+    o.setf(scientific ? std::ios::scientific : std::ios::fixed);
+    o << v;
+    return o.str();
+}
+
+std::string printed(double v, int precision, bool scientific) {
+    std::string s;
+    text::appendDouble(s, v, precision, scientific);
+    return s;
+}
+
+void parsedLikeFromChars(const std::string& s) {
+    double want = 0, got = 0;
+    std::from_chars(s.data(), s.data() + s.size(), want);
+    ASSERT_TRUE(text::parseDouble(s, got)) << s;
+    EXPECT_EQ(std::memcmp(&got, &want, sizeof got), 0) << s;
+}
+
+}  // namespace
+
 // The printer and the scanner against an output stream and from_chars: their
 // fast paths over many values of every magnitude they take and around their
 // limits (ties, 19 digits, 10^15, 2^53, exponents 22 and 23).
@@ -68,38 +93,15 @@ TEST(TextNumbers, FastPathsAgreeWithStreamsAndFromChars) {
         for (int precision : {0, 3, 12, 17, -1})
             for (double v : {-0.0, 1.0 / 3.0, 123456789.123456789, 1e-300, 1e300, -1e10, 5e-7, 1.5e-5,
                              std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity(),
-                             std::numeric_limits<double>::denorm_min()}) {
-                std::ostringstream o;
-                o.precision(precision);
-                o.setf(scientific ? std::ios::scientific : std::ios::fixed);
-                o << v;
-                std::string mine;
-                text::appendDouble(mine, v, precision, scientific);
-                EXPECT_EQ(mine, o.str()) << v << " p=" << precision << " sci=" << scientific;
-            }
+                             std::numeric_limits<double>::denorm_min()})
+                EXPECT_EQ(printed(v, precision, scientific), streamed(v, precision, scientific)) << v << precision;
     for (double v : values)
         for (int precision : {0, 1, 2, 3, 6, 9, 10}) {
-            std::ostringstream o;
-            o.precision(precision);
-            o.setf(std::ios::fixed);
-            o << v;
-            std::string mine;
-            text::appendDouble(mine, v, precision, false);
-            ASSERT_EQ(mine, o.str()) << v << " p=" << precision;
+            const std::string mine = printed(v, precision, false);
+            ASSERT_EQ(mine, streamed(v, precision, false)) << v << " p=" << precision;
 
             // Reading the printed text back gives what from_chars gives.
-            for (const std::string& s : {mine, [&] {
-                                              std::ostringstream e;
-                                              e.precision(precision + 8);
-                                              e.setf(std::ios::scientific);
-                                              e << v;
-                                              return e.str();
-                                          }()}) {
-                double want = 0, got = 0;
-                std::from_chars(s.data(), s.data() + s.size(), want);
-                ASSERT_TRUE(text::parseDouble(s, got)) << s;
-                ASSERT_EQ(std::memcmp(&got, &want, sizeof got), 0) << s;
-            }
+            for (const std::string& s : {mine, streamed(v, precision + 8, true)}) parsedLikeFromChars(s);
         }
     for (std::int64_t v : {std::int64_t{0}, std::int64_t{-7}, std::int64_t{9999}, std::int64_t{10000},
                            std::numeric_limits<std::int64_t>::min(), std::numeric_limits<std::int64_t>::max()}) {
@@ -110,10 +112,5 @@ TEST(TextNumbers, FastPathsAgreeWithStreamsAndFromChars) {
     const char* edges[] = {"9007199254740992", "9007199254740993", "1234567890123456789", "12345678901234567890",
                            "1e22",  "1e23", "4.9e-324", "0.0000000000000000000000123", "00000000000000000000001.5",
                            "1.e5", "-0", "0e99999"};
-    for (const char* s : edges) {
-        double want = 0, got = 0;
-        std::from_chars(s, s + std::strlen(s), want);
-        ASSERT_TRUE(text::parseDouble(s, got)) << s;
-        EXPECT_EQ(std::memcmp(&got, &want, sizeof got), 0) << s;
-    }
+    for (const char* s : edges) parsedLikeFromChars(s);
 }

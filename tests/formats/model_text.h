@@ -1,9 +1,12 @@
-// A model as one string: names, sizes, flow conditions, face lists and every
+// Golden files, and a model as one string: names, sizes, flow conditions, face lists and every
 // value (NaN as "nan"), for comparing two models in one assertion.
 #pragma once
 
+#include <fstream>
 #include <sstream>
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include "api/TundrelApi.h"
 
@@ -28,6 +31,15 @@ inline std::string modelText(const region& reg, const region_fe& fe) {
         for (std::int32_t i : f->faceIndex) s << i << ' ';
         s << ']';
     }
+    return s.str();
+}
+
+// A golden file under tests/data/expected/, whole.
+inline std::string expected(const std::string& name) {
+    std::ifstream f(std::string(TUNDREL_TEST_DATA) + "/expected/" + name, std::ios::binary);
+    EXPECT_TRUE(f.good()) << name;
+    std::ostringstream s;
+    s << f.rdbuf();
     return s.str();
 }
 

@@ -1,35 +1,22 @@
 // Marker sets and the text marker files ("mpt", "inm", "apm") read from disk.
 #include <gtest/gtest.h>
 
-#include <functional>
-
 #include "api/TundrelApi.h"
+#include "tests/markers/marker_util.h"
 #include "tests/support/test_util.h"
 
 namespace {
 
-marker mk(double x, double y, double z, bool active, int number) {
+marker mk(double x, int number) {
     marker m;
-    m.x = x, m.y = y, m.z = z, m.active = active, m.number = number;
+    m.x = x, m.number = number;
     return m;
 }
 
 markers setWithNumbers(const std::vector<int>& numbers) {
     markers s;
-    for (int n : numbers) addMarker(s, mk(0, 0, 0, false, n));
+    for (int n : numbers) addMarker(s, mk(0, n));
     return s;
-}
-
-// The line of the FileError that `f` throws from markersImport; -1 for none.
-int fileErrorLine(const std::function<void()>& f) {
-    try {
-        f();
-    } catch (const arrayWorks::FileError& e) {
-        EXPECT_STREQ(e.message, "File error!");
-        EXPECT_STREQ(e.file, arrayWorks::source::markersImport);
-        return e.line;
-    }
-    return -1;
 }
 
 }  // namespace
@@ -42,7 +29,7 @@ TEST(Markers, NumberingRuleAndCheckedAccess) {
     for (const Case& c : {Case{{}, 0, 1}, Case{{3, 7}, 0, 8}, Case{{7, 3}, 0, 8}, Case{{-5, -2}, 0, 1},
                           Case{{3, 7}, 3, 3}, Case{{1}, -4, -4}}) {
         markers s = setWithNumbers(c.present);
-        EXPECT_EQ(addMarker(s, mk(4.5, 0, 0, true, c.added)), static_cast<int>(c.present.size()) + 1);
+        EXPECT_EQ(addMarker(s, mk(4.5, c.added)), static_cast<int>(c.present.size()) + 1);
         EXPECT_EQ(s[s.count() - 1].number, c.expected) << c.present.size() << " " << c.added;
         EXPECT_EQ(s.at(s.count() - 1).x, 4.5);
     }
@@ -59,50 +46,39 @@ TEST(Markers, NumberingRuleAndCheckedAccess) {
     }
 }
 
-struct TextCase {
-    const char* name;
-    const char* ext;
-    std::string text;
-    int imageHeight;
-    std::vector<marker> expected;
-};
-
-void PrintTo(const TextCase& c, std::ostream* os) { *os << c.name; }
-
-class TextMarkers : public testutil::HostTest, public ::testing::WithParamInterface<TextCase> {};
-
-TEST_P(TextMarkers, ReadAsTheLayoutSays) {
-    const TextCase& c = GetParam();
-    const std::string file = dir.file(std::string("m.") + c.ext);
-    testutil::writeFile(file, c.text);
-    markers s = setWithNumbers({9, 9, 9});  // replaced, not appended to
-    s.name = "P";
-    const bool flags = !c.expected.empty();  // all four, z and value included
-    s.hasX = s.hasY = s.hasZ = s.hasValue = !flags;
-    importMarkers(file, s, c.imageHeight);
-    EXPECT_EQ(s.name, "");
-    EXPECT_TRUE(s.hasX == flags && s.hasY == flags && s.hasZ == flags && s.hasValue == flags);
-    ASSERT_EQ(s.count(), static_cast<int>(c.expected.size()));
-    for (int i = 0; i < s.count(); ++i) {
-        const marker& e = c.expected[static_cast<std::size_t>(i)];
-        EXPECT_TRUE(s[i].x == e.x && s[i].y == e.y && s[i].z == e.z && s[i].value == 0.0) << i;
-        EXPECT_EQ(s[i].active, e.active) << i;
-        EXPECT_EQ(s[i].number, e.number) << i;
+// A set of three markers named "P" with its flags the other way is replaced
+// by what the file holds (testutil::describe). Numbers out of range or not
+// finite end the records there, as a stream's failed read does.
+TEST(TextMarkers, ReadAsTheLayoutSays) {
+    testutil::ScratchDir dir;
+    const struct {
+        const char* ext;
+        const char* text;
+        int imageHeight;
+        const char* expected;
+    } rows[] = {
+        {"mpt", "10 20 0 0 1", 480, "1111 (10 20 0 0 1 1)"},
+        {"inm", "10 20 0 0 1\n", 480, "1111 (10 459 0 0 1 1)"},
+        {"inm", "1.5 2.25 7 8 0\n", 0, "1111 (1.5 -3.25 0 0 0 1)"},
+        {"mpt", "1 2\n3 4 0\n5 6 7 8 9\n10 -1", 0, "1111 (1 2 0 0 0 1) (5 6 0 0 1 2)"},
+        {"mpt", "1 2 0 0 1\n3 4 x 0 1\n5 6 0 0 1\n", 0, "1111 (1 2 0 0 1 1)"},
+        {"mpt", "1 2 0.5 0 1\n", 0, "0000"},
+        {"apm", "1 2 3\n-4 5e-1 6\n7 8", 0, "1111 (1 2 3 0 1 1) (-4 0.5 6 0 1 2)"},
+        {"mpt", "1 2 0 0 1\n3 4 2147483648 0 1\n", 480, "1111 (1 2 0 0 1 1)"},
+        {"mpt", "1e400 2 0 0 1\n", 480, "0000"},
+        {"inm", "1 2 0 0 1\nnan 2 0 0 1\n", 480, "1111 (1 477 0 0 1 1)"},
+        {"apm", "1 2 3\ninf 2 3\n", 480, "1111 (1 2 3 0 1 1)"},
+    };
+    for (const auto& c : rows) {
+        const std::string file = dir.file(std::string("m.") + c.ext);
+        testutil::writeFile(file, c.text);
+        markers s = setWithNumbers({9, 9, 9});
+        s.name = "P";
+        s.hasX = s.hasY = s.hasZ = s.hasValue = c.expected[0] == '0';
+        importMarkers(file, s, c.imageHeight);
+        EXPECT_EQ(testutil::describe(s), c.expected) << c.text;
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, TextMarkers,
-    ::testing::Values(
-        TextCase{"mptOneLine", "mpt", "10 20 0 0 1", 480, {mk(10, 20, 0, true, 1)}},
-        TextCase{"inmFlipsRows", "inm", "10 20 0 0 1\n", 480, {mk(10, 459, 0, true, 1)}},
-        TextCase{"inmZeroHeight", "inm", "1.5 2.25 7 8 0\n", 0, {mk(1.5, -3.25, 0, false, 1)}},
-        TextCase{"tokensAcrossLinesShortLastDropped", "mpt", "1 2\n3 4 0\n5 6 7 8 9\n10 -1", 0,
-                 {mk(1, 2, 0, false, 1), mk(5, 6, 0, true, 2)}},
-        TextCase{"stopsAtAWord", "mpt", "1 2 0 0 1\n3 4 x 0 1\n5 6 0 0 1\n", 0, {mk(1, 2, 0, true, 1)}},
-        TextCase{"realInIntegerColumn", "mpt", "1 2 0.5 0 1\n", 0, {}},
-        TextCase{"apmPoints", "apm", "1 2 3\n-4 5e-1 6\n7 8", 0, {mk(1, 2, 3, true, 1), mk(-4, 0.5, 6, true, 2)}}),
-    [](const auto& info) { return std::string(info.param.name); });
 
 TEST(ImportMarkers, ChoiceByExtensionAndFileErrors) {
     testutil::ScratchDir dir;
@@ -113,7 +89,7 @@ TEST(ImportMarkers, ChoiceByExtensionAndFileErrors) {
         EXPECT_TRUE(s.count() == 1 && !s.hasX) << name;
     }
     markers s;
-    EXPECT_EQ(fileErrorLine([&] { importMarkers(dir.file("none.mpt"), s, 0); }), 24);
-    EXPECT_EQ(fileErrorLine([&] { readPointMarkers(dir.file("none.apm"), s); }), 64);
-    EXPECT_EQ(fileErrorLine([&] { readImageMarkers(dir.file("none.inm"), s, true, 10); }), 37);
+    EXPECT_EQ(testutil::fileErrorLine([&] { importMarkers(dir.file("none.mpt"), s, 0); }), 24);
+    EXPECT_EQ(testutil::fileErrorLine([&] { readPointMarkers(dir.file("none.apm"), s); }), 64);
+    EXPECT_EQ(testutil::fileErrorLine([&] { readImageMarkers(dir.file("none.inm"), s, true, 10); }), 37);
 }

@@ -1,6 +1,6 @@
 // Hostile input that the fuzz corpora cannot stand for: line ends and
-// byte-order marks of other systems (they must read like the plain file),
-// numbers out of range in marker files, grammars from outside an XML file,
+// byte-order marks of other systems (they must read like the plain files of
+// tests/data/plain/), grammars from outside an XML file,
 // and a file cut short while it is read. Random and damaged bytes, counts and
 // indices out of range and deep nesting are corpus files (fuzz/corpus/),
 // replayed through the fuzz targets by the fuzz_corpus_replay test.
@@ -10,23 +10,14 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <sstream>
 
 #include "api/TundrelApi.h"
 #include "api/detail/text.h"
 #include "tests/formats/model_text.h"
+#include "tests/markers/marker_util.h"
 #include "tests/support/test_util.h"
 
 namespace {
-
-std::string describe(const markers& s) {
-    std::ostringstream o;
-    o.precision(17);
-    o << s.name << s.hasX << s.hasY << s.hasZ << s.hasValue;
-    for (const marker& m : s.list)
-        o << " (" << m.x << ' ' << m.y << ' ' << m.z << ' ' << m.value << ' ' << m.active << ' ' << m.number << ')';
-    return o.str();
-}
 
 std::string crlf(const std::string& text) {
     std::string out;
@@ -34,41 +25,15 @@ std::string crlf(const std::string& text) {
     return out;
 }
 
-const std::string kBom = "\xEF\xBB\xBF";
-
-// A small valid file of every format, LF line ends.
-const std::pair<const char*, std::string> kGeometry[] = {
-    {"apt", "2 2\n0 0 0\n1 0 0\n0 1 0\n1 1 0.5\n"},
-    {"fld", "wing 1 1 cp\n2 2 WALL  WALL  WALL  WALL\n0 0 0 1\n1 0 0 2\n0 1 0 3\n1 1 0.5 4\n0.8 4 0"},
-    {"dat", "TITLE = \"wing\"\n# a comment\nVARIABLES = \"x\",\"y\",\"z\",\"cp\"\n"
-            "ZONE T=\"P\", I=2, J=1, K=1, F=POINT\n0 0 0 1\n1 0 0 2\n"
-            "ZONE N=3, E=1, ET=TRIANGLE, F=FEPOINT\n0 0 0 1\n1 0 0 2\n0 1 0 3\n1 2 3\n"},
-    {"wrl", "#VRML V2.0 utf8\n# a comment\nShape { geometry IndexedFaceSet {\n"
-            "coord Coordinate { point [ 0 0 0, 1 0 0, 0 1 0, 1 1 1 ] }\ncoordIndex [ 0 1 2 -1 1 3 2 -1 ] } }\n"},
-};
-const std::pair<const char*, std::string> kMarkers[] = {
-    {"mpt", "10 20 0 0 1\n1.5 -2 3 4 0\n"},
-    {"inm", "10 20 0 0 1\n1.5 -2 3 4 0\n"},
-    {"apm", "1 2 3\n-4 5e-1 6\n"},
-    {"mrk", "<?xml version=\"1.0\"?>\n<ObjectMarkers>\n<NodesNumber>2</NodesNumber>\n"
-            "<Function id=\"x\">0.1 0.2</Function>\n<Function id=\"f\">-0.5 0.3</Function>\n"
-            "<Function id=\"active\">1 0</Function>\n</ObjectMarkers>\n"},
-};
+const char* const kGeometry[] = {"apt", "fld", "dat", "wrl"};
+const char* const kMarkers[] = {"mpt", "inm", "apm", "mrk"};
 
 // Reads a marker file through importMarkers; false when it threw, which must
 // be FileError from markersImport line 24.
 bool readMarkers(const std::string& file, markers& set) {
-    ::testing::internal::CaptureStderr();  // the XML reporter's lines
-    bool ok = true;
-    try {
-        importMarkers(file, set, 480);
-    } catch (const arrayWorks::FileError& e) {
-        EXPECT_STREQ(e.file, arrayWorks::source::markersImport);
-        EXPECT_EQ(e.line, 24);
-        ok = false;
-    }
-    ::testing::internal::GetCapturedStderr();
-    return ok;
+    const int line = testutil::fileErrorLine([&] { importMarkers(file, set, 480); });
+    EXPECT_TRUE(line == 0 || line == 24) << line;
+    return line == 0;
 }
 
 std::string xml(const std::string& count, const std::string& body) {
@@ -82,8 +47,10 @@ class Hostile : public testutil::HostTest {};
 // A UTF-8 byte-order mark once made APT read nothing, DAT fail, FLD take it
 // into the title and the marker readers read no marker.
 TEST_F(Hostile, ByteOrderMarkAndCrlfReadLikeThePlainText) {
-    for (const auto& [ext, plain] : kGeometry) {
+    const std::string kBom = "\xEF\xBB\xBF";
+    for (const char* ext : kGeometry) {
         const tundrel::GeometryFormat& format = *tundrel::findGeometryFormat(ext);
+        const std::string plain = testutil::readFile(testutil::dataFile(std::string("plain/wing.") + ext));
         region reg;
         region_fe fe;
         ASSERT_TRUE(format.read(plain, reg, fe)) << ext;
@@ -95,62 +62,19 @@ TEST_F(Hostile, ByteOrderMarkAndCrlfReadLikeThePlainText) {
             EXPECT_EQ(testutil::modelText(r, f), expected) << ext << ": " << text.substr(0, 12);
         }
     }
-    for (const auto& [ext, plain] : kMarkers) {
-        testutil::writeFile(dir.file(std::string("plain.") + ext), plain);
+    for (const char* ext : kMarkers) {
+        const std::string file = testutil::dataFile(std::string("plain/wing.") + ext), plain = testutil::readFile(file);
         markers expected;
-        ASSERT_TRUE(readMarkers(dir.file(std::string("plain.") + ext), expected));
+        ASSERT_TRUE(readMarkers(file, expected));
         ASSERT_EQ(expected.count(), 2);
         for (const std::string& text : {crlf(plain), kBom + plain, kBom + crlf(plain)}) {
             testutil::writeFile(dir.file(std::string("m.") + ext), text);
             markers set;
             EXPECT_TRUE(readMarkers(dir.file(std::string("m.") + ext), set));
-            EXPECT_EQ(describe(set), describe(expected)) << ext << ": " << text.substr(0, 12);
+            EXPECT_EQ(testutil::describe(set), testutil::describe(expected)) << ext << ": " << text.substr(0, 12);
         }
     }
     EXPECT_EQ(messages(), std::vector<std::string>{});
-}
-
-// Marker files that cannot be loaded: FileError, never a wait on a pipe.
-TEST_F(Hostile, MarkerFilesThatCannotBeLoadedEndInFileError) {
-    testutil::writeFile(dir.file("target"), "1 2 3\n");
-    for (const auto& [ext, sample] : kMarkers) {
-        const std::string stem = dir.file(ext);
-        ASSERT_EQ(::symlink(dir.file("target").c_str(), (stem + "_vanished." + ext).c_str()), 0);
-        ASSERT_EQ(::mkdir((stem + "_folder." + ext).c_str(), 0755), 0);
-        ASSERT_EQ(::mkfifo((stem + "_pipe." + ext).c_str(), 0644), 0);
-        ASSERT_EQ(::symlink("/proc/self/mem", (stem + "_unreadable." + ext).c_str()), 0);
-    }
-    ASSERT_EQ(::unlink(dir.file("target").c_str()), 0);
-    for (const auto& [ext, sample] : kMarkers)
-        for (const char* kind : {"_missing.", "_vanished.", "_folder.", "_pipe.", "_unreadable."}) {
-            markers set;
-            EXPECT_FALSE(readMarkers(dir.file(ext) + kind + ext, set)) << ext << kind;
-        }
-}
-
-// Numbers out of range or not finite end a text file's records there, as a
-// stream's failed read does; in XML such a token reads as its default.
-TEST_F(Hostile, MarkerNumbersOutOfRangeReadAsAStreamWould) {
-    const struct {
-        const char* ext;
-        std::string text;
-        const char* expected;  // describe() of the set
-    } cases[] = {
-        {"mpt", "1 2 0 0 1\n3 4 2147483648 0 1\n", "1111 (1 2 0 0 1 1)"},
-        {"mpt", "1e400 2 0 0 1\n", "0000"},
-        {"inm", "1 2 0 0 1\nnan 2 0 0 1\n", "1111 (1 477 0 0 1 1)"},
-        {"apm", "1 2 3\ninf 2 3\n", "1111 (1 2 3 0 1 1)"},
-        {"mrk", xml("4294967297", ""), "1111"},
-        {"mrk", xml("2", "<Function id=\"x\">nan 1e400</Function><Function id=\"id\">-3 99999999999</Function>"),
-         "1000 (0 0 0 0 1 -3) (0 0 0 0 1 2)"},
-    };
-    for (const auto& c : cases) {
-        const std::string file = dir.file(std::string("n.") + c.ext);
-        testutil::writeFile(file, c.text);
-        markers set;
-        ASSERT_TRUE(readMarkers(file, set)) << c.text;
-        EXPECT_EQ(describe(set), c.expected) << c.text;
-    }
 }
 
 // A grammar from outside the file: a local regular file is read; a named pipe

@@ -88,23 +88,20 @@ std::string repeated(const std::string& s, std::size_t n) {
     return r;
 }
 
-// A file of size about proportional to n that is expensive to read.
-struct Costly {
-    const char* name;
-    const char* ext;
-    std::string (*make)(std::size_t n);
-    bool ok;  // the format's result for such a file
-};
-
-void PrintTo(const Costly& c, std::ostream* os) { *os << c.name; }
-
 std::string names(std::size_t n) {
     std::string s;
     for (std::size_t k = 0; k < n; ++k) s += " v" + std::to_string(k);
     return s;
 }
 
-const Costly kCostly[] = {
+// Files of size about proportional to n that are expensive to read, and the
+// format's result for such a file.
+const struct {
+    const char* name;
+    const char* ext;
+    std::string (*make)(std::size_t n);
+    bool ok;
+} kCostly[] = {
     {"aptEmptyPatches", "apt", [](std::size_t n) { return repeated("0 0\n", n); }, true},
     {"fldEmptyPatchesOfManyNames", "fld",
      [](std::size_t n) {
@@ -140,34 +137,29 @@ const Costly kCostly[] = {
 // bytes of text) comes nearest to.
 constexpr double kBytesPerFileByte = 512;
 
-class ReadMemory : public ::testing::TestWithParam<Costly> {
-protected:
-    testutil::ScratchDir dir;
-};
-
 }  // namespace
 
 // Four times the file, at most a little more than four times the memory,
 // and never more than the bound per byte.
-TEST_P(ReadMemory, GrowsInProportionToTheFile) {
-    const Costly& c = GetParam();
-    double rate[2];
-    const std::size_t sizes[2] = {500, 2000};
-    for (int k = 0; k < 2; ++k) {
-        const std::string text = c.make(sizes[k]);
-        testutil::writeFile(dir.file(std::string("m.") + c.ext), text);
-        const Measured m = measureRead(dir.file(std::string("m.") + c.ext));
-        EXPECT_EQ(m.ok, c.ok);
-        EXPECT_EQ(m.messages.size(), c.ok ? 0u : 1u);
-        rate[k] = static_cast<double>(m.peakBytes) / static_cast<double>(text.size());
+TEST(ReadMemory, GrowsInProportionToTheFile) {
+    testutil::ScratchDir dir;
+    for (const auto& c : kCostly) {
+        SCOPED_TRACE(c.name);
+        double rate[2];
+        const std::size_t sizes[2] = {500, 2000};
+        for (int k = 0; k < 2; ++k) {
+            const std::string text = c.make(sizes[k]);
+            testutil::writeFile(dir.file(std::string("m.") + c.ext), text);
+            const Measured m = measureRead(dir.file(std::string("m.") + c.ext));
+            EXPECT_EQ(m.ok, c.ok);
+            EXPECT_EQ(m.messages.size(), c.ok ? 0u : 1u);
+            rate[k] = static_cast<double>(m.peakBytes) / static_cast<double>(text.size());
+        }
+        RecordProperty(std::string("bytes_per_file_byte_") + c.name, std::to_string(rate[1]));
+        EXPECT_LE(rate[1], 1.25 * rate[0] + 1.0);
+        EXPECT_LE(rate[1], kBytesPerFileByte);
     }
-    RecordProperty("bytes_per_file_byte", std::to_string(rate[1]));
-    EXPECT_LE(rate[1], 1.25 * rate[0] + 1.0);
-    EXPECT_LE(rate[1], kBytesPerFileByte);
 }
-
-INSTANTIATE_TEST_SUITE_P(Files, ReadMemory, ::testing::ValuesIn(kCostly),
-                         [](const auto& info) { return std::string(info.param.name); });
 
 // One line of 200 MB of '=' signs, read by every format (one file under four
 // names): APT finds no patch header, the normal end; FLD takes the line as its
