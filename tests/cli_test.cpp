@@ -49,16 +49,16 @@ TEST(Cli, FieldCommandsWriteTheNewFieldOrTheRefusal) {
     const std::string in = dir.file("in.dat"), out = dir.file("out.dat"), none = dir.file("none.dat");
     ASSERT_TRUE(export_data(in, 10, false, true, reg, reg_fe));
     // Ports on nodes of the saddle with the values x - y; the same lifted by 0.5.
-    std::string far, fx, fy, fz, ff;
+    std::string far, col[4];
     for (int k = 0; k < 12; ++k) {
         const int i = (3 * k + 1) % 8, j = (5 * k + 2) % 6;
         far += std::to_string(i) + " " + std::to_string(j) + " " + std::to_string(0.5 * i * j + 0.5) + "\n";
-        fx += std::to_string(i) + " ", fy += std::to_string(j) + " ", fz += std::to_string(0.5 * i * j) + " ";
-        ff += std::to_string(i - j) + " ";
+        const std::string v[] = {std::to_string(i), std::to_string(j), std::to_string(0.5 * i * j), std::to_string(i - j)};
+        for (int c = 0; c < 4; ++c) col[c] += v[c] + " ";
     }
-    testutil::writeFile(dir.file("near.mrk"), "<ObjectMarkers><NodesNumber>12</NodesNumber><Function id=\"x\">" + fx +
-                                                  "</Function><Function id=\"y\">" + fy + "</Function><Function id=\"z\">" +
-                                                  fz + "</Function><Function id=\"f\">" + ff + "</Function></ObjectMarkers>");
+    std::string near = "<ObjectMarkers><NodesNumber>12</NodesNumber>";
+    for (int c = 0; c < 4; ++c) near += std::string("<Function id=\"") + "xyzf"[c] + "\">" + col[c] + "</Function>";
+    testutil::writeFile(dir.file("near.mrk"), near + "</ObjectMarkers>");
     testutil::writeFile(dir.file("far.apm"), far);
     auto read = [&](int patch, const std::string& name) {
         region back;
@@ -86,7 +86,6 @@ TEST(Cli, FieldCommandsWriteTheNewFieldOrTheRefusal) {
              {si + "--select-patches 0,x", "not a list of patch numbers"},
              {"self-illumination " + in + " " + none + " --field T", "has no field T (fields: P)"},
              {pp + " --field P", "Function name of the markers is not coincide with field name"},
-             {pp + " --name P", "The function name alredy exist"},
              {pp + " --order 3", "Please enter an integer between 0 and 2."},
              {"pressure-ports " + in + " " + none + " --markers " + dir.file("far.apm"), "Deflextion has small value"},
              {"pressure-ports " + in + " " + none + " --markers " + dir.file("absent.apm"), "File error!"}}) {

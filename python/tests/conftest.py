@@ -14,38 +14,32 @@ def example_dir():
     return SOURCE_DIR / "examples"
 
 
-def grid_patch(I, J, name="", extra=()):
-    """A structured patch on a bent grid with x, y, z and the named extra variables."""
-    p = tundrel.StructPatch(I, J)
-    p.name = name
-    i, j = np.meshgrid(np.arange(I, dtype=float), np.arange(J, dtype=float))
-    p.addVariable("x").grid[0] = i
-    p.addVariable("y").grid[0] = j
-    p.addVariable("z").grid[0] = 0.1 * i * j
-    for k, e in enumerate(extra):
-        p.addVariable(e).values = np.arange(I * J, dtype=float) * (k + 1) - 3.0
-    return p
-
-
-def triangle_patch(points, triangles, name=""):
-    """A face patch of triangles with X, Y, Z from an (n, 3) array."""
-    points = np.asarray(points, dtype=float)
-    triangles = np.asarray(triangles, dtype=np.int32)
-    p = tundrel.FacePatch(len(points), 4 * len(triangles), len(triangles))
-    p.name = name
-    for k, c in enumerate("XYZ"):
-        p.addVariable(c).values = points[:, k]
-    idx = p.faceIndex.reshape(-1, 4)
-    idx[:, :3] = triangles
-    idx[:, 3] = -1
-    return p
-
-
 @pytest.fixture
 def make_grid():
+    def grid_patch(I, J, extra=()):
+        """A structured patch on a bent grid with x, y, z and the named extra variables."""
+        p = tundrel.StructPatch(I, J)
+        i, j = np.meshgrid(np.arange(I, dtype=float), np.arange(J, dtype=float))
+        for name, values in (("x", i), ("y", j), ("z", 0.1 * i * j)):
+            p.addVariable(name).grid[0] = values
+        for k, e in enumerate(extra):
+            p.addVariable(e).values = np.arange(I * J, dtype=float) * (k + 1) - 3.0
+        return p
+
     return grid_patch
 
 
 @pytest.fixture
 def make_triangles():
+    def triangle_patch(points, triangles, name=""):
+        """A face patch of triangles with X, Y, Z from an (n, 3) array."""
+        points = np.asarray(points, dtype=float)
+        p = tundrel.FacePatch(len(points), 4 * len(triangles), len(triangles))
+        p.name = name
+        for k, c in enumerate("XYZ"):
+            p.addVariable(c).values = points[:, k]
+        idx = p.faceIndex.reshape(-1, 4)  # written through a view
+        idx[:, :3], idx[:, 3] = triangles, -1
+        return p
+
     return triangle_patch

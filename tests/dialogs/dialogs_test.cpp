@@ -2,7 +2,7 @@
 // choosers.
 #include <gtest/gtest.h>
 
-#include <functional>
+#include <tuple>
 #include <memory>
 
 #include "api/TundrelApi.h"
@@ -25,48 +25,33 @@ std::unique_ptr<tundrel::Dialog> selfIllumination() {
     return d;
 }
 
-const std::string k256(256, 'n');
-
 }  // namespace
 
-// A refused value keeps the dialog open with the framework's message; Cancel
-// afterwards leaves every member as it was.
-struct RefusalCase {
-    const char* name;
-    std::function<std::unique_ptr<tundrel::Dialog>()> make;
-    ControlTexts typed;
-    const char* message;
-};
-
-void PrintTo(const RefusalCase& c, std::ostream* os) { *os << c.name; }
-
-class DialogRefusals : public testutil::HostTest, public ::testing::WithParamInterface<RefusalCase> {};
-
-TEST_P(DialogRefusals, KeepTheDialogOpenWithTheRangeMessage) {
-    const RefusalCase& c = GetParam();
-    auto dialog = c.make();
-    const ControlTexts before = dialog->controlText();
-    host.answerOk(c.typed);
-    host.answerCancel();
-    EXPECT_FALSE(tundrel::runDialog(*dialog));
-    EXPECT_EQ(messages(), std::vector<std::string>{c.message});
-    EXPECT_EQ(dialog->controlText(), before);
-    EXPECT_EQ(host.dialogsShown.size(), 1u);
-    EXPECT_EQ(host.busyChanges, 2);  // the wait cursor off for the loop, then back on
-    EXPECT_EQ(host.busyDepth, 0);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, DialogRefusals,
-    ::testing::Values(
-        RefusalCase{"orderAbove", pressurePorts, {{4055, "3"}}, "Please enter an integer between 0 and 2."},
-        RefusalCase{"orderOverflow", pressurePorts, {{4055, "99999999999"}}, "Please enter an integer."},
-        RefusalCase{"deflexionTrailing", pressurePorts, {{4054, "0.5 m"}}, "Please enter a number."},
-        RefusalCase{"fileTooLong", pressurePorts, {{4057, k256}}, "Please enter no more than 255 characters."},
-        RefusalCase{"ratioAbove", selfIllumination, {{4051, "1.0000001"}}, "Please enter a number between 0 and 1."}),
-    [](const auto& info) { return std::string(info.param.name); });
-
 class Dialogs : public testutil::HostTest {};
+
+TEST_F(Dialogs, RefusalsKeepTheDialogOpenWithTheRangeMessage) {
+    using Make = std::unique_ptr<tundrel::Dialog> (*)();
+    const std::tuple<Make, ControlTexts, const char*> cases[] = {
+        {pressurePorts, {{4055, "3"}}, "Please enter an integer between 0 and 2."},
+        {pressurePorts, {{4055, "99999999999"}}, "Please enter an integer."},
+        {pressurePorts, {{4054, "0.5 m"}}, "Please enter a number."},
+        {pressurePorts, {{4057, std::string(256, 'n')}}, "Please enter no more than 255 characters."},
+        {selfIllumination, {{4051, "1.0000001"}}, "Please enter a number between 0 and 1."}};
+    for (const auto& [make, typed, message] : cases) {
+        tundrel::ScriptedHost fresh;
+        tundrel::HostScope inner{fresh};
+        auto dialog = make();
+        const ControlTexts before = dialog->controlText();
+        fresh.answerOk(typed);
+        fresh.answerCancel();
+        EXPECT_FALSE(tundrel::runDialog(*dialog)) << message;
+        EXPECT_EQ(fresh.messages, std::vector<std::string>{message});
+        EXPECT_EQ(dialog->controlText(), before) << message;  // Cancel leaves every member as it was
+        EXPECT_EQ(fresh.dialogsShown.size(), 1u);
+        EXPECT_EQ(fresh.busyChanges, 2);  // the wait cursor off for the loop, then back on
+        EXPECT_EQ(fresh.busyDepth, 0);
+    }
+}
 
 TEST_F(Dialogs, TextsAsTheFrameworkFormatsThemAndAcceptedValues) {
     PressurePortsDialog pp;

@@ -33,35 +33,25 @@ protected:
 
 TEST_F(MeshCommands, WriteWhatTheOperationsMake) {
     EXPECT_EQ(run("triangulate"), expected([](region_fe&) {}));
-    EXPECT_EQ(run("refine --patches 1 --times 2"), expected([](region_fe& fe) {
-                  int list[] = {1};
-                  block_fe_compress(fe, 1, list);
-                  block_fe_compress(fe, 1, list);
-              }));
-    EXPECT_EQ(run("refine --patches 1,0,1"), expected([](region_fe& fe) {
-                  int list[] = {0, 1};
-                  block_fe_compress(fe, 2, list);
-              }));
+    int one[] = {1}, both[] = {0, 1};
+    EXPECT_EQ(run("refine --patches 1 --times 2"),
+              expected([&](region_fe& fe) { block_fe_compress(fe, 1, one); block_fe_compress(fe, 1, one); }));
+    EXPECT_EQ(run("refine --patches 1,0,1"), expected([&](region_fe& fe) { block_fe_compress(fe, 2, both); }));
     EXPECT_EQ(run("merge --into 1 --from 0"), expected([](region_fe& fe) { merge_in_reg_fe(fe, 1, 0); }));
     EXPECT_EQ(run("mirror --patch 1 --plane xy"),
               expected([](region_fe& fe) { tundrel::mesh::mirrorPatch(fe, 1, tundrel::mesh::MirrorPlane::xy); }));
 }
 
 TEST_F(MeshCommands, RefusalsAndBadUsage) {
-    struct Case {
-        std::string args;
-        int status;
-        std::string says;
-    };
-    for (const Case& c : {Case{"merge --into 0 --from 0", 1, "cannot be merged into itself"},
-                          Case{"merge --into 0 --from 2", 1, "no face patch 2"},
-                          Case{"refine --patches 0,5", 1, "no face patch 5"},
-                          Case{"mirror --patch -1", 1, "no face patch -1"}, Case{"refine --times -1", 2, ""},
-                          Case{"mirror --patch 0 --plane ab", 2, ""}, Case{"merge --into 0", 2, ""}}) {
-        const testutil::CliRun r = testutil::runCli(c.args + " " + wing + " " + dir.file("refused.apt"));
-        EXPECT_EQ(r.status, c.status) << c.args << "\n" << r.out;
-        EXPECT_NE(r.out.find(c.says), std::string::npos) << c.args << "\n" << r.out;
-        EXPECT_FALSE(std::filesystem::exists(dir.file("refused.apt"))) << c.args;
+    for (const auto& [args, status, says] :
+         {std::tuple{"merge --into 0 --from 0", 1, "cannot be merged into itself"},
+          {"merge --into 0 --from 2", 1, "no face patch 2"}, {"refine --patches 0,5", 1, "no face patch 5"},
+          {"mirror --patch -1", 1, "no face patch -1"}, {"refine --times -1", 2, ""},
+          {"mirror --patch 0 --plane ab", 2, ""}, {"merge --into 0", 2, ""}}) {
+        const testutil::CliRun r = testutil::runCli(std::string(args) + " " + wing + " " + dir.file("refused.apt"));
+        EXPECT_EQ(r.status, status) << args << "\n" << r.out;
+        EXPECT_NE(r.out.find(says), std::string::npos) << args << "\n" << r.out;
+        EXPECT_FALSE(std::filesystem::exists(dir.file("refused.apt"))) << args;
     }
 }
 

@@ -1,9 +1,7 @@
-// Patches to build models from: a structured grid, face patches over an
-// index list, the octahedron, and what the mesh tests ask of a face patch.
+// Patches to build models from: a structured grid and face patches over an
+// index list.
 #pragma once
 
-#include <array>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -47,48 +45,6 @@ inline std::shared_ptr<FacePatch> facePatch(int nodes, std::vector<std::int32_t>
         for (int n = 0; n < nodes; ++n) var.values[static_cast<std::size_t>(n)] = 100.0 * v + n;
     }
     return f;
-}
-
-// The octahedron around `centre`, corners on the axes, faces turned outward.
-inline std::shared_ptr<FacePatch> octahedron(std::array<double, 3> centre = {0, 0, 0}) {
-    std::vector<std::int32_t> index;  // node 2q + (s < 0) sits on axis q at side s
-    for (int sx : {0, 1})
-        for (int sy : {0, 1})
-            for (int sz : {0, 1}) {
-                const int a = sx, b = 2 + sy, c = 4 + sz;
-                if ((sx + sy + sz) % 2 == 0) index.insert(index.end(), {a, b, c, -1});
-                else index.insert(index.end(), {a, c, b, -1});
-            }
-    auto f = facePatch(6, index);
-    for (int n = 0; n < 6; ++n)
-        for (int q = 0; q < 3; ++q) f->variable(q).values[n] = centre[q] + (n / 2 == q ? (n % 2 ? -1.0 : 1.0) : 0.0);
-    return f;
-}
-
-// How many faces run each edge in each direction.
-inline std::map<std::pair<int, int>, int> directedEdges(const FacePatch& p) {
-    std::map<std::pair<int, int>, int> use;
-    for (int f = 0; f < p.faces; ++f)
-        for (int e = 0; e < 3; ++e) ++use[{p.faceIndex[4 * f + e], p.faceIndex[4 * f + (e + 1) % 3]}];
-    return use;
-}
-
-inline std::array<double, 3> point(const FacePatch& p, int n) {
-    const CoordinateSlots c = findCoordinates(p.variables);
-    return {p.variable(c.x).values[n], p.variable(c.y).values[n], p.variable(c.z).values[n]};
-}
-
-// Whether every face's normal (b - a) x (c - a) points away from `centre`.
-inline bool facesPointAwayFrom(const FacePatch& p, std::array<double, 3> centre) {
-    for (int f = 0; f < p.faces; ++f) {
-        const auto a = point(p, p.faceIndex[4 * f]), b = point(p, p.faceIndex[4 * f + 1]),
-                   c = point(p, p.faceIndex[4 * f + 2]);
-        double u[3], v[3], m[3];
-        for (int q = 0; q < 3; ++q) u[q] = b[q] - a[q], v[q] = c[q] - a[q], m[q] = a[q] - centre[q];
-        if ((u[1] * v[2] - u[2] * v[1]) * m[0] + (u[2] * v[0] - u[0] * v[2]) * m[1] + (u[0] * v[1] - u[1] * v[0]) * m[2] <= 0)
-            return false;
-    }
-    return true;
 }
 
 }  // namespace testutil
