@@ -120,16 +120,6 @@ TEST(Selection, ErrorsNameTheCheckThatFailed) {
     }
 }
 
-// Lookups match the whole name exactly and find the first; typed ones tell the kinds apart.
-TEST(Functions, FindFunctionMatchesTheWholeNameExactlyAndFindsTheFirst) {
-    FieldMasterD f = selected({{0, 0}}, false);
-    f.addVector("$_N");
-    f.addScalar("P");
-    EXPECT_TRUE(f.findFunction("P") == 0 && f.findFunction("$_N") == 1 && f.normals() != nullptr);
-    for (const char* absent : {"p", "P ", "", "$_n"}) EXPECT_EQ(f.findFunction(absent), -1) << absent;
-    EXPECT_TRUE(f.functionNamed<double>("P") != nullptr && f.functionNamed<Vec>("P") == nullptr);
-}
-
 // Blocks share one column per coordinate and one triangle list; a block
 // that kernels could not use is refused.
 TEST(NodeLayout, AddBlockChecksAndClear) {
@@ -166,6 +156,7 @@ TEST(NodeLayout, CachedNormalsFollowThePositions) {
     // "$_N" takes what the cache holds, and keeps it until asked again.
     const arrayWorks::VectorFunction& n = tundrel::updateNormals(f);
     EXPECT_EQ(n.at(0, 2), (Vec{1, 0, 0}));
+    EXPECT_TRUE(f.functionNamed<Vec>("$_N") == &n && f.functionNamed<double>("$_N") == nullptr && f.findFunction("$_n") < 0);
     f.setPosition(0, 0, {0, 0, 5});
     EXPECT_EQ(n.at(0, 2), (Vec{1, 0, 0}));
 }
