@@ -76,9 +76,9 @@ std::pair<double, double> outwardCosines(const FieldMasterD& field, int b) {
 
 }  // namespace
 
-// A thick patch beside the sphere: each layer has its own normals and the
-// layers come back.
-TEST(Normals, ASphereOfStructuredPatchesHasOutwardNormalsPolesAndSeamsIncluded) {
+// Closed spheres of structured patches and of triangles, and beside them a
+// thick patch: each layer has its own normals and the layers come back.
+TEST(Normals, ClosedSpheresHaveOutwardNormalsAndChangeNormalTurnsThemInward) {
     region reg;
     reg.append(spherePatch(49, 17, 0.0, std::numbers::pi / 2));        // north, pole in the last row
     reg.append(spherePatch(49, 17, -std::numbers::pi / 2, 0.0));       // south, pole in the first row
@@ -92,31 +92,26 @@ TEST(Normals, ASphereOfStructuredPatchesHasOutwardNormalsPolesAndSeamsIncluded) 
         y.values[n] = n < 6 ? j : i;
     }
     reg.append(thick);
-    FieldMasterD field = toField(reg, region_fe());
+    region_fe fe;
+    fe.append(ball(15, 24));
+    fe.append(ball(3, 6));
+    FieldMasterD field = toField(reg, fe);
     EXPECT_GT(outwardCosines(field, 0).first, 0.99);
     EXPECT_GT(outwardCosines(field, 1).first, 0.99);
     EXPECT_LT(outwardCosines(field, 2).second, -0.99);
+    EXPECT_GT(outwardCosines(field, 4).first, 0.99);
+    EXPECT_GT(outwardCosines(field, 5).first, 0.95);
     EXPECT_EQ(field.layout(3).layers, 2);
     for (int n = 0; n < 12; ++n) EXPECT_EQ(field.normals()->at(3, n), (Vec{0, 0, n < 6 ? 1.0 : -1.0})) << n;
     region back;
     region_fe backFe;
     fieldMaster_to_Region(field, {}, back, backFe);
     EXPECT_TRUE(back.patch(3).K == 2 && back.patch(3).findVariable("x")->values == x.values);
-}
-
-TEST(Normals, ASphereOfTrianglesHasOutwardNormalsAndChangeNormalTurnsThemInward) {
-    region_fe fe;
-    fe.append(ball(15, 24));
-    fe.append(ball(3, 6));
-    const FieldMasterD before = toField(region(), fe);
-    EXPECT_GT(outwardCosines(before, 0).first, 0.99);
-    EXPECT_GT(outwardCosines(before, 1).first, 0.95);
 
     const std::vector<std::int32_t> second = fe.patch(1).faceIndex;
     change_normal_fe(fe, 0);
     EXPECT_EQ(fe.patch(1).faceIndex, second);
-    const FieldMasterD after = toField(region(), fe);
-    EXPECT_LT(outwardCosines(after, 0).second, -0.99);
+    EXPECT_LT(outwardCosines(toField(region(), fe), 0).second, -0.99);
     change_normal_fe(fe, 0);  // twice gives the faces back
     EXPECT_EQ(fe.patch(0).faceIndex, ball(15, 24)->faceIndex);
 }
