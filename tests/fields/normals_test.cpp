@@ -1,4 +1,4 @@
-// Face orientation: the normals of closed spheres, of layered grids,
+// Face orientation: the normals of closed spheres and layered grids,
 // change_normal_fe and the removal of faces out of sight.
 #include <gtest/gtest.h>
 
@@ -10,6 +10,7 @@
 
 #include "api/TundrelApi.h"
 #include "api/detail/node_normals.h"
+#include "tests/support/models.h"
 #include "tests/support/shapes.h"
 
 using Vec = z::zVec<double>;
@@ -75,73 +76,53 @@ std::pair<double, double> outwardCosines(const FieldMasterD& field, int b) {
 
 }  // namespace
 
-TEST(Normals, ASphereOfStructuredPatchesHasOutwardNormalsPolesAndSeamsIncluded) {
+// Closed spheres of structured patches and of triangles, and beside them a
+// thick patch: each layer has its own normals and the layers come back.
+TEST(Normals, ClosedSpheresHaveOutwardNormalsAndChangeNormalTurnsThemInward) {
     region reg;
     reg.append(spherePatch(49, 17, 0.0, std::numbers::pi / 2));        // north, pole in the last row
     reg.append(spherePatch(49, 17, -std::numbers::pi / 2, 0.0));       // south, pole in the first row
     reg.append(spherePatch(49, 17, 0.0, std::numbers::pi / 2, -1.0));  // the grid turned round
-    const FieldMasterD field = toField(reg, region_fe());
-    EXPECT_GT(outwardCosines(field, 0).first, 0.99);
-    EXPECT_GT(outwardCosines(field, 1).first, 0.99);
-    EXPECT_LT(outwardCosines(field, 2).second, -0.99);
-}
-
-TEST(Normals, ASphereOfTrianglesHasOutwardNormalsAndChangeNormalTurnsThemInward) {
-    region_fe fe;
-    fe.append(ball(15, 24));
-    fe.append(ball(3, 6));
-    const FieldMasterD before = toField(region(), fe);
-    EXPECT_GT(outwardCosines(before, 0).first, 0.99);
-    EXPECT_GT(outwardCosines(before, 1).first, 0.95);
-
-    const std::vector<std::int32_t> second = fe.patch(1).faceIndex;
-    change_normal_fe(fe, 0);
-    EXPECT_EQ(fe.patch(1).faceIndex, second);
-    const FieldMasterD after = toField(region(), fe);
-    EXPECT_LT(outwardCosines(after, 0).second, -0.99);
-    EXPECT_TRUE(std::ranges::equal(after.x(), before.x()) && std::ranges::equal(after.z(), before.z()));
-    for (int n = 0; n < after.nodeCount(1); ++n) EXPECT_EQ(after.normals()->at(1, n), before.normals()->at(1, n));
-    change_normal_fe(fe, 0);  // twice gives the faces back
-    EXPECT_EQ(fe.patch(0).faceIndex, ball(15, 24)->faceIndex);
-}
-
-TEST(Normals, EachLayerOfAThickPatchHasItsOwnNormals) {
-    auto p = std::make_shared<StructPatch>(3, 2, 2);
-    auto &x = p->addVariable("x"), &y = p->addVariable("y"), &z = p->addVariable("z");
+    auto thick = std::make_shared<StructPatch>(3, 2, 2);
+    auto &x = thick->addVariable("x"), &y = thick->addVariable("y");
+    thick->addVariable("z").values = {0, 0, 0, 0, 0, 0, 5, 5, 5, 5, 5, 5};
     for (std::size_t n = 0; n < 12; ++n) {
         const double i = static_cast<double>(n % 3), j = static_cast<double>(n / 3 % 2);
         x.values[n] = n < 6 ? i : j;  // the second layer runs the other way round
         y.values[n] = n < 6 ? j : i;
-        z.values[n] = n < 6 ? 0.0 : 5.0;
     }
-    region reg;
-    reg.append(p);
-    FieldMasterD field = toField(reg, region_fe());
-    EXPECT_EQ(field.layout(0).layers, 2);
-    for (int n = 0; n < 12; ++n) EXPECT_EQ(field.normals()->at(0, n), (Vec{0, 0, n < 6 ? 1.0 : -1.0})) << n;
+    reg.append(thick);
+    region_fe fe;
+    fe.append(ball(15, 24));
+    fe.append(ball(3, 6));
+    FieldMasterD field = toField(reg, fe);
+    EXPECT_GT(outwardCosines(field, 0).first, 0.99);
+    EXPECT_GT(outwardCosines(field, 1).first, 0.99);
+    EXPECT_LT(outwardCosines(field, 2).second, -0.99);
+    EXPECT_GT(outwardCosines(field, 4).first, 0.99);
+    EXPECT_GT(outwardCosines(field, 5).first, 0.95);
+    EXPECT_EQ(field.layout(3).layers, 2);
+    for (int n = 0; n < 12; ++n) EXPECT_EQ(field.normals()->at(3, n), (Vec{0, 0, n < 6 ? 1.0 : -1.0})) << n;
     region back;
     region_fe backFe;
     fieldMaster_to_Region(field, {}, back, backFe);
-    EXPECT_EQ(back.patch(0).K, 2);
-    EXPECT_EQ(back.patch(0).findVariable("x")->values, x.values);
+    EXPECT_TRUE(back.patch(3).K == 2 && back.patch(3).findVariable("x")->values == x.values);
+
+    const std::vector<std::int32_t> second = fe.patch(1).faceIndex;
+    change_normal_fe(fe, 0);
+    EXPECT_EQ(fe.patch(1).faceIndex, second);
+    EXPECT_LT(outwardCosines(toField(region(), fe), 0).second, -0.99);
+    change_normal_fe(fe, 0);  // twice gives the faces back
+    EXPECT_EQ(fe.patch(0).faceIndex, ball(15, 24)->faceIndex);
 }
 
 // Quads turn about their first corner; faces of fewer than three corners stay.
-TEST(Normals, ChangeNormalTurnsEveryFaceOfThePatch) {
-    const std::vector<std::int32_t> rows[][2] = {{{0, 1, 2, -1, 2, 1, 3, -1}, {0, 2, 1, -1, 2, 3, 1, -1}},
-                                                 {{0, 1, 2, 3}, {0, 3, 2, 1}},
-                                                 {{0, 1, -1, -1, 3, -1, -1, -1}, {0, 1, -1, -1, 3, -1, -1, -1}},
-                                                 {{}, {}}};
-    for (const auto& row : rows) {
-        region_fe fe;
-        auto p = std::make_shared<FacePatch>(5, static_cast<int>(row[0].size()), static_cast<int>(row[0].size() / 4));
-        p->faceIndex = row[0];
-        p->addVariable("x").values = {1, 2, 3, 4, 5};
-        fe.append(p);
-        change_normal_fe(fe, 0);
-        EXPECT_EQ(p->faceIndex, row[1]);
-        EXPECT_EQ(p->findVariable("x")->values, (std::vector<double>{1, 2, 3, 4, 5}));
-    }
+TEST(Normals, ChangeNormalTurnsQuadsAndLeavesShortFaces) {
+    region_fe fe;
+    fe.append(testutil::facePatch(5, {0, 1, 2, 3, 0, 1, -1, -1, 3, -1, -1, -1}, {"x"}));
+    change_normal_fe(fe, 0);
+    EXPECT_EQ(fe.patch(0).faceIndex, (std::vector<std::int32_t>{0, 3, 2, 1, 0, 1, -1, -1, 3, -1, -1, -1}));
+    EXPECT_EQ(fe.patch(0).variable(0).values, (std::vector<double>{0, 1, 2, 3, 4}));
 }
 
 // ---- unvisible_faces_remove ------------------------------------------------------
@@ -172,22 +153,10 @@ TEST(UnvisibleFacesRemove, KeepsFrontFacesInSightAndCompactsTheNodes) {
 
     // The lower plate keeps the cells beyond x = 2: columns 2 to 5 of its nodes, in order.
     const FacePatch& low = reg.patch(1);
-    EXPECT_EQ(low.faces, 12);
-    ASSERT_EQ(low.nodes, 12);
-    EXPECT_EQ(low.indexLength, 4 * 12);
-    ASSERT_EQ(low.faceIndex.size(), 48u);
     const NodeVariable& P = low.variable(3);
-    ASSERT_EQ(P.values.size(), 12u);
-    EXPECT_TRUE(P.count == 12 && P.I == 12);
+    ASSERT_TRUE(low.faces == 12 && low.nodes == 12 && low.indexLength == 48 && low.faceIndex.size() == 48u);
+    ASSERT_TRUE(P.values.size() == 12u && P.count == 12 && P.I == 12);
     for (std::size_t n = 0; n < 12; ++n) EXPECT_EQ(P.values[n], static_cast<double>(2 + n % 4 + 6 * (n / 4)));
     for (std::size_t k = 0; k < 48; ++k)
         EXPECT_TRUE(k % 4 == 3 ? low.faceIndex[k] == -1 : low.faceIndex[k] >= 0 && low.faceIndex[k] < 12) << k;
-
-    region_fe behind, front;
-    behind.append(plate(4, 4, 0.0, 0.0));
-    front.append(plate(4, 4, 0.0, 0.0));
-    EXPECT_EQ(unvisible_faces_remove(behind, {1.5, 1.5, -5.0}), 18);
-    EXPECT_EQ(behind.patch(0).faces, 0);
-    EXPECT_EQ(unvisible_faces_remove(front, {1.5, 1.5, 5.0}), 0);  // all in sight, nothing changes
-    EXPECT_EQ(front.patch(0).nodes, 16);
 }

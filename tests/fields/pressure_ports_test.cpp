@@ -33,10 +33,7 @@ void addGrid(FieldMasterD& f, int I, int J, const Height& h) {
 
 double linear(const Vec& p) { return 1.25 - 0.5 * p.x + 2.0 * p.y + 0.75 * p.z; }
 
-struct Port {
-    Vec p;
-    double value = 0.0;
-};
+struct Port { Vec p; double value = 0.0; };
 
 std::string text(double v) {
     char buf[40];
@@ -85,10 +82,7 @@ protected:
         return ports;
     }
 
-    std::string write(const std::string& name, const std::string& content) {
-        testutil::writeFile(dir.file(name), content);
-        return dir.file(name);
-    }
+    std::string write(const std::string& n, const std::string& text) { return testutil::writeFile(dir.file(n), text), dir.file(n); }
 
     // Answers the parameters dialog, then the active-axes dialog with `axes`.
     void run(const std::string& file, const std::string& deflexion, int order, std::string fieldName = "",
@@ -127,8 +121,7 @@ TEST_F(PressurePorts, ChecksShowTheirMessageAndAddNothing) {
     };
     for (const auto& c : rows) {
         SCOPED_TRACE(c.message ? c.message : "added");
-        host.messages.clear();
-        host.dialogsShown.clear();
+        host.messages.clear(), host.dialogsShown.clear();
         const int before = field.functionCount();
         const std::string file = write(c.fileName, c.content(portsOnSurface(12)));
         run(file, c.deflexion, c.order, c.fieldName, "dialog" + std::to_string(before));
