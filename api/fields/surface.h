@@ -43,6 +43,6 @@ struct Surface {
 // The node normals derived from the container's positions, oriented as the
 // grids and the faces run (see normals.h), as three columns; computed when
 // the positions changed since the last call, else the cached ones.
-const arrayWorks::NormalCache& cachedNormals(const FieldMasterD& field);
+TUNDREL_API const arrayWorks::NormalCache& cachedNormals(const FieldMasterD& field);
 
 }  // namespace tundrel
