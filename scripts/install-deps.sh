@@ -8,7 +8,8 @@ PACKAGES=(
   build-essential cmake ninja-build pkg-config clang-14 libclang-rt-14-dev libomp-14-dev
   libgtest-dev libbenchmark-dev
   libxerces-c-dev libembree-dev libeigen3-dev libcli11-dev
-  python3 python3-dev python3-numpy python3-pytest python3-pybind11 pybind11-dev
+  libcairo2-dev nlohmann-json3-dev
+  python3 python3-dev python3-numpy python3-pytest python3-pybind11 pybind11-dev python3-meshio python3-vtk9
 )
 missing=()
 for p in "${PACKAGES[@]}"; do
