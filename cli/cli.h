@@ -18,6 +18,7 @@ struct WriteOptions {
     int precision = 6;
     bool scientific = false;
     bool split = false;
+    bool binary = false;
 };
 void addWriteOptions(CLI::App& cmd, WriteOptions& w);
 

@@ -13,6 +13,7 @@ void addWriteOptions(CLI::App& cmd, WriteOptions& w) {
     cmd.add_option("--precision", w.precision, "Digits written for every number")->capture_default_str();
     cmd.add_flag("--scientific", w.scientific, "Scientific notation instead of fixed");
     cmd.add_flag("--split", w.split, "One file per patch: NAME_1.EXT, NAME_2.EXT, ...");
+    cmd.add_flag("--binary", w.binary, "Binary data where the format has them (VTK: appended raw)");
 }
 
 namespace {
@@ -39,7 +40,10 @@ bool loadModel(const std::vector<std::string>& files, bool transpose, region& re
 }
 
 bool saveModel(const std::string& file, const WriteOptions& w, region& reg, region_fe& reg_fe) {
-    return export_data(file, w.precision, w.split, w.scientific, reg, reg_fe);
+    const GeometryFormat* format = findGeometryFormat(file_extension(file));
+    if (w.binary && format != nullptr && format->writeBinary == nullptr)
+        std::cerr << "tundrel: warning: " << file << ": " << format->name << " has no binary form, written as text\n";
+    return exportGeometry(file, {w.precision, w.scientific, w.split, w.binary}, reg, reg_fe);
 }
 
 namespace {

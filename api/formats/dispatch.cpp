@@ -37,19 +37,22 @@ constexpr std::string_view kApt[] = {"apt"};
 constexpr std::string_view kFld[] = {"fld"};
 constexpr std::string_view kDat[] = {"dat"};
 constexpr std::string_view kWrl[] = {"wrl"};
+constexpr std::string_view kVtk[] = {"vtm", "vts", "vtp"};
 
 // The formats in the order the dispatch tests them. Each entry adapts the
 // format's own reader and writer signature.
 const tundrel::GeometryFormat kFormats[] = {
     {"APT", kApt, true, false, [](std::string_view t, region& r, region_fe&) { return read_apt_text(t, r); },
-     kAptCannotOpen, write_apt},
+     kAptCannotOpen, write_apt, nullptr, nullptr},
     {"FLD", kFld, true, false, [](std::string_view t, region& r, region_fe&) { return read_fld_text(t, r); },
      kFldCannotOpen,
      [](const std::string& f, region& r, region_fe&, int first, int last, int precision, bool scientific) {
          return write_fld(f, r, first, last, precision, scientific);
-     }},
-    {"DAT", kDat, true, true, read_dat_text, kDatCannotOpen, write_dat},
-    {"VRML", kWrl, false, true, read_vrml_text, kVrmlCannotOpen, write_vrml},
+     },
+     nullptr, nullptr},
+    {"DAT", kDat, true, true, read_dat_text, kDatCannotOpen, write_dat, nullptr, nullptr},
+    {"VRML", kWrl, false, true, read_vrml_text, kVrmlCannotOpen, write_vrml, nullptr, nullptr},
+    {"VTK", kVtk, true, true, read_vtk_text, kVtkCannotOpen, write_vtk, read_vtk_file, write_vtk_binary},
 };
 
 }  // namespace
@@ -66,6 +69,7 @@ const GeometryFormat* findGeometryFormat(std::string_view extension) noexcept {
 }
 
 bool readGeometryFile(const GeometryFormat& format, const std::string& file, region& reg, region_fe& reg_fe) {
+    if (format.readFile != nullptr) return format.readFile(file, reg, reg_fe);
     std::string text;
     if (!text::loadFile(file, text)) {
         showMessage(format.cannotOpen);
@@ -87,17 +91,21 @@ bool import_data(const std::string& file, bool transpose, region& reg, region_fe
     return ok;
 }
 
-bool export_data(const std::string& file, int precision, bool split, bool scientific, region& reg,
-                 region_fe& reg_fe) {
+namespace tundrel {
+
+bool exportGeometry(const std::string& file, const GeometryWriteOptions& options, region& reg, region_fe& reg_fe) {
     const std::string ext = file_extension(file);
     int count = reg.patchCount();
     if (ext != "fld") count += reg_fe.patchCount();
-    const tundrel::GeometryFormat* format = tundrel::findGeometryFormat(ext);
+    const GeometryFormat* format = findGeometryFormat(ext);
 
     auto pass = [&](const std::string& name, int first, int last) {
-        return format != nullptr && format->write(name, reg, reg_fe, first, last, precision, scientific);
+        if (format == nullptr) return false;
+        if (options.binary && format->writeBinary != nullptr)
+            return format->writeBinary(name, reg, reg_fe, first, last);
+        return format->write(name, reg, reg_fe, first, last, options.precision, options.scientific);
     };
-    if (!split) return pass(file, 0, count - 1);
+    if (!options.split) return pass(file, 0, count - 1);
 
     bool result = true;
     const std::size_t dot = file.rfind('.');
@@ -107,4 +115,11 @@ bool export_data(const std::string& file, int precision, bool split, bool scient
         result = pass(name, i, i);
     }
     return result;
+}
+
+}  // namespace tundrel
+
+bool export_data(const std::string& file, int precision, bool split, bool scientific, region& reg,
+                 region_fe& reg_fe) {
+    return tundrel::exportGeometry(file, {precision, scientific, split, false}, reg, reg_fe);
 }

@@ -37,7 +37,7 @@ namespace tundrel {
 // One geometry format of the table import_data and export_data dispatch
 // through.
 struct GeometryFormat {
-    std::string_view name;                          // "APT", "FLD", "DAT", "VRML"
+    std::string_view name;                          // "APT", "FLD", "DAT", "VRML", "VTK"
     std::span<const std::string_view> extensions;   // lower case, without the dot
     bool structuredPatches;                         // reads and writes region patches
     bool facePatches;                               // reads and writes region_fe face patches
@@ -50,10 +50,25 @@ struct GeometryFormat {
     // Writes the export items first..last to `file` (FLD: patches only).
     bool (*write)(const std::string& file, region& reg, region_fe& reg_fe, int first, int last, int precision,
                   bool scientific);
+    // Reads a file that names other files (VTK's multiblock lists its
+    // pieces); nullptr where `read` of the file's text is the whole read.
+    bool (*readFile)(const std::string& file, region& reg, region_fe& reg_fe);
+    // Writes the export items first..last with binary data; nullptr for a
+    // format that is text only.
+    bool (*writeBinary)(const std::string& file, region& reg, region_fe& reg_fe, int first, int last);
+};
+
+// How exportGeometry writes: the number format of text, one file per item,
+// binary data where the format has them.
+struct GeometryWriteOptions {
+    int precision = 6;
+    bool scientific = false;
+    bool split = false;
+    bool binary = false;
 };
 
 // The geometry formats, in the order the dispatch tests them: APT, FLD, DAT,
-// VRML.
+// VRML, VTK (vtm, vts, vtp).
 TUNDREL_API std::span<const GeometryFormat> geometryFormats() noexcept;
 
 // The format of a lowered extension ("wrl"), or nullptr.
@@ -63,5 +78,10 @@ TUNDREL_API const GeometryFormat* findGeometryFormat(std::string_view extension)
 // loaded shows the format's cannotOpen message and gives false.
 TUNDREL_API bool readGeometryFile(const GeometryFormat& format, const std::string& file, region& reg,
                                   region_fe& reg_fe);
+
+// export_data with binary data for the formats that have them (a text-only
+// format writes text): the same items, file names and result.
+TUNDREL_API bool exportGeometry(const std::string& file, const GeometryWriteOptions& options, region& reg,
+                                region_fe& reg_fe);
 
 }  // namespace tundrel
