@@ -311,8 +311,9 @@ struct DataLayout {
         const std::uint64_t offset = parseCount(e.attribute("offset"), "offset");
         if (offset > appended.size() || appended.size() - offset < header) fail("an offset beyond the data");
         const auto* p = reinterpret_cast<const unsigned char*>(appended.data() + offset);
-        const std::uint64_t size = static_cast<std::uint64_t>(
-            decode(p, header == 8 ? kTypes[7] : kTypes[5], swap));
+        std::uint64_t size = 0;
+        for (unsigned k = 0; k < header; ++k)  // byte j of a little-endian size counts 256^j
+            size |= std::uint64_t{p[swap ? k : header - 1 - k]} << (8 * (header - 1 - k));
         if (size > appended.size() - offset - header) fail("a data block longer than the file");
         return appended.substr(static_cast<std::size_t>(offset + header), static_cast<std::size_t>(size));
     }
@@ -454,28 +455,29 @@ void fillVariables(Patch& patch, const Element& piece, const DataLayout& layout,
             }
         }
     }
-    if (!(axis[0] && axis[1] && axis[2])) {
-        const Element* points = piece.child("Points");
-        const Element* array = nullptr;
-        if (points != nullptr)
-            for (const Element& a : points->children)
-                if (isArray(a)) array = &a;
-        if (array == nullptr) {
-            if (nodes > 0) fail("a piece without points");
-        } else {
-            if (componentsOf(*array) != 3) fail("points without three components");
-            const std::vector<double> xyz = numbers(*array, layout, 3 * nodes);
-            std::vector<Column> coords;
-            for (int ax = 0; ax < 3; ++ax) {
-                if (axis[ax]) continue;
-                Column col{std::string(1, static_cast<char>('x' + ax)), {}};
-                col.values.resize(static_cast<std::size_t>(nodes));
-                for (std::size_t i = 0; i < col.values.size(); ++i) col.values[i] = xyz[3 * i + static_cast<std::size_t>(ax)];
-                coords.push_back(std::move(col));
-            }
-            columns.insert(columns.begin(), std::make_move_iterator(coords.begin()),
-                           std::make_move_iterator(coords.end()));
+    // The points are read (and so checked) even where the point data carry
+    // the coordinates.
+    const Element* points = piece.child("Points");
+    const Element* array = nullptr;
+    if (points != nullptr)
+        for (const Element& a : points->children)
+            if (isArray(a)) array = &a;
+    if (array == nullptr) {
+        if (nodes > 0 && !(axis[0] && axis[1] && axis[2])) fail("a piece without points");
+    } else {
+        if (componentsOf(*array) != 3) fail("points without three components");
+        const std::vector<double> xyz = numbers(*array, layout, 3 * nodes);
+        std::vector<Column> coords;
+        for (int ax = 0; ax < 3; ++ax) {
+            if (axis[ax]) continue;
+            Column col{std::string(1, static_cast<char>('x' + ax)), {}};
+            col.values.resize(static_cast<std::size_t>(nodes));
+            for (std::size_t i = 0; i < col.values.size(); ++i)
+                col.values[i] = xyz[3 * i + static_cast<std::size_t>(ax)];
+            coords.push_back(std::move(col));
         }
+        columns.insert(columns.begin(), std::make_move_iterator(coords.begin()),
+                       std::make_move_iterator(coords.end()));
     }
     for (Column& c : columns) patch.addVariable(c.name).values = std::move(c.values);
 }
