@@ -13,8 +13,8 @@ the place where the self-illumination correction matters.
 On it lies a measured-looking pressure coefficient "cp" at Mach 0.7 and
 3 degrees angle of attack (suction peaks on the wings, stagnation at the
 nose, a little measurement noise); fuselage nodes covered by the wing roots
-carry the no-value marker -1e10. The pressure ports (taps at two wing stations
-and along the fuselage crown and side) are a marker file with their
+carry the no-value marker -1e10. The pressure ports (chordwise rows at several
+wing stations, rows along the fuselage and a ring round it) are a marker file with their
 positions, their port readings (the same flow without the paint's noise) and
 active flags.
 
@@ -188,22 +188,37 @@ def write_fld(path, title, patches, names, flow):
 
 
 def ports(rng):
-    """Pressure taps: chordwise rows at two stations of the right wing (upper and
-    lower side) and rows along the fuselage crown and the left side below the wing."""
-    pts, cp, active, ids = [], [], [], []
-    for k, eta in enumerate((0.3, 0.7)):
-        for side, count in ((1.0, 10), (-1.0, 7)):
-            xi = 0.5 - 0.5 * np.cos(np.pi * np.linspace(0.03, 0.92, count))
-            e, s = np.full(count, eta), np.full(count, side)
-            pts.append(wing_point(xi, e, s))
-            cp.append(wing_cp(xi, e, s))
-            base = 100 * (k + 1) + (0 if side > 0 else 50)
-            ids.append(base + np.arange(1, count + 1))
-    for theta, base, xs in ((np.pi / 2, 300, np.linspace(0.06, 0.95, 14)), (-0.35, 400, np.linspace(0.3, 0.7, 9))):
+    """Pressure taps as a test model carries them: chordwise rows on the upper and
+    lower side at five stations of the right wing, two rows on the left wing as a
+    symmetry check, rows along the fuselage crown, keel and right side, and a ring
+    round the fuselage ahead of the wing. Numbers: 1SS for wing station S side
+    upper (1) or lower (5), 3xx crown, 4xx keel, 5xx side, 6xx ring."""
+    pts, cp, ids = [], [], []
+    stations = ((0.12, 0.3, 0.5, 0.7, 0.88), (0.3, 0.7))
+    for w, etas in enumerate(stations):
+        for k, eta in enumerate(etas):
+            for side, count in ((1.0, 10), (-1.0, 7)):
+                xi = 0.5 - 0.5 * np.cos(np.pi * np.linspace(0.03, 0.92, count))
+                e, s = np.full(count, eta), np.full(count, side)
+                p = wing_point(xi, e, s)
+                if w == 1:
+                    p[:, 1] *= -1.0                     # the left wing
+                pts.append(p)
+                cp.append(wing_cp(xi, e, s))
+                ids.append(1000 * (w + 1) + 100 * (k + 1) + (0 if side > 0 else 50) + np.arange(1, count + 1))
+    rows = ((np.pi / 2, 3000, np.linspace(0.03, 0.97, 16)),   # crown
+            (-np.pi / 2, 4000, np.linspace(0.03, 0.97, 16)),  # keel
+            (0.35, 5000, np.linspace(0.06, 0.95, 12)))        # right side, above the wing
+    for theta, base, xs in rows:
         th = np.full(len(xs), theta)
         pts.append(body_point(xs, th))
         cp.append(body_cp(xs, th))
         ids.append(base + np.arange(1, len(xs) + 1))
+    th = np.linspace(0.0, 2.0 * np.pi, 12, endpoint=False)
+    xs = np.full(len(th), 0.28)
+    pts.append(body_point(xs, th))
+    cp.append(body_cp(xs, th))
+    ids.append(6000 + np.arange(1, len(th) + 1))
     pts, cp, ids = np.concatenate(pts), np.concatenate(cp), np.concatenate(ids)
     cp = cp + rng.normal(0.0, 0.003, cp.shape)
     active = np.ones(len(cp), dtype=int)

@@ -3,9 +3,10 @@
 
 Reads the wing-body model, corrects its measured "cp" for self-illumination,
 builds the pressure-port field from the marker file, writes the result as
-Tecplot-style DAT (for plotting tools) and VRML (for 3-D viewers) and prints
-a short summary: nodes, fields, what the correction changed and where, and
-the time of each step.
+Tecplot-style DAT (for plotting tools), VRML (for 3-D viewers) and a VTK
+multiblock (for ParaView, lossless) and prints a short summary: nodes, fields,
+what the correction changed and where, how well the port field predicts each
+port left out in turn, and the time of each step.
 
     PYTHONPATH=build/release/python /usr/bin/python3 examples/process_example.py --out out
 """
@@ -42,6 +43,32 @@ def junction_distance(positions, reg_wings):
     for r in roots:
         d = np.minimum(d, np.linalg.norm(positions - r, axis=1))
     return d
+
+
+def leave_one_out(reg, reg_fe, markers_file, order, deflexion):
+    """Each active port predicted by the port field built from all the others, read
+    at the surface node nearest to the port: (port numbers, errors); NaN where the
+    field has no value there."""
+    fm, flow = tundrel.FieldMaster(), tundrel.ambientFlow()
+    tundrel.Region_to_fieldMaster(reg, reg_fe, fm, flow)
+    ports = tundrel.markers()
+    tundrel.importMarkers(markers_file, ports)
+    numbers, errors = [], []
+    for i in range(len(ports)):
+        held = ports[i]
+        if not held.active:
+            continue
+        out = ports[i]
+        out.active = False
+        ports[i] = out
+        name = f"without port {held.number}"
+        tundrel.pressure_ports(fm, "", marker_set=ports, order=order, max_deflexion=deflexion, name=name)
+        ports[i] = held
+        node = int(np.argmin(np.linalg.norm(fm.positions - (held.x, held.y, held.z), axis=1)))
+        value = fm[name].values[node]
+        numbers.append(held.number)
+        errors.append(value - held.value if value > -1e9 else np.nan)
+    return np.array(numbers), np.array(errors)
 
 
 def main(argv=None):
@@ -89,9 +116,11 @@ def main(argv=None):
     step("to geometry", tundrel.fieldMaster_to_Region, fm, flow, out_reg, out_fe)
     out_reg.name = reg.name
     args.out.mkdir(parents=True, exist_ok=True)
-    dat, wrl = args.out / "wingbody.dat", args.out / "wingbody.wrl"
+    dat, wrl, vtm = args.out / "wingbody.dat", args.out / "wingbody.wrl", args.out / "wingbody.vtm"
     step("write DAT", tundrel.write, dat, out_reg, out_fe)
     step("write VRML", tundrel.write, wrl, out_reg, out_fe)
+    step("write VTK", tundrel.write, vtm, out_reg, out_fe, precision=9, scientific=True)
+    numbers, errors = step("leave one out", leave_one_out, reg, reg_fe, args.markers, args.order, args.deflexion)
 
     # ---- summary ----------------------------------------------------------
     measured = fm[args.field].values
@@ -119,7 +148,14 @@ def main(argv=None):
           f"{np.count_nonzero(port_valued)} nodes, {port_field[port_valued].min():.3f} to "
           f"{port_field[port_valued].max():.3f}; rms from {args.field} "
           f"{np.sqrt(np.mean((port_field - measured)[port_valued & valued] ** 2)):.4f}")
-    print(f"written   {dat} ({dat.stat().st_size // 1024} KiB), {wrl} ({wrl.stat().st_size // 1024} KiB)")
+    hit = ~np.isnan(errors)
+    worst_port = int(np.nanargmax(np.abs(errors))) if hit.any() else 0
+    print(f"          each of {len(errors)} active ports left out in turn, predicted by the others: "
+          f"rms {np.sqrt(np.mean(errors[hit] ** 2)):.4f}, largest {errors[worst_port]:+.4f} (port "
+          f"{numbers[worst_port]}), {np.count_nonzero(~hit)} without a prediction")
+    pieces = sum(f.stat().st_size for f in (args.out / "wingbody").iterdir())
+    print(f"written   {dat} ({dat.stat().st_size // 1024} KiB), {wrl} ({wrl.stat().st_size // 1024} KiB), "
+          f"{vtm} with {len(list((args.out / 'wingbody').iterdir()))} pieces ({pieces // 1024} KiB)")
     print("timings   " + ", ".join(f"{label} {t * 1000:.0f} ms" if t < 1 else f"{label} {t:.2f} s"
                                      for label, t in step.times))
     return 0

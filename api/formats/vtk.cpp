@@ -702,10 +702,13 @@ public:
         out_ << " 0\n      </Array>\n";
     }
     // `count` values of `components` components, value k given by get(k).
+    // Field data state their tuple count, which VTK's readers need there.
     template <class Get>
-    void doubles(std::string_view indent, std::string_view name, int components, std::size_t count, Get get) {
+    void doubles(std::string_view indent, std::string_view name, int components, std::size_t count, Get get,
+                 bool fieldData = false) {
         out_ << indent << "<DataArray type=\"Float64\"";
         if (!name.empty()) out_ << " Name=\"" << escaped(name) << "\"";
+        if (fieldData) out_ << " NumberOfTuples=\"" << static_cast<long long>(count) << "\"";
         if (components != 1) out_ << " NumberOfComponents=\"" << components << "\"";
         if (binary_) {
             appendedTag(count * sizeof(double));
@@ -807,7 +810,7 @@ void writeFlow(PieceWriter& w, const Region& owner) {
     const char* names[3] = {"Mach", "alpha", "beta"};
     for (int k = 0; k < 3; ++k) {
         const double v = flow[k];
-        w.doubles("      ", names[k], 1, 1, [v](std::size_t) { return v; });
+        w.doubles("      ", names[k], 1, 1, [v](std::size_t) { return v; }, true);
     }
 }
 
