@@ -151,7 +151,8 @@ def main(argv=None):
     hit = ~np.isnan(errors)
     worst_port = int(np.nanargmax(np.abs(errors))) if hit.any() else 0
     print(f"          each of {len(errors)} active ports left out in turn, predicted by the others: "
-          f"rms {np.sqrt(np.mean(errors[hit] ** 2)):.4f}, largest {errors[worst_port]:+.4f} (port "
+          f"rms {np.sqrt(np.mean(errors[hit] ** 2)):.4f}, median |error| {np.median(np.abs(errors[hit])):.4f}, "
+          f"largest {errors[worst_port]:+.4f} (port "
           f"{numbers[worst_port]}), {np.count_nonzero(~hit)} without a prediction")
     pieces = sum(f.stat().st_size for f in (args.out / "wingbody").iterdir())
     print(f"written   {dat} ({dat.stat().st_size // 1024} KiB), {wrl} ({wrl.stat().st_size // 1024} KiB), "
