@@ -16,10 +16,14 @@
 #include <bit>
 #include <charconv>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <filesystem>
 #include <functional>
 #include <limits>
+#include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <vector>
@@ -145,8 +149,8 @@ private:
                 value += s_[i];
                 continue;
             }
-            const std::size_t semi = s_.find(';', i);
-            if (semi == std::string_view::npos || semi > end) fail("an unclosed character reference");
+            const std::size_t semi = s_.substr(0, end).find(';', i);  // within the value: linear
+            if (semi == std::string_view::npos) fail("an unclosed character reference");
             const std::string_view ref = s_.substr(i + 1, semi - i - 1);
             if (ref == "lt") value += '<';
             else if (ref == "gt") value += '>';
@@ -650,6 +654,8 @@ bool guarded(const std::function<void()>& read) {
         showMessage("Error in VTK file: a patch it describes cannot be built");
     } catch (const std::bad_alloc&) {
         showMessage("Error in VTK file: not enough memory for it");
+    } catch (const std::exception& e) {
+        showMessage(std::string("Error in VTK file: ") + e.what());
     }
     return false;
 }

@@ -130,6 +130,25 @@ const struct {
                 repeated("IndexedFaceSet { coordIndex [ 0 1 2 ] }\n", n);
      },
      true},
+    {"vtkEmptyPieces", "vts",
+     [](std::size_t n) {
+         return "<VTKFile type=\"StructuredGrid\"><StructuredGrid>" +
+                repeated("<Piece Extent=\"0 -1 0 0 0 0\"/>", n) + "</StructuredGrid></VTKFile>";
+     },
+     true},
+    {"vtkTriangles", "vtp",
+     [](std::size_t n) {
+         return "<VTKFile type=\"PolyData\"><PolyData><Piece NumberOfPoints=\"3\" NumberOfPolys=\"" +
+                std::to_string(n) + "\"><Points><DataArray type=\"Float32\" NumberOfComponents=\"3\" "
+                "format=\"ascii\">0 0 0 1 0 0 0 1 0</DataArray></Points><Polys><DataArray type=\"Int32\" "
+                "Name=\"connectivity\" format=\"ascii\">" + repeated("0 1 2 ", n) + "</DataArray><DataArray "
+                "type=\"Int64\" Name=\"offsets\" format=\"ascii\">" + [n] {
+                    std::string s;
+                    for (std::size_t k = 1; k <= n; ++k) s += std::to_string(3 * k) + " ";
+                    return s;
+                }() + "</DataArray></Polys></Piece></PolyData></VTKFile>";
+     },
+     true},
 };
 
 // The most a read may hold per byte of its file: a few hundred bytes, which
@@ -174,6 +193,7 @@ TEST(ReadMemoryLongLine, TwoHundredMegabytesInOneLine) {
         {"fld", "It's impossible to close FLD file"},
         {"dat", "Error in the Header of DAT file. Parameter TITLE is absent"},
         {"wrl", "It is impossible to open VRML or identify it's header"},
+        {"vtm", "Error in VTK file: no XML element"},
     };
     for (const auto& [ext, message] : cases) {
         const std::string file = dir.file(std::string("long.") + ext);
