@@ -363,7 +363,11 @@ std::vector<double> numbers(const Element& e, const DataLayout& layout, std::opt
         if (bytes.size() % t.size != 0) fail("a data block that does not hold whole values");
         out.resize(bytes.size() / t.size);
         const auto* p = reinterpret_cast<const unsigned char*>(bytes.data());
-        for (std::size_t k = 0; k < out.size(); ++k) out[k] = decode(p + k * t.size, t, layout.swap);
+        if (t.kind == Kind::Float && t.size == 8 && !layout.swap) {  // our own files: copied as they are
+            std::memcpy(out.data(), p, bytes.size());
+        } else {
+            for (std::size_t k = 0; k < out.size(); ++k) out[k] = decode(p + k * t.size, t, layout.swap);
+        }
     }
     if (expected && out.size() != *expected) fail("a data array with the wrong number of values");
     return out;
