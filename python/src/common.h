@@ -7,6 +7,7 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
+#include <optional>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -39,14 +40,60 @@ py::error_already_set libraryError(const arrayWorks::GenericError& e, const std:
 // Issues tundrel.MessageWarning for each text (the call succeeded).
 void warnMessages(const std::vector<std::string>& messages);
 
-// Runs one call of the library with a scripted host installed: dialogs are
-// answered from `host`'s queue, messages are recorded. Library errors become
-// Python exceptions that carry the recorded messages.
-template <class F>
-auto underHost(ScriptedHost& host, F&& f) -> decltype(f()) {
+// The host of every Python call: a scripted host (dialogs answered from its
+// queue, messages recorded) that, asked whether to stop, takes the GIL back
+// and lets Python run its signal handlers; a KeyboardInterrupt (or any error
+// a handler raises) is kept, the operation asked to stop, and the error
+// raised when the call returns.
+class PythonHost : public ScriptedHost {
+public:
+    bool stopRequested() override;
+    // Raises the kept error, if any (the GIL held).
+    void raiseInterrupt();
+
+private:
+    std::optional<py::error_already_set> interrupt_;
+};
+
+// Calls on one container from two Python threads take turns: a call locks
+// every container it is given (regions, field containers, marker sets) for
+// its duration, in address order so that no two calls wait for each other
+// crosswise. Taken with the GIL released.
+class ContainerLocks {
+public:
+    explicit ContainerLocks(std::vector<const void*> objects);
+    ~ContainerLocks();
+    ContainerLocks(const ContainerLocks&) = delete;
+    ContainerLocks& operator=(const ContainerLocks&) = delete;
+
+private:
+    std::vector<const void*> objects_;
+};
+
+// Runs one call of the library with `host` installed for this thread and the
+// GIL released; the containers in `used` are locked meanwhile. Library errors
+// become Python exceptions that carry the recorded messages; an interrupt
+// seen at a progress step is raised once the call has returned.
+template <class F, class... Used>
+auto underHost(PythonHost& host, F&& f, const Used&... used) -> decltype(f()) {
     HostScope scope(host);
     try {
-        return f();
+        if constexpr (std::is_void_v<decltype(f())>) {
+            {
+                py::gil_scoped_release release;
+                ContainerLocks locks({static_cast<const void*>(&used)...});
+                f();
+            }
+            host.raiseInterrupt();
+        } else {
+            auto result = [&] {
+                py::gil_scoped_release release;
+                ContainerLocks locks({static_cast<const void*>(&used)...});
+                return f();
+            }();
+            host.raiseInterrupt();
+            return result;
+        }
     } catch (const arrayWorks::GenericError& e) {
         throw libraryError(e, host.messages);
     }

@@ -186,8 +186,8 @@ void bindGeometry(py::module_& m) {
     m.def(
         "import_data",
         [](const std::filesystem::path& file, bool transpose, region& reg, region_fe& reg_fe) {
-            ScriptedHost host;
-            const bool ok = underHost(host, [&] { return import_data(file.string(), transpose, reg, reg_fe); });
+            PythonHost host;
+            const bool ok = underHost(host, [&] { return import_data(file.string(), transpose, reg, reg_fe); }, reg, reg_fe);
             settle(ok, host.messages);
             return ok;
         },
@@ -203,9 +203,9 @@ void bindGeometry(py::module_& m) {
            region_fe& reg_fe) {
             checkPatches(reg);
             checkFaces(reg_fe);
-            ScriptedHost host;
+            PythonHost host;
             const bool ok =
-                underHost(host, [&] { return export_data(file.string(), precision, split, scientific, reg, reg_fe); });
+                underHost(host, [&] { return export_data(file.string(), precision, split, scientific, reg, reg_fe); }, reg, reg_fe);
             settle(ok, host.messages);
             return ok;
         },
@@ -215,6 +215,40 @@ void bindGeometry(py::module_& m) {
         "one file per patch (name_1.ext, name_2.ext, ...). `precision` digits, fixed or `scientific` notation.\n\n"
         "Returns True on success and False for a name whose extension chooses no format. A writer that fails "
         "raises MessageError with its message.");
+
+    py::class_<GeometryFormat>(m, "GeometryFormat",
+                               "One file format of the registry that import_data and export_data go through.")
+        .def_property_readonly("name", [](const GeometryFormat& f) { return std::string(f.name); })
+        .def_property_readonly(
+            "extensions",
+            [](const GeometryFormat& f) {
+                std::vector<std::string> out;
+                for (std::string_view e : f.extensions) out.emplace_back(e);
+                return out;
+            },
+            "Lower-case extensions without the dot.")
+        .def_property_readonly(
+            "structured_patches", [](const GeometryFormat& f) { return f.structuredPatches; },
+            "Holds the structured patches of a region.")
+        .def_property_readonly(
+            "face_patches", [](const GeometryFormat& f) { return f.facePatches; },
+            "Holds the face patches of a region_fe.")
+        .def("__repr__", [](const GeometryFormat& f) { return "<GeometryFormat " + std::string(f.name) + ">"; });
+    m.def(
+        "formats",
+        [] {
+            py::list out;
+            for (const GeometryFormat& f : geometryFormats()) out.append(py::cast(&f, py::return_value_policy::reference));
+            return out;
+        },
+        "The file formats, in the order the dispatch tests them.");
+    m.def(
+        "find_format",
+        [](const std::string& extension) -> py::object {
+            const GeometryFormat* f = findGeometryFormat(file_extension("." + extension));
+            return f ? py::cast(f, py::return_value_policy::reference) : py::none();
+        },
+        py::arg("extension"), "The format of an extension (any letter case, without the dot), or None.");
 
     m.def("file_extension", &file_extension, py::arg("name"),
           "The lowered text after the last '.' of `name`, or '' when there is none or it is the last character.");

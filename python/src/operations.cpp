@@ -25,11 +25,16 @@ namespace {
 
 // Runs a library operation that has no result of its own: any text it showed
 // means it failed, and raises MessageError.
-template <class F>
-void hostedVoid(F&& f) {
-    ScriptedHost host;
-    underHost(host, std::forward<F>(f));
+template <class F, class... Used>
+void hostedVoid(F&& f, const Used&... used) {
+    PythonHost host;
+    underHost(host, std::forward<F>(f), used...);
     settle(false, host.messages);
+}
+
+// KeyError naming a function the operation needs and the container lacks.
+void requireFunction(const FieldMasterD& fm, const std::string& name) {
+    if (fm.findFunction(name) < 0) throw py::key_error(name);
 }
 
 // A patch number that an operation would use unchecked.
@@ -43,8 +48,12 @@ void checkPatchNumber(const region_fe& r, int k, const char* what) {
 // refused it, or ValueError when it ended without one.
 template <class Facts>
 std::shared_ptr<arrayWorks::FieldFunction> madeFunction(const FieldMasterD& fm, const CoreResult<Facts>& r,
-                                                        const ScriptedHost& host, const std::string& silent) {
+                                                        const PythonHost& host, const std::string& silent) {
     if (!r) {
+        if (r.stopped) {
+            PyErr_SetNone(PyExc_KeyboardInterrupt);
+            throw py::error_already_set();
+        }
         if (!r.message.empty()) raiseMessages({r.message});
         throw py::value_error(silent);
     }
@@ -78,7 +87,7 @@ void bindOperations(py::module_& m) {
             refuseWhilePositionsViewed(fm);
             checkPatches(reg);
             checkFaces(reg_fe);
-            hostedVoid([&] { Region_to_fieldMaster(reg, reg_fe, fm, flow); });
+            hostedVoid([&] { Region_to_fieldMaster(reg, reg_fe, fm, flow); }, reg, reg_fe, fm, flow);
         },
         py::arg("reg"), py::arg("reg_fe"), py::arg("field"), py::arg("flow"),
         "Fills `field` from the geometry (emptied first): one block per structured patch, then one per face "
@@ -88,7 +97,7 @@ void bindOperations(py::module_& m) {
     m.def(
         "fieldMaster_to_Region",
         [](FieldMasterD& fm, const z::ambientFlow& flow, region& reg, region_fe& reg_fe) {
-            hostedVoid([&] { fieldMaster_to_Region(fm, flow, reg, reg_fe); });
+            hostedVoid([&] { fieldMaster_to_Region(fm, flow, reg, reg_fe); }, fm, flow, reg, reg_fe);
         },
         py::arg("field"), py::arg("flow"), py::arg("reg"), py::arg("reg_fe"),
         "Back to geometry: nothing when `field` has no block; otherwise both patch lists are emptied and every "
@@ -98,25 +107,25 @@ void bindOperations(py::module_& m) {
         "change_normal_fe",
         [](region_fe& reg_fe, int patch) {
             checkFaces(reg_fe);
-            hostedVoid([&] { change_normal_fe(reg_fe, patch); });
+            hostedVoid([&] { change_normal_fe(reg_fe, patch); }, reg_fe);
         },
         py::arg("reg_fe"), py::arg("patch"), "Turns every face of a face patch round, flipping its normals.");
     m.def(
-        "convert", [](FieldMasterD& fm) { hostedVoid([&] { ::convert(fm); }); }, py::arg("field"),
+        "convert", [](FieldMasterD& fm) { hostedVoid([&] { ::convert(fm); }, fm); }, py::arg("field"),
         "Not available: raises MessageError(\"Not available\").");
     m.def(
-        "IR_camera", [](FieldMasterD& fm) { hostedVoid([&] { ::IR_camera(fm); }); }, py::arg("field"),
+        "IR_camera", [](FieldMasterD& fm) { hostedVoid([&] { ::IR_camera(fm); }, fm); }, py::arg("field"),
         "Not available: raises MessageError(\"Not available\").");
     m.def(
-        "temperature_gages", [](FieldMasterD& fm) { hostedVoid([&] { ::temperature_gages(fm); }); },
+        "temperature_gages", [](FieldMasterD& fm) { hostedVoid([&] { ::temperature_gages(fm); }, fm); },
         py::arg("field"), "Not available: raises MessageError(\"Not available\").");
 
     m.def(
         "converter_reg_to_reg_fe",
         [](region& src, region_fe& dst) {
             checkPatches(src);
-            ScriptedHost host;
-            const bool ok = underHost(host, [&] { return converter_reg_to_reg_fe(src, dst); });
+            PythonHost host;
+            const bool ok = underHost(host, [&] { return converter_reg_to_reg_fe(src, dst); }, src, dst);
             settle(ok, host.messages);
             return ok;
         },
@@ -134,7 +143,7 @@ void bindOperations(py::module_& m) {
                     throw py::index_error("Add_to_regionFe: patch " + std::to_string(k) + " has no face " +
                                           std::to_string(f));
             if (p.variableCount() < 3) throw py::value_error("Add_to_regionFe: the patch has fewer than 3 variables");
-            hostedVoid([&] { Add_to_regionFe(r, k, std::move(faces)); });
+            hostedVoid([&] { Add_to_regionFe(r, k, std::move(faces)); }, r);
         },
         py::arg("r"), py::arg("k"), py::arg("faces"),
         "Cuts the faces `faces` of patch k out into a new compact patch \"PatchVRML_N\" appended to `r`, holding "
@@ -143,15 +152,15 @@ void bindOperations(py::module_& m) {
         "AddBlock_to_buf",
         [](region_fe& src, region_fe& buf, int k) {
             checkFaces(src);
-            hostedVoid([&] { AddBlock_to_buf(src, buf, k); });
+            hostedVoid([&] { AddBlock_to_buf(src, buf, k); }, src, buf);
         },
         py::arg("src"), py::arg("buf"), py::arg("k"), "Appends a deep copy of patch k of `src` to `buf`.");
     m.def(
         "copy_reg_fe_to_buf",
         [](region_fe& src, region_fe& buf) {
             checkFaces(src);
-            ScriptedHost host;
-            return underHost(host, [&] { return copy_reg_fe_to_buf(src, buf); });
+            PythonHost host;
+            return underHost(host, [&] { return copy_reg_fe_to_buf(src, buf); }, src, buf);
         },
         py::arg("src"), py::arg("buf"),
         "Replaces the patches of `buf` by deep copies of those of `src`, with its name and flow conditions.");
@@ -159,8 +168,8 @@ void bindOperations(py::module_& m) {
         "merge_in_reg_fe",
         [](region_fe& r, int a, int b) {
             checkFaces(r);
-            ScriptedHost host;
-            return underHost(host, [&] { return merge_in_reg_fe(r, a, b); });
+            PythonHost host;
+            return underHost(host, [&] { return merge_in_reg_fe(r, a, b); }, r);
         },
         py::arg("r"), py::arg("a"), py::arg("b"),
         "Joins patch b into patch a (b's nodes and faces follow a's); patches without faces are dropped. False "
@@ -171,8 +180,8 @@ void bindOperations(py::module_& m) {
             checkFaces(r);
             checkPatchNumber(r, k, "add_patch_fe");
             if (r.patch(k).variableCount() < 3) throw py::value_error("add_patch_fe: the patch has fewer than 3 variables");
-            ScriptedHost host;
-            return underHost(host, [&] { return add_patch_fe(r, k); });
+            PythonHost host;
+            return underHost(host, [&] { return add_patch_fe(r, k); }, r);
         },
         py::arg("r"), py::arg("k"),
         "Appends a copy of patch k's faces named with \"_simm\", with zero coordinates; returns the patch count.");
@@ -180,7 +189,7 @@ void bindOperations(py::module_& m) {
         "faces_increase_in_buff",
         [](const region_fe& src, region_fe& buf, int k) {
             checkFaces(src);
-            hostedVoid([&] { faces_increase_in_buff(src, buf, k); });
+            hostedVoid([&] { faces_increase_in_buff(src, buf, k); }, src, buf);
         },
         py::arg("src"), py::arg("buf"), py::arg("k"),
         "Appends to `buf` patch k of `src` with every triangle split in four at its edge midpoints.");
@@ -188,7 +197,7 @@ void bindOperations(py::module_& m) {
         "block_fe_compress",
         [](region_fe& r, std::vector<int> patches) {
             checkFaces(r);
-            hostedVoid([&] { block_fe_compress(r, static_cast<int>(patches.size()), patches.data()); });
+            hostedVoid([&] { block_fe_compress(r, static_cast<int>(patches.size()), patches.data()); }, r);
         },
         py::arg("r"), py::arg("patches"),
         "Refines in place every patch of `r` whose number is in `patches` (the C++ count and list in one).");
@@ -197,8 +206,8 @@ void bindOperations(py::module_& m) {
         [](region_fe& r, int patch, int node) -> py::object {
             checkFaces(r);
             double x = 0, y = 0, z = 0;
-            ScriptedHost host;
-            if (underHost(host, [&] { return out_point_fe(r, patch, node, x, y, z); }) != 0) return py::none();
+            PythonHost host;
+            if (underHost(host, [&] { return out_point_fe(r, patch, node, x, y, z); }, r) != 0) return py::none();
             return py::make_tuple(x, y, z);
         },
         py::arg("r"), py::arg("patch"), py::arg("node"),
@@ -207,8 +216,8 @@ void bindOperations(py::module_& m) {
         "in_point_fe",
         [](region_fe& r, int patch, int node, double x, double y, double z) {
             checkFaces(r);
-            ScriptedHost host;
-            return underHost(host, [&] { return in_point_fe(r, patch, node, x, y, z); });
+            PythonHost host;
+            return underHost(host, [&] { return in_point_fe(r, patch, node, x, y, z); }, r);
         },
         py::arg("r"), py::arg("patch"), py::arg("node"), py::arg("x"), py::arg("y"), py::arg("z"),
         "Sets the coordinates of a node: 0, or -1 when refused.");
@@ -265,8 +274,8 @@ void bindOperations(py::module_& m) {
     m.def(
         "importMarkers",
         [](const std::filesystem::path& file, markers& set, int imageHeight) {
-            ScriptedHost host;
-            underHost(host, [&] { importMarkers(file.string(), set, imageHeight); });
+            PythonHost host;
+            underHost(host, [&] { importMarkers(file.string(), set, imageHeight); }, set);
             settle(true, host.messages);
         },
         py::arg("file"), py::arg("set"), py::arg("imageHeight") = 0,
@@ -278,14 +287,16 @@ void bindOperations(py::module_& m) {
         "self_illumination",
         [](FieldMasterD& fm, const std::string& fieldName, double ratio, bool checkVisibility,
            std::optional<std::string> name) {
+            requireFunction(fm, fieldName);
+            requireFunction(fm, arrayWorks::kNormalsName);
             const SelfIlluminationParameters p{ratio, checkVisibility, name ? *name : fieldName + kSelfIlluminationSuffix};
-            ScriptedHost host;
-            const SelfIlluminationResult r = underHost(host, [&] { return selfIlluminate(fm, fieldName, p); });
+            PythonHost host;
+            const SelfIlluminationResult r = underHost(host, [&] { return selfIlluminate(fm, fieldName, p); }, fm);
             return madeFunction(fm, r, host,
                                 "self_illumination: \"" + fieldName + "\" is not a scalar field or \"$_N\" not a vector field");
         },
-        py::arg("field"), py::arg("fieldName"), py::kw_only(), py::arg("ratio") = 1.0,
-        py::arg("check_visibility") = false, py::arg("name") = py::none(),
+        py::arg("field"), py::arg("fieldName"), py::kw_only(), py::arg("ratio") = selfIlluminationDefaults("").ratio,
+        py::arg("check_visibility") = selfIlluminationDefaults("").checkVisibility, py::arg("name") = py::none(),
         "Corrects the scalar function `fieldName` for self-illumination (light reflected between the parts of "
         "the surface) and appends the result as a new function, which is returned.\n\n"
         "`ratio` is the diffuse reflection ratio, 0 to 1 (default 1.0); `check_visibility` tests every node pair "
@@ -293,8 +304,9 @@ void bindOperations(py::module_& m) {
         "fieldName + \"_si\"). These are the defaults of the C++ dialog's first call; unlike the dialog, a call "
         "never reuses the values of an earlier one. Only selected nodes take part when something is selected.\n\n"
         "MessageError carries the library's text when the operation refuses (\"The function name alredy "
-        "exist\", \"Please enter a number between 0 and 1.\"); IndexError when `fieldName` or \"$_N\" is "
-        "absent; ValueError when `fieldName` is not a scalar field.");
+        "exist\", \"Please enter a number between 0 and 1.\"); KeyError naming `fieldName` or \"$_N\" when "
+        "absent; ValueError when `fieldName` is not a scalar field; KeyboardInterrupt when Ctrl-C stops the run "
+        "(at its next progress step, the container unchanged). The GIL is released while it runs.");
     m.def(
         "unvisible_faces_remove",
         [](region_fe& reg_fe, std::array<double, 3> eye) {
@@ -305,9 +317,9 @@ void bindOperations(py::module_& m) {
             region_fe work(reg_fe);
             for (int k = 0; k < work.patchCount(); ++k)
                 if (work.patches.exists(k)) work.patches.set(k, copyOf(work.patch(k)));
-            ScriptedHost host;
+            PythonHost host;
             const int removed =
-                underHost(host, [&] { return unvisible_faces_remove(work, z::zVec<double>(eye[0], eye[1], eye[2])); });
+                underHost(host, [&] { return unvisible_faces_remove(work, z::zVec<double>(eye[0], eye[1], eye[2])); }, reg_fe);
             for (int k = 0; k < work.patchCount() && k < reg_fe.patchCount(); ++k)
                 if (work.patches.exists(k)) reg_fe.patches.set(k, work.patches.shared(k));
             settle(true, host.messages);
@@ -335,12 +347,13 @@ void bindOperations(py::module_& m) {
             p.order = order;
             p.maxDeflexion = maxDeflexion;
             p.direction = direction == "normal";
-            ScriptedHost host;
-            const PressurePortsResult r = underHost(host, [&] { return buildPressurePorts(fm, fieldName, p); });
+            PythonHost host;
+            const PressurePortsResult r = underHost(host, [&] { return buildPressurePorts(fm, fieldName, p); }, fm);
             return madeFunction(fm, r, host, "pressure_ports added no field");
         },
         py::arg("field"), py::arg("fieldName") = "", py::kw_only(), py::arg("markers_file") = py::none(),
-        py::arg("marker_set") = py::none(), py::arg("order") = 0, py::arg("max_deflexion") = 0.0,
+        py::arg("marker_set") = py::none(), py::arg("order") = pressurePortsDefaults("").order,
+        py::arg("max_deflexion") = pressurePortsDefaults("").maxDeflexion,
         py::arg("name") = py::none(), py::arg("direction") = "normal",
         "Builds a field from pressure ports: the markers are projected onto the surface and their values spread "
         "over the nodes by an approximation of order 0 to 2. The new function is appended and returned.\n\n"
@@ -352,7 +365,8 @@ void bindOperations(py::module_& m) {
         "`fieldName`; the marker readers leave it empty, so `fieldName` is normally \"\".\n\n"
         "MessageError carries the library's text when the operation refuses (\"Deflextion has small value\", "
         "\"The function name alredy exist\", \"Please enter an integer between 0 and 2.\", ...); FileError "
-        "when the marker file cannot be read.");
+        "when the marker file cannot be read; KeyboardInterrupt when Ctrl-C stops the run (at its next progress "
+        "step, the container unchanged). The GIL is released while it runs.");
 }
 
 }  // namespace tundrel::py_bind

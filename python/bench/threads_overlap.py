@@ -1,0 +1,77 @@
+#!/usr/bin/python3
+"""Do two Python threads running self_illumination overlap?
+
+The example model is triangulated and refined (each triangle split in four)
+until it has about 70k nodes. One self_illumination call runs alone, then two
+run at once on two threads, each on its own container, then two on one shared
+container (they take turns). Each case is timed by wall clock, best of
+`--repeat`; the figure that matters is "two at once / one alone", which is
+about 1 when the calls overlap and about 2 when they run one after the other.
+Set OMP_NUM_THREADS=1 so that one call uses one core:
+
+    OMP_NUM_THREADS=1 PYTHONPATH=build/release/python /usr/bin/python3 python/bench/threads_overlap.py
+"""
+
+import argparse
+import os
+import pathlib
+import threading
+import time
+
+import tundrel
+
+EXAMPLE = pathlib.Path(__file__).resolve().parents[2] / "examples" / "wingbody.fld"
+
+
+def refined_model(target):
+    reg, _ = tundrel.read(EXAMPLE)
+    faces = tundrel.region_fe()
+    tundrel.converter_reg_to_reg_fe(reg, faces)
+    while sum(p.nodes for p in faces.patches) * 4 <= target * 1.3:
+        tundrel.block_fe_compress(faces, list(range(len(faces))))
+    return faces
+
+
+def container(faces):
+    fm, flow = tundrel.FieldMaster(), tundrel.ambientFlow()
+    tundrel.Region_to_fieldMaster(tundrel.region(), faces, fm, flow)
+    return fm
+
+
+def wall(calls):
+    """Seconds until every call, each on a thread of its own, has returned."""
+    threads = [threading.Thread(target=c) for c in calls]
+    t = time.perf_counter()
+    for th in threads:
+        th.start()
+    for th in threads:
+        th.join()
+    return time.perf_counter() - t
+
+
+def main():
+    ap = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    ap.add_argument("--nodes", type=int, default=70000, help="about this many nodes (default 70000)")
+    ap.add_argument("--repeat", type=int, default=2, help="runs of each case, the best counts (default 2)")
+    args = ap.parse_args()
+
+    faces = refined_model(args.nodes)
+    a, b = container(faces), container(faces)
+    print(f"nodes: {a.totalNodes()}, OMP_NUM_THREADS={os.environ.get('OMP_NUM_THREADS', '(unset)')}")
+    names = iter(range(10**6))
+
+    def run(fm):
+        return lambda: tundrel.self_illumination(fm, "cp", ratio=0.5, name=f"si{next(names)}")
+
+    cases = {
+        "one alone": [run(a)],
+        "two at once, own containers": [run(a), run(b)],
+        "two at once, one container": [run(a), run(a)],
+    }
+    best = {label: min(wall(calls) for _ in range(args.repeat)) for label, calls in cases.items()}
+    for label, seconds in best.items():
+        print(f"{label:30s} {seconds:8.2f} s  {seconds / best['one alone']:5.2f} x one alone")
+
+
+if __name__ == "__main__":
+    main()
