@@ -40,6 +40,7 @@ void assignValues(NodeVariable& v, const py::array_t<double, py::array::c_style 
 
 template <class Region>
 py::list patchList(const Region& r) {
+    refuseWhileInUse(&r);
     py::list out;
     for (const auto& p : r.patches) out.append(p ? py::cast(p) : py::none());
     return out;
@@ -56,23 +57,28 @@ void bindRegion(py::class_<Region>& c, const char* patchKind) {
         .def_readwrite("Mach", &Region::Mach)
         .def_readwrite("alpha", &Region::alpha)
         .def_readwrite("beta", &Region::beta)
-        .def("patchCount", [](const Region& r) { return r.patchCount(); }, "Number of patches.")
-        .def("__len__", [](const Region& r) { return r.patchCount(); })
+        .def("patchCount", [](const Region& r) { return (refuseWhileInUse(&r), r.patchCount()); }, "Number of patches.")
+        .def("__len__", [](const Region& r) { return (refuseWhileInUse(&r), r.patchCount()); })
         .def(
-            "patch", [](const Region& r, int k) { return r.patches.shared(k); }, py::arg("k"),
+            "patch", [](const Region& r, int k) { return (refuseWhileInUse(&r), r.patches.shared(k)); }, py::arg("k"),
             (std::string("The ") + patchKind + " at position k (IndexError, or StateError for an empty slot).").c_str())
         .def(
-            "__getitem__", [](const Region& r, int k) { return r.patches.shared(k < 0 ? k + r.patchCount() : k); },
+            "__getitem__",
+            [](const Region& r, int k) {
+                refuseWhileInUse(&r);
+                return r.patches.shared(k < 0 ? k + r.patchCount() : k);
+            },
             py::arg("k"))
         .def_property_readonly("patches", &patchList<Region>, "The patches, in order (a new list).")
         .def(
             "append",
             [](Region& r, std::shared_ptr<Patch> p) {
+                refuseWhileInUse(&r);
                 if (!p) throw py::value_error("cannot append None");
                 return r.append(std::move(p));
             },
             py::arg("patch"), "Appends a patch (shared, not copied) and returns its number.")
-        .def("clear", [](Region& r) { r.patches.clear(); }, "Empties the patch list (the patches live on where held).")
+        .def("clear", [](Region& r) { (refuseWhileInUse(&r), r.patches.clear()); }, "Empties the patch list (the patches live on where held).")
         .def("__repr__", [patchKind](const Region& r) {
             return "<" + std::string(patchKind) + " \"" + r.name + "\" with " + std::to_string(r.patchCount()) +
                    " patches>";
@@ -186,8 +192,9 @@ void bindGeometry(py::module_& m) {
     m.def(
         "import_data",
         [](const std::filesystem::path& file, bool transpose, region& reg, region_fe& reg_fe) {
+            const auto held = hold(reg, reg_fe);
             PythonHost host;
-            const bool ok = underHost(host, [&] { return import_data(file.string(), transpose, reg, reg_fe); }, reg, reg_fe);
+            const bool ok = underHost(host, [&] { return import_data(file.string(), transpose, reg, reg_fe); });
             settle(ok, host.messages);
             return ok;
         },
@@ -201,11 +208,12 @@ void bindGeometry(py::module_& m) {
         "export_data",
         [](const std::filesystem::path& file, int precision, bool split, bool scientific, region& reg,
            region_fe& reg_fe) {
+            const auto held = hold(reg, reg_fe);
             checkPatches(reg);
             checkFaces(reg_fe);
             PythonHost host;
             const bool ok =
-                underHost(host, [&] { return export_data(file.string(), precision, split, scientific, reg, reg_fe); }, reg, reg_fe);
+                underHost(host, [&] { return export_data(file.string(), precision, split, scientific, reg, reg_fe); });
             settle(ok, host.messages);
             return ok;
         },

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <condition_variable>
 #include <mutex>
-#include <unordered_set>
+#include <stdexcept>
+#include <thread>
+#include <unordered_map>
 
 #include "common.h"
 
@@ -30,7 +32,7 @@ namespace {
 struct Registry {
     std::mutex mutex;
     std::condition_variable released;
-    std::unordered_set<const void*> busy;
+    std::unordered_map<const void*, std::thread::id> busy;  // and the thread that holds each
 };
 
 Registry& registry() {
@@ -45,10 +47,24 @@ ContainerLocks::ContainerLocks(std::vector<const void*> objects) : objects_(std:
     objects_.erase(std::unique(objects_.begin(), objects_.end()), objects_.end());
     Registry& r = registry();
     std::unique_lock<std::mutex> lock(r.mutex);
+    // A call made from within a call of this thread (a signal handler's)
+    // uses what the outer call holds.
+    std::erase_if(objects_, [&](const void* o) {
+        const auto it = r.busy.find(o);
+        return it != r.busy.end() && it->second == std::this_thread::get_id();
+    });
     for (const void* o : objects_) {
         r.released.wait(lock, [&] { return r.busy.count(o) == 0; });
-        r.busy.insert(o);
+        r.busy.emplace(o, std::this_thread::get_id());
     }
+}
+
+void refuseWhileInUse(const void* container) {
+    Registry& r = registry();
+    const std::lock_guard<std::mutex> lock(r.mutex);
+    const auto it = r.busy.find(container);
+    if (it != r.busy.end() && it->second != std::this_thread::get_id())
+        throw std::runtime_error("the object is in use by a call on another thread; wait for it to return");
 }
 
 ContainerLocks::~ContainerLocks() {

@@ -25,10 +25,10 @@ namespace {
 
 // Runs a library operation that has no result of its own: any text it showed
 // means it failed, and raises MessageError.
-template <class F, class... Used>
-void hostedVoid(F&& f, const Used&... used) {
+template <class F>
+void hostedVoid(F&& f) {
     PythonHost host;
-    underHost(host, std::forward<F>(f), used...);
+    underHost(host, std::forward<F>(f));
     settle(false, host.messages);
 }
 
@@ -84,10 +84,11 @@ void bindOperations(py::module_& m) {
     m.def(
         "Region_to_fieldMaster",
         [](const region& reg, const region_fe& reg_fe, FieldMasterD& fm, z::ambientFlow& flow) {
+            const auto held = hold(reg, reg_fe, fm, flow);
             refuseWhilePositionsViewed(fm);
             checkPatches(reg);
             checkFaces(reg_fe);
-            hostedVoid([&] { Region_to_fieldMaster(reg, reg_fe, fm, flow); }, reg, reg_fe, fm, flow);
+            hostedVoid([&] { Region_to_fieldMaster(reg, reg_fe, fm, flow); });
         },
         py::arg("reg"), py::arg("reg_fe"), py::arg("field"), py::arg("flow"),
         "Fills `field` from the geometry (emptied first): one block per structured patch, then one per face "
@@ -97,7 +98,8 @@ void bindOperations(py::module_& m) {
     m.def(
         "fieldMaster_to_Region",
         [](FieldMasterD& fm, const z::ambientFlow& flow, region& reg, region_fe& reg_fe) {
-            hostedVoid([&] { fieldMaster_to_Region(fm, flow, reg, reg_fe); }, fm, flow, reg, reg_fe);
+            const auto held = hold(fm, flow, reg, reg_fe);
+            hostedVoid([&] { fieldMaster_to_Region(fm, flow, reg, reg_fe); });
         },
         py::arg("field"), py::arg("flow"), py::arg("reg"), py::arg("reg_fe"),
         "Back to geometry: nothing when `field` has no block; otherwise both patch lists are emptied and every "
@@ -106,26 +108,37 @@ void bindOperations(py::module_& m) {
     m.def(
         "change_normal_fe",
         [](region_fe& reg_fe, int patch) {
+            const auto held = hold(reg_fe);
             checkFaces(reg_fe);
-            hostedVoid([&] { change_normal_fe(reg_fe, patch); }, reg_fe);
+            hostedVoid([&] { change_normal_fe(reg_fe, patch); });
         },
         py::arg("reg_fe"), py::arg("patch"), "Turns every face of a face patch round, flipping its normals.");
     m.def(
-        "convert", [](FieldMasterD& fm) { hostedVoid([&] { ::convert(fm); }, fm); }, py::arg("field"),
+        "convert", [](FieldMasterD& fm) {
+            const auto held = hold(fm);
+            hostedVoid([&] { ::convert(fm); });
+        }, py::arg("field"),
         "Not available: raises MessageError(\"Not available\").");
     m.def(
-        "IR_camera", [](FieldMasterD& fm) { hostedVoid([&] { ::IR_camera(fm); }, fm); }, py::arg("field"),
+        "IR_camera", [](FieldMasterD& fm) {
+            const auto held = hold(fm);
+            hostedVoid([&] { ::IR_camera(fm); });
+        }, py::arg("field"),
         "Not available: raises MessageError(\"Not available\").");
     m.def(
-        "temperature_gages", [](FieldMasterD& fm) { hostedVoid([&] { ::temperature_gages(fm); }, fm); },
+        "temperature_gages", [](FieldMasterD& fm) {
+            const auto held = hold(fm);
+            hostedVoid([&] { ::temperature_gages(fm); });
+        },
         py::arg("field"), "Not available: raises MessageError(\"Not available\").");
 
     m.def(
         "converter_reg_to_reg_fe",
         [](region& src, region_fe& dst) {
+            const auto held = hold(src, dst);
             checkPatches(src);
             PythonHost host;
-            const bool ok = underHost(host, [&] { return converter_reg_to_reg_fe(src, dst); }, src, dst);
+            const bool ok = underHost(host, [&] { return converter_reg_to_reg_fe(src, dst); });
             settle(ok, host.messages);
             return ok;
         },
@@ -135,6 +148,7 @@ void bindOperations(py::module_& m) {
     m.def(
         "Add_to_regionFe",
         [](region_fe& r, int k, std::vector<int> faces) {
+            const auto held = hold(r);
             checkFaces(r);
             checkPatchNumber(r, k, "Add_to_regionFe");
             const FacePatch& p = r.patch(k);
@@ -143,7 +157,7 @@ void bindOperations(py::module_& m) {
                     throw py::index_error("Add_to_regionFe: patch " + std::to_string(k) + " has no face " +
                                           std::to_string(f));
             if (p.variableCount() < 3) throw py::value_error("Add_to_regionFe: the patch has fewer than 3 variables");
-            hostedVoid([&] { Add_to_regionFe(r, k, std::move(faces)); }, r);
+            hostedVoid([&] { Add_to_regionFe(r, k, std::move(faces)); });
         },
         py::arg("r"), py::arg("k"), py::arg("faces"),
         "Cuts the faces `faces` of patch k out into a new compact patch \"PatchVRML_N\" appended to `r`, holding "
@@ -151,25 +165,28 @@ void bindOperations(py::module_& m) {
     m.def(
         "AddBlock_to_buf",
         [](region_fe& src, region_fe& buf, int k) {
+            const auto held = hold(src, buf);
             checkFaces(src);
-            hostedVoid([&] { AddBlock_to_buf(src, buf, k); }, src, buf);
+            hostedVoid([&] { AddBlock_to_buf(src, buf, k); });
         },
         py::arg("src"), py::arg("buf"), py::arg("k"), "Appends a deep copy of patch k of `src` to `buf`.");
     m.def(
         "copy_reg_fe_to_buf",
         [](region_fe& src, region_fe& buf) {
+            const auto held = hold(src, buf);
             checkFaces(src);
             PythonHost host;
-            return underHost(host, [&] { return copy_reg_fe_to_buf(src, buf); }, src, buf);
+            return underHost(host, [&] { return copy_reg_fe_to_buf(src, buf); });
         },
         py::arg("src"), py::arg("buf"),
         "Replaces the patches of `buf` by deep copies of those of `src`, with its name and flow conditions.");
     m.def(
         "merge_in_reg_fe",
         [](region_fe& r, int a, int b) {
+            const auto held = hold(r);
             checkFaces(r);
             PythonHost host;
-            return underHost(host, [&] { return merge_in_reg_fe(r, a, b); }, r);
+            return underHost(host, [&] { return merge_in_reg_fe(r, a, b); });
         },
         py::arg("r"), py::arg("a"), py::arg("b"),
         "Joins patch b into patch a (b's nodes and faces follow a's); patches without faces are dropped. False "
@@ -177,37 +194,41 @@ void bindOperations(py::module_& m) {
     m.def(
         "add_patch_fe",
         [](region_fe& r, int k) {
+            const auto held = hold(r);
             checkFaces(r);
             checkPatchNumber(r, k, "add_patch_fe");
             if (r.patch(k).variableCount() < 3) throw py::value_error("add_patch_fe: the patch has fewer than 3 variables");
             PythonHost host;
-            return underHost(host, [&] { return add_patch_fe(r, k); }, r);
+            return underHost(host, [&] { return add_patch_fe(r, k); });
         },
         py::arg("r"), py::arg("k"),
         "Appends a copy of patch k's faces named with \"_simm\", with zero coordinates; returns the patch count.");
     m.def(
         "faces_increase_in_buff",
         [](const region_fe& src, region_fe& buf, int k) {
+            const auto held = hold(src, buf);
             checkFaces(src);
-            hostedVoid([&] { faces_increase_in_buff(src, buf, k); }, src, buf);
+            hostedVoid([&] { faces_increase_in_buff(src, buf, k); });
         },
         py::arg("src"), py::arg("buf"), py::arg("k"),
         "Appends to `buf` patch k of `src` with every triangle split in four at its edge midpoints.");
     m.def(
         "block_fe_compress",
         [](region_fe& r, std::vector<int> patches) {
+            const auto held = hold(r);
             checkFaces(r);
-            hostedVoid([&] { block_fe_compress(r, static_cast<int>(patches.size()), patches.data()); }, r);
+            hostedVoid([&] { block_fe_compress(r, static_cast<int>(patches.size()), patches.data()); });
         },
         py::arg("r"), py::arg("patches"),
         "Refines in place every patch of `r` whose number is in `patches` (the C++ count and list in one).");
     m.def(
         "out_point_fe",
         [](region_fe& r, int patch, int node) -> py::object {
+            const auto held = hold(r);
             checkFaces(r);
             double x = 0, y = 0, z = 0;
             PythonHost host;
-            if (underHost(host, [&] { return out_point_fe(r, patch, node, x, y, z); }, r) != 0) return py::none();
+            if (underHost(host, [&] { return out_point_fe(r, patch, node, x, y, z); }) != 0) return py::none();
             return py::make_tuple(x, y, z);
         },
         py::arg("r"), py::arg("patch"), py::arg("node"),
@@ -215,9 +236,10 @@ void bindOperations(py::module_& m) {
     m.def(
         "in_point_fe",
         [](region_fe& r, int patch, int node, double x, double y, double z) {
+            const auto held = hold(r);
             checkFaces(r);
             PythonHost host;
-            return underHost(host, [&] { return in_point_fe(r, patch, node, x, y, z); }, r);
+            return underHost(host, [&] { return in_point_fe(r, patch, node, x, y, z); });
         },
         py::arg("r"), py::arg("patch"), py::arg("node"), py::arg("x"), py::arg("y"), py::arg("z"),
         "Sets the coordinates of a node: 0, or -1 when refused.");
@@ -274,8 +296,9 @@ void bindOperations(py::module_& m) {
     m.def(
         "importMarkers",
         [](const std::filesystem::path& file, markers& set, int imageHeight) {
+            const auto held = hold(set);
             PythonHost host;
-            underHost(host, [&] { importMarkers(file.string(), set, imageHeight); }, set);
+            underHost(host, [&] { importMarkers(file.string(), set, imageHeight); });
             settle(true, host.messages);
         },
         py::arg("file"), py::arg("set"), py::arg("imageHeight") = 0,
@@ -287,11 +310,12 @@ void bindOperations(py::module_& m) {
         "self_illumination",
         [](FieldMasterD& fm, const std::string& fieldName, double ratio, bool checkVisibility,
            std::optional<std::string> name) {
+            const auto held = hold(fm);
             requireFunction(fm, fieldName);
             requireFunction(fm, arrayWorks::kNormalsName);
             const SelfIlluminationParameters p{ratio, checkVisibility, name ? *name : fieldName + kSelfIlluminationSuffix};
             PythonHost host;
-            const SelfIlluminationResult r = underHost(host, [&] { return selfIlluminate(fm, fieldName, p); }, fm);
+            const SelfIlluminationResult r = underHost(host, [&] { return selfIlluminate(fm, fieldName, p); });
             return madeFunction(fm, r, host,
                                 "self_illumination: \"" + fieldName + "\" is not a scalar field or \"$_N\" not a vector field");
         },
@@ -310,6 +334,7 @@ void bindOperations(py::module_& m) {
     m.def(
         "unvisible_faces_remove",
         [](region_fe& reg_fe, std::array<double, 3> eye) {
+            const auto held = hold(reg_fe);
             checkFaces(reg_fe);
             // The operation shrinks patches in place. It runs on copies, which
             // then take the patches' places, so that arrays viewing the
@@ -319,7 +344,7 @@ void bindOperations(py::module_& m) {
                 if (work.patches.exists(k)) work.patches.set(k, copyOf(work.patch(k)));
             PythonHost host;
             const int removed =
-                underHost(host, [&] { return unvisible_faces_remove(work, z::zVec<double>(eye[0], eye[1], eye[2])); }, reg_fe);
+                underHost(host, [&] { return unvisible_faces_remove(work, z::zVec<double>(eye[0], eye[1], eye[2])); });
             for (int k = 0; k < work.patchCount() && k < reg_fe.patchCount(); ++k)
                 if (work.patches.exists(k)) reg_fe.patches.set(k, work.patches.shared(k));
             settle(true, host.messages);
@@ -336,6 +361,7 @@ void bindOperations(py::module_& m) {
         [](FieldMasterD& fm, const std::string& fieldName, std::optional<std::filesystem::path> markersFile,
            std::optional<markers> markerSet, int order, double maxDeflexion, std::optional<std::string> name,
            const std::string& direction) {
+            const auto held = hold(fm);
             if (markersFile.has_value() == markerSet.has_value())
                 throw py::type_error("pressure_ports: give either markers_file or marker_set");
             if (direction != "normal" && direction != "reverse")
@@ -348,7 +374,7 @@ void bindOperations(py::module_& m) {
             p.maxDeflexion = maxDeflexion;
             p.direction = direction == "normal";
             PythonHost host;
-            const PressurePortsResult r = underHost(host, [&] { return buildPressurePorts(fm, fieldName, p); }, fm);
+            const PressurePortsResult r = underHost(host, [&] { return buildPressurePorts(fm, fieldName, p); });
             return madeFunction(fm, r, host, "pressure_ports added no field");
         },
         py::arg("field"), py::arg("fieldName") = "", py::kw_only(), py::arg("markers_file") = py::none(),
