@@ -7,7 +7,10 @@ run at once on two threads, each on its own container, then two on one shared
 container (they take turns). Each case is timed by wall clock, best of
 `--repeat`; the figure that matters is "two at once / one alone", which is
 about 1 when the calls overlap and about 2 when they run one after the other.
-Set OMP_NUM_THREADS=1 so that one call uses one core:
+Last, how far a pure-Python loop counts while one call runs on another thread
+(next to nothing if the call held the GIL). On a machine busy with other work
+the wall-clock figures say little; the count still does. Set
+OMP_NUM_THREADS=1 so that one call uses one core:
 
     OMP_NUM_THREADS=1 PYTHONPATH=build/release/python /usr/bin/python3 python/bench/threads_overlap.py
 """
@@ -49,6 +52,17 @@ def wall(calls):
     return time.perf_counter() - t
 
 
+def python_meanwhile(call):
+    """Iterations of a Python loop on this thread while `call` runs on another."""
+    done, count = threading.Event(), 0
+    worker = threading.Thread(target=lambda: (call(), done.set()))
+    worker.start()
+    while not done.is_set():
+        count += 1
+    worker.join()
+    return count
+
+
 def main():
     ap = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     ap.add_argument("--nodes", type=int, default=70000, help="about this many nodes (default 70000)")
@@ -71,6 +85,7 @@ def main():
     best = {label: min(wall(calls) for _ in range(args.repeat)) for label, calls in cases.items()}
     for label, seconds in best.items():
         print(f"{label:30s} {seconds:8.2f} s  {seconds / best['one alone']:5.2f} x one alone")
+    print(f"Python loop iterations during one call on another thread: {python_meanwhile(run(a)):,}")
 
 
 if __name__ == "__main__":
