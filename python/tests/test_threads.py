@@ -20,15 +20,15 @@ def example_field(example_dir, refine=0):
     return fm
 
 
-@pytest.mark.parametrize("shared", [False, True])
-def test_threads_give_the_results_of_one_thread(example_dir, shared):
-    fields = [example_field(example_dir)] * 3 if shared else [example_field(example_dir) for _ in range(3)]
+def test_threads_give_the_results_of_one_thread(example_dir):
+    shared = example_field(example_dir)
+    fields = [shared, shared, example_field(example_dir)]  # calls on one container take turns
     alone = tundrel.self_illumination(example_field(example_dir), "cp", ratio=0.5).values
-    threads = [threading.Thread(target=tundrel.self_illumination, args=(fields[k], "cp"), kwargs={"ratio": 0.5, "name": f"si{k}"})
-               for k in range(3)]
+    threads = [threading.Thread(target=tundrel.self_illumination, args=(fm, "cp"), kwargs={"ratio": 0.5, "name": f"si{k}"})
+               for k, fm in enumerate(fields)]
     [t.start() for t in threads] + [t.join() for t in threads]
-    for k in range(3):
-        np.testing.assert_allclose(fields[k][f"si{k}"].values, alone, rtol=1e-12)
+    for k, fm in enumerate(fields):
+        np.testing.assert_allclose(fm[f"si{k}"].values, alone, rtol=1e-12)
 
 
 @pytest.mark.parametrize("operation", ["self_illumination", "pressure_ports"])
@@ -52,8 +52,7 @@ def test_ctrl_c_stops_the_run_and_changes_nothing(example_dir, operation):
 
 
 def test_version_and_formats(example_dir):
-    project = re.search(r"project\(\w+ VERSION ([\d.]+)", (example_dir.parent / "CMakeLists.txt").read_text())
-    assert tundrel.__version__ == project.group(1)
+    assert tundrel.__version__ == re.search(r"project\(\w+ VERSION ([\d.]+)", (example_dir.parent / "CMakeLists.txt").read_text())[1]
     assert all(tundrel.find_format(e.upper()).name == f.name for f in tundrel.formats() for e in f.extensions)
     with pytest.raises(ValueError, match=", ".join(e for f in tundrel.formats() for e in f.extensions)):
         tundrel.read("model.unknown")

@@ -10,9 +10,10 @@
 namespace {
 
 const std::string kExample = std::string(TUNDREL_SOURCE_DIR) + "/examples/wingbody";
+const tundrel::PressurePortsParameters kPorts{"_pp", kExample + "_ports.mrk", std::nullopt, 0.05, 1, true};
 
-// The example as a field container, its two wing blocks selected (so that the
-// correction stays quick under the sanitizers); pressure ports for it.
+// The example as a field container, its wing blocks selected (so that the
+// correction stays quick under the sanitizers).
 void load(FieldMasterD& fm) {
     region reg;
     region_fe fe;
@@ -22,30 +23,25 @@ void load(FieldMasterD& fm) {
     for (int b = 1; b < fm.blockCount(); ++b)
         for (int n = 0; n < fm.nodeCount(b); ++n) fm.selection().at(b, n) = 1;
 }
-tundrel::PressurePortsParameters ports() {
-    return {"_pp", kExample + "_ports.mrk", std::nullopt, 0.05, 1, true};
-}
 
-// Correct, build from ports, write back and read a missing file under a host
-// of this thread's own: the corrected values, then the rest as text.
+// Correct, build from ports, write, read a missing file, under a host of this
+// thread's own: the corrected values, and the rest (what the host saw, the file) as text.
 std::pair<std::vector<double>, std::string> pipeline(const testutil::ScratchDir& dir, int k) {
     tundrel::ScriptedHost host;
     tundrel::HostScope scope(host);
     FieldMasterD fm;
     load(fm);
     const auto si = tundrel::selfIlluminate(fm, "cp", {0.5, false, "cp_si"});
-    const auto pp = tundrel::buildPressurePorts(fm, "", ports());
-    if (!si || !pp) return {};
-    std::string seen = std::to_string(host.lastDone) + "/" + std::to_string(host.lastTotal);
+    if (!si || !tundrel::buildPressurePorts(fm, "", kPorts)) return {};
     region reg, missing;
-    region_fe fe;  // the missing file's message: the host of this thread's own
+    region_fe fe;
     fieldMaster_to_Region(fm, {}, reg, fe);
     const std::string out = dir.file("out" + std::to_string(k) + ".dat");
     export_data(out, 6, false, false, reg, fe);
     import_data(dir.file("missing.dat"), false, missing, fe);
+    std::string seen = std::to_string(host.lastDone) + "/" + std::to_string(host.busyDepth);
     for (const std::string& m : host.messages) seen += "\n" + m;
-    return {{si.function->data(), si.function->data() + si.function->size()},
-            seen + "\nbusy " + std::to_string(host.busyDepth) + "\n" + testutil::readFile(out)};
+    return {{si.function->data(), si.function->data() + si.function->size()}, seen + testutil::readFile(out)};
 }
 
 TEST(Threads, OperationsOnSeveralThreadsGiveTheSingleThreadResults) {
@@ -74,7 +70,7 @@ TEST(Threads, AStopRequestEndsTheRunWithNothingChanged) {
         FieldMasterD fm;
         load(fm);
         const int before = fm.functionCount();
-        EXPECT_TRUE(usePorts ? tundrel::buildPressurePorts(fm, "", ports()).stopped
+        EXPECT_TRUE(usePorts ? tundrel::buildPressurePorts(fm, "", kPorts).stopped
                              : tundrel::selfIlluminate(fm, "cp", {0.5, false, "cp_si"}).stopped);
         EXPECT_EQ(std::tuple(fm.functionCount(), host.stopAsks, host.messages.size()),
                   std::tuple(before, stopAfter + 1, std::size_t{0}))
