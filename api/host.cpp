@@ -1,14 +1,18 @@
 #include "api/host.h"
 
+#include <atomic>
 #include <iostream>
 
 namespace tundrel {
 
 namespace {
-Host* g_installed = nullptr;
+// The process-wide default, and the host installed for this thread.
+std::atomic<Host*> g_default{nullptr};
+thread_local Host* t_installed = nullptr;
 
+// The quiet host remembers the last dialog it answered: one a thread.
 QuietHost& quietHost() {
-    static QuietHost q;
+    thread_local QuietHost q;
     return q;
 }
 }  // namespace
@@ -16,9 +20,20 @@ QuietHost& quietHost() {
 Host::~Host() = default;
 void Host::setBusy(bool) {}
 void Host::progress(std::int64_t, std::int64_t) {}
+bool Host::stopRequested() { return false; }
 
-Host& host() { return g_installed != nullptr ? *g_installed : quietHost(); }
-void setHost(Host* h) { g_installed = h; }
+Host& host() {
+    if (t_installed != nullptr) return *t_installed;
+    if (Host* h = g_default.load(std::memory_order_acquire); h != nullptr) return *h;
+    return quietHost();
+}
+void setHost(Host* h) { g_default.store(h, std::memory_order_release); }
+
+bool progressStep(std::int64_t done, std::int64_t total) {
+    Host& h = host();
+    h.progress(done, total);
+    return h.stopRequested();
+}
 void showMessage(const std::string& text) { host().showMessage(text); }
 
 std::string acceptTexts(Host& h, Dialog& dialog, const ControlTexts& typed) {
@@ -30,8 +45,8 @@ std::string acceptTexts(Host& h, Dialog& dialog, const ControlTexts& typed) {
 BusyScope::BusyScope() { host().setBusy(true); }
 BusyScope::~BusyScope() { host().setBusy(false); }
 
-HostScope::HostScope(Host& h) : previous_(g_installed) { g_installed = &h; }
-HostScope::~HostScope() { g_installed = previous_; }
+HostScope::HostScope(Host& h) : previous_(t_installed) { t_installed = &h; }
+HostScope::~HostScope() { t_installed = previous_; }
 
 void QuietHost::showMessage(const std::string& text) { std::cerr << text << '\n'; }
 
@@ -85,5 +100,7 @@ void ScriptedHost::progress(std::int64_t done, std::int64_t total) {
     lastDone = done;
     lastTotal = total;
 }
+
+bool ScriptedHost::stopRequested() { return stopAfter >= 0 && stopAsks++ >= stopAfter; }
 
 }  // namespace tundrel

@@ -1,7 +1,13 @@
 // How the library reaches a person: show a text, ask an operation's
-// parameters, let the user choose a file, the busy cursor and progress. The
-// host application installs its implementation once; the library keeps a
-// process-wide pointer and never writes to a terminal itself.
+// parameters, let the user choose a file, the busy cursor, progress and a
+// request to stop. The library never writes to a terminal itself.
+//
+// Which host a call talks to is a matter of the calling thread: a host
+// installed for the thread (HostScope) comes first, then the process-wide
+// default (setHost), then a quiet host of the thread's own. Two threads that
+// each install their own host run library calls side by side without seeing
+// each other's host. A process-wide default is shared by every thread that
+// installed none, so it must be safe to call from all of them.
 #pragma once
 
 #include <cstdint>
@@ -29,13 +35,22 @@ public:
     virtual void setBusy(bool busy);
     // Progress of long work; may be ignored.
     virtual void progress(std::int64_t done, std::int64_t total);
+    // Asked at every progress step of an operation that can stop early: true
+    // ends it there with nothing changed. Never asked from inside a dialog.
+    virtual bool stopRequested();
 };
 
-// The installed host (the quiet default when none was installed).
+// The host of the calling thread: the one HostScope installed for it, else
+// the process-wide default, else the thread's quiet host.
 TUNDREL_API Host& host();
-// Installs a host; nullptr restores the quiet default. The library does not
+// Installs the process-wide default host, used by every thread that has no
+// host of its own; nullptr restores the quiet default. The library does not
 // take ownership.
 TUNDREL_API void setHost(Host* h);
+
+// One progress step of a long operation: reports it through the calling
+// thread's host and tells whether the host asks to stop.
+TUNDREL_API bool progressStep(std::int64_t done, std::int64_t total);
 
 // Shows a message through the installed host.
 TUNDREL_API void showMessage(const std::string& text);
@@ -93,8 +108,12 @@ public:
     std::optional<std::string> chooseFile(const FileChooser& chooser) override;
     void setBusy(bool busy) override;
     void progress(std::int64_t done, std::int64_t total) override;
+    // True from the (stopAfter + 1)-th ask on; never when stopAfter < 0.
+    bool stopRequested() override;
 
     std::deque<Answer> answers;
+    int stopAfter = -1;
+    int stopAsks = 0;
     std::deque<std::optional<std::string>> files;
 
     std::vector<std::string> messages;        // every message shown, in order
@@ -106,7 +125,8 @@ public:
     std::int64_t lastDone = 0, lastTotal = 0;
 };
 
-// Installs a host for a scope and restores the previous one afterwards.
+// Installs a host for the calling thread for a scope, and restores the
+// thread's previous one afterwards. Other threads do not see it.
 class TUNDREL_API HostScope {
 public:
     explicit HostScope(Host& h);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <mutex>
 
 namespace tundrel {
 
@@ -115,6 +116,11 @@ void faceNormals(const Surface& s, std::size_t first, std::size_t nodes, std::sp
 }
 
 const arrayWorks::NormalCache& cachedNormals(const FieldMasterD& field) {
+    // Threads that read one container at the same time may all find the
+    // cache empty: one fills it, the others wait for it. (Changing the
+    // positions while another thread reads is a race of the caller's.)
+    static std::mutex filling;
+    const std::lock_guard<std::mutex> lock(filling);
     arrayWorks::NormalCache& cache = field.normalCache();
     if (cache.valid) return cache;
     const std::size_t total = field.totalNodes();

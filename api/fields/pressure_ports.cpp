@@ -28,14 +28,41 @@ namespace msg = pressure_ports_messages;
 // Values below this are the no-value mark.
 constexpr double kNoValueBelow = tundrel::kNoValueBelow;
 
+// Progress of the construction: the projection and the solution are a step
+// each, then the nodes; every step may end the run.
+class PortsProgress {
+public:
+    explicit PortsProgress(std::size_t nodes) : total_(static_cast<std::int64_t>(nodes) + 2) {}
+    bool stop(std::int64_t done) { return progressStep(done, total_); }
+    // Evaluates the approximation at every node, in slices of at least
+    // kSlice nodes; false when asked to stop between two slices.
+    bool evaluate(const PortApproximation& a, const Surface& s, double* out) {
+        const std::size_t n = s.nodeCount();
+        const std::size_t slice = std::max<std::size_t>(kSlice, n / 50);
+        for (std::size_t k = 0; k < n; k += slice) {
+            const std::size_t m = std::min(slice, n - k);
+            a.evaluate(s.x.data() + k, s.y.data() + k, s.z.data() + k, m, out + k);
+            if (stop(static_cast<std::int64_t>(k + m) + 2)) return false;
+        }
+        return true;
+    }
+
+private:
+    static constexpr std::size_t kSlice = 4096;
+    std::int64_t total_;
+};
+
 // Steps 6 to 10: the new function, or the message of a failure.
 PressurePortsResult buildField(FieldMasterD& field, const std::string& fieldName, const std::string& newName,
                                const markers& set, const PressurePortsParameters& p) {
     PressurePortsResult r;
     r.facts.markers = set.count();
     const Surface surface(field);
+    PortsProgress progress(surface.nodeCount());
+    if (progress.stop(0)) return PressurePortsResult::stoppedEarly();
     const SurfaceBvh bvh(surface);
     const std::vector<MarkerProjection> projected = projectMarkers(set, surface, bvh, p.direction);
+    if (progress.stop(1)) return PressurePortsResult::stoppedEarly();
 
     // Squares compared, so the sign of the deflexion does not matter.
     const double allowed2 = p.maxDeflexion * p.maxDeflexion;
@@ -63,10 +90,11 @@ PressurePortsResult buildField(FieldMasterD& field, const std::string& fieldName
         case ApproximationStatus::Unsolvable: return PressurePortsResult::refused(msg::kUnsolvable);
         case ApproximationStatus::Solved: break;
     }
+    if (progress.stop(2)) return PressurePortsResult::stoppedEarly();
 
     const std::size_t n = surface.nodeCount();
     std::vector<double> result(n);
-    approximation.evaluate(surface.x.data(), surface.y.data(), surface.z.data(), n, result.data());
+    if (!progress.evaluate(approximation, surface, result.data())) return PressurePortsResult::stoppedEarly();
     if (const auto* current = field.functionNamed<double>(fieldName); current != nullptr && current->size() == n)
         for (std::size_t k = 0; k < n; ++k)
             if (current->data()[k] < kNoValueBelow) result[k] = arrayWorks::kNoValue;

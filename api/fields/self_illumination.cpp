@@ -80,30 +80,38 @@ double triangleThird(const double* p, const double* q, const double* r) {
 }
 
 // Progress of the pair loop, reported by the calling thread only (the host
-// belongs to the user-interface thread).
+// belongs to the user-interface thread), which also asks the host whether to
+// stop; the other threads see the answer through an atomic flag and skip
+// their remaining rows. finish() throws Stopped after a stop request.
+struct Stopped {};
+
 class PairProgress {
 public:
     explicit PairProgress(std::int64_t total) : total_(total), step_(std::max<std::int64_t>(1, total / 200)) {
-        host().progress(0, total_);
+        if (progressStep(0, total_)) stop_.store(true);
     }
+    bool stopping() const { return stop_.load(std::memory_order_relaxed); }
     void add(std::int64_t n) {
         const std::int64_t done = done_.fetch_add(n, std::memory_order_relaxed) + n;
         if (omp_get_thread_num() == 0 && done - reported_ >= step_) {
             reported_ = done;
             try {
-                host().progress(done, total_);
+                if (progressStep(done, total_)) stop_.store(true, std::memory_order_relaxed);
             } catch (...) {
                 if (!error_) error_ = std::current_exception();
+                stop_.store(true, std::memory_order_relaxed);
             }
         }
     }
     void finish() {
         if (error_) std::rethrow_exception(error_);
+        if (stopping()) throw Stopped{};
         host().progress(total_, total_);
     }
 
 private:
     std::atomic<std::int64_t> done_{0};
+    std::atomic<bool> stop_{false};
     std::int64_t total_, step_, reported_ = 0;
     std::exception_ptr error_;
 };
@@ -301,6 +309,7 @@ std::vector<double> illuminationSums(const IlluminationNodes& p, double ratio, c
         double* col = columns.data() + static_cast<std::size_t>(omp_get_thread_num()) * M;
 #pragma omp for schedule(dynamic, kRowChunk)
         for (std::size_t i = 0; i < M; ++i) {
+            if (progress.stopping()) continue;
             if (bvh == nullptr) {
                 col[i] += openRow(rows, i, M, col, ratio, sqrtPi);
             } else {
@@ -432,7 +441,11 @@ SelfIlluminationResult selfIlluminate(FieldMasterD& field, const std::string& so
     if (std::string m = checkParameters(p); !m.empty()) return SelfIlluminationResult::refused(std::move(m));
     if (field.findFunction(p.newName) >= 0) return SelfIlluminationResult::refused(arrayWorks::kDuplicateNameMessage);
     SelfIlluminationResult r;
-    r.function = appendCorrected(field, source, p.ratio, p.checkVisibility, p.newName, &r.facts);
+    try {
+        r.function = appendCorrected(field, source, p.ratio, p.checkVisibility, p.newName, &r.facts);
+    } catch (const Stopped&) {
+        return SelfIlluminationResult::stoppedEarly();
+    }
     return r;
 }
 

@@ -7,6 +7,8 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
+#include <memory>
+#include <optional>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -39,14 +41,88 @@ py::error_already_set libraryError(const arrayWorks::GenericError& e, const std:
 // Issues tundrel.MessageWarning for each text (the call succeeded).
 void warnMessages(const std::vector<std::string>& messages);
 
-// Runs one call of the library with a scripted host installed: dialogs are
-// answered from `host`'s queue, messages are recorded. Library errors become
-// Python exceptions that carry the recorded messages.
+// The host of every Python call: a scripted host (dialogs answered from its
+// queue, messages recorded) that, asked whether to stop, takes the GIL back
+// and lets Python run its signal handlers; a KeyboardInterrupt (or any error
+// a handler raises) is kept, the operation asked to stop, and the error
+// raised when the call returns.
+class PythonHost : public ScriptedHost {
+public:
+    bool stopRequested() override;
+    // Raises the kept error, if any (the GIL held).
+    void raiseInterrupt();
+
+private:
+    std::optional<py::error_already_set> interrupt_;
+};
+
+// Calls on one container from two Python threads take turns: a call holds
+// every container it is given (regions, field containers, marker sets) from
+// its start to its end, taken in address order so that no two calls wait for
+// each other crosswise.
+class ContainerLocks {
+public:
+    explicit ContainerLocks(std::vector<const void*> objects);
+    ~ContainerLocks();
+    ContainerLocks(const ContainerLocks&) = delete;
+    ContainerLocks& operator=(const ContainerLocks&) = delete;
+
+private:
+    std::vector<const void*> objects_;
+};
+
+// Waits, with the GIL released, until no call on another thread holds any of
+// `used`, and holds them until the result is destroyed. The first statement
+// of every binding that calls the library.
+template <class... Used>
+std::unique_ptr<ContainerLocks> hold(const Used&... used) {
+    py::gil_scoped_release release;
+    return std::make_unique<ContainerLocks>(std::vector<const void*>{static_cast<const void*>(&used)...});
+}
+
+// Raises RuntimeError while a call on another thread holds `container` (the
+// GIL held: no call can start meanwhile). For the containers' own methods,
+// which run with the GIL held and must not read what such a call changes.
+void refuseWhileInUse(const void* container);
+
+// A member function of a container as a method that refuses while the
+// container is in use (refuseWhileInUse): guarded<&C::f>.
+template <auto M, class T = decltype(M)>
+struct Guarded;
+template <auto M, class R, class C, class... A>
+struct Guarded<M, R (C::*)(A...) const> {
+    static R call(const C& c, A... a) {
+        refuseWhileInUse(&c);
+        return (c.*M)(a...);
+    }
+};
+template <auto M, class R, class C, class... A>
+struct Guarded<M, R (C::*)(A...) const noexcept> : Guarded<M, R (C::*)(A...) const> {};
+template <auto M>
+constexpr auto guarded = &Guarded<M>::call;
+
+// Runs one call of the library with `host` installed for this thread and the
+// GIL released (the containers it uses held by the caller, see hold).
+// Library errors become Python exceptions that carry the recorded messages;
+// an interrupt seen at a progress step is raised once the call has returned.
 template <class F>
-auto underHost(ScriptedHost& host, F&& f) -> decltype(f()) {
+auto underHost(PythonHost& host, F&& f) -> decltype(f()) {
     HostScope scope(host);
     try {
-        return f();
+        if constexpr (std::is_void_v<decltype(f())>) {
+            {
+                py::gil_scoped_release release;
+                f();
+            }
+            host.raiseInterrupt();
+        } else {
+            auto result = [&] {
+                py::gil_scoped_release release;
+                return f();
+            }();
+            host.raiseInterrupt();
+            return result;
+        }
     } catch (const arrayWorks::GenericError& e) {
         throw libraryError(e, host.messages);
     }

@@ -79,6 +79,7 @@ void bindErrors(py::module_& m) {
         }
     });
     m.attr("kNoValue") = arrayWorks::kNoValue;
+    m.attr("kNoValueBelow") = tundrel::kNoValueBelow;
 }
 
 }  // namespace tundrel::py_bind

@@ -44,6 +44,7 @@ struct PositionsOwner {
 // write through NumPy would bypass.
 py::array columnView(py::object self, int axis) {
     auto& fm = self.cast<FieldMasterD&>();
+    refuseWhileInUse(&fm);
     const std::span<const double> column = axis == 0 ? fm.x() : axis == 1 ? fm.y() : fm.z();
     auto* owner = new PositionsOwner{self, &fm};
     ++positionViews()[&fm];
@@ -60,6 +61,7 @@ py::array columnView(py::object self, int axis) {
 
 // Every position as a new (n, 3) array.
 py::array positionsCopy(const FieldMasterD& fm) {
+    refuseWhileInUse(&fm);
     const std::size_t n = fm.totalNodes();
     py::array_t<double> a({static_cast<py::ssize_t>(n), py::ssize_t{3}});
     double* out = a.mutable_data();
@@ -74,6 +76,7 @@ py::array positionsCopy(const FieldMasterD& fm) {
 // The layout of block b as it was given: face blocks with their triangles in
 // the block's own node numbers.
 BlockLayout layoutOf(const FieldMasterD& fm, int b) {
+    refuseWhileInUse(&fm);
     BlockLayout l = fm.layout(b);
     const auto first = static_cast<std::int32_t>(fm.offset(b));
     for (std::int32_t t : fm.blockTriangles(b))
@@ -113,11 +116,13 @@ py::array blockValues(py::object self, int b) {
 }
 
 FunctionPtr functionAt(const FieldMasterD& fm, int i) {
+    refuseWhileInUse(&fm);
     fm.functionAt(i);  // the checked index
     return fm.functions[static_cast<std::size_t>(i)];
 }
 
 FunctionPtr byKey(const FieldMasterD& fm, const py::object& key) {
+    refuseWhileInUse(&fm);
     if (py::isinstance<py::str>(key)) {
         const std::string name = key.cast<std::string>();
         const int i = fm.findFunction(name);
@@ -162,6 +167,7 @@ std::vector<Vec> toPositions(const py::array_t<double, py::array::c_style | py::
 }  // namespace
 
 void refuseWhilePositionsViewed(const FieldMasterD& fm) {
+    refuseWhileInUse(&fm);
     if (positionViews().count(&fm) != 0)
         throw py::value_error(
             "a NumPy view of this container's positions is alive; set up every block before taking `x`, `y` or `z`");
@@ -277,11 +283,11 @@ void bindFields(py::module_& m) {
         "The field container: blocks of surface nodes (one per patch) and named functions with one value per node. "
         "\"$_selection\" is the node selection, \"$_N\" the node normals; a scalar -1e10 (kNoValue) means no value.")
         .def(py::init<>())
-        .def("blockCount", &FieldMasterD::blockCount, "Number of blocks (one per surface patch).")
-        .def("nodeCount", &FieldMasterD::nodeCount, py::arg("b"), "Number of nodes of block b.")
-        .def("nodeCounts", &FieldMasterD::nodeCounts, "Node count of every block, in order.")
-        .def("totalNodes", &FieldMasterD::totalNodes, "Nodes of all blocks together.")
-        .def("offset", &FieldMasterD::offset, py::arg("b"), "The first node of block b in the all-blocks arrays.")
+        .def("blockCount", guarded<&FieldMasterD::blockCount>, "Number of blocks (one per surface patch).")
+        .def("nodeCount", guarded<&FieldMasterD::nodeCount>, py::arg("b"), "Number of nodes of block b.")
+        .def("nodeCounts", guarded<&FieldMasterD::nodeCounts>, "Node count of every block, in order.")
+        .def("totalNodes", guarded<&FieldMasterD::totalNodes>, "Nodes of all blocks together.")
+        .def("offset", guarded<&FieldMasterD::offset>, py::arg("b"), "The first node of block b in the all-blocks arrays.")
         .def("layout", &layoutOf, py::arg("b"), "The layout of block b (a copy).")
         .def(
             "addBlock",
@@ -297,6 +303,7 @@ void bindFields(py::module_& m) {
         .def(
             "position",
             [](const FieldMasterD& fm, int b, int n) {
+                refuseWhileInUse(&fm);
                 const Vec v = fm.position(b, n);
                 return py::make_tuple(v.x, v.y, v.z);
             },
@@ -314,17 +321,18 @@ void bindFields(py::module_& m) {
             "y", [](py::object self) { return columnView(self, 1); }, "The y column, as x.")
         .def_property_readonly(
             "z", [](py::object self) { return columnView(self, 2); }, "The z column, as x.")
-        .def("functionCount", &FieldMasterD::functionCount, "Number of functions.")
+        .def("functionCount", guarded<&FieldMasterD::functionCount>, "Number of functions.")
         .def("functionAt", &functionAt, py::arg("i"), "The function at i (IndexError out of range).")
-        .def("findFunction", &FieldMasterD::findFunction, py::arg("name"),
+        .def("findFunction", guarded<&FieldMasterD::findFunction>, py::arg("name"),
              "Index of the first function of exactly that name, or -1.")
-        .def("hasFunction", &FieldMasterD::hasFunction, py::arg("name"), "True when a function has exactly that name.")
+        .def("hasFunction", guarded<&FieldMasterD::hasFunction>, py::arg("name"), "True when a function has exactly that name.")
         .def("__getitem__", &byKey, py::arg("key"), "A function by name (KeyError when absent) or index.")
-        .def("__contains__", &FieldMasterD::hasFunction)
-        .def("__len__", &FieldMasterD::functionCount)
+        .def("__contains__", guarded<&FieldMasterD::hasFunction>)
+        .def("__len__", guarded<&FieldMasterD::functionCount>)
         .def_property_readonly(
             "functions",
             [](const FieldMasterD& fm) {
+                refuseWhileInUse(&fm);
                 py::list out;
                 for (const auto& f : fm.functions) out.append(f ? py::cast(f) : py::none());
                 return out;
@@ -333,6 +341,7 @@ void bindFields(py::module_& m) {
         .def(
             "addScalar",
             [](FieldMasterD& fm, const std::string& name, double fill) {
+                refuseWhileInUse(&fm);
                 fm.addScalar(name, fill);
                 return fm.functions.back();
             },
@@ -340,6 +349,7 @@ void bindFields(py::module_& m) {
         .def(
             "addVector",
             [](FieldMasterD& fm, const std::string& name) {
+                refuseWhileInUse(&fm);
                 fm.addVector(name);
                 return fm.functions.back();
             },
@@ -347,6 +357,7 @@ void bindFields(py::module_& m) {
         .def(
             "addSelection",
             [](FieldMasterD& fm, const std::string& name, unsigned char fill) {
+                refuseWhileInUse(&fm);
                 fm.addSelection(name, fill);
                 return fm.functions.back();
             },
@@ -355,17 +366,18 @@ void bindFields(py::module_& m) {
         .def(
             "selection",
             [](const FieldMasterD& fm) {
+                refuseWhileInUse(&fm);
                 const FieldFunction* s = &fm.selection();  // IndexError when absent
                 for (const auto& f : fm.functions)
                     if (f.get() == s) return f;
                 return FunctionPtr();
             },
             "The function \"$_selection\" (IndexError when absent).")
-        .def("selectionState", &FieldMasterD::selectionState,
+        .def("selectionState", guarded<&FieldMasterD::selectionState>,
              "NothingSelected, AllSelected (also when whole blocks are selected and others not) or PartlySelected.")
-        .def("blockSelectionState", &FieldMasterD::blockSelectionState, py::arg("b"),
+        .def("blockSelectionState", guarded<&FieldMasterD::blockSelectionState>, py::arg("b"),
              "NothingSelected, AllSelected or PartlySelected for block b.")
-        .def("isSelected", &FieldMasterD::isSelected, py::arg("b"), py::arg("n"),
+        .def("isSelected", guarded<&FieldMasterD::isSelected>, py::arg("b"), py::arg("n"),
              "The selection byte of node n of block b (nonzero: selected).")
         .def("__repr__", [](const FieldMasterD& fm) {
             return "<FieldMaster " + std::to_string(fm.blockCount()) + " blocks, " + std::to_string(fm.totalNodes()) +

@@ -40,6 +40,7 @@ void assignValues(NodeVariable& v, const py::array_t<double, py::array::c_style 
 
 template <class Region>
 py::list patchList(const Region& r) {
+    refuseWhileInUse(&r);
     py::list out;
     for (const auto& p : r.patches) out.append(p ? py::cast(p) : py::none());
     return out;
@@ -56,23 +57,28 @@ void bindRegion(py::class_<Region>& c, const char* patchKind) {
         .def_readwrite("Mach", &Region::Mach)
         .def_readwrite("alpha", &Region::alpha)
         .def_readwrite("beta", &Region::beta)
-        .def("patchCount", [](const Region& r) { return r.patchCount(); }, "Number of patches.")
-        .def("__len__", [](const Region& r) { return r.patchCount(); })
+        .def("patchCount", [](const Region& r) { return (refuseWhileInUse(&r), r.patchCount()); }, "Number of patches.")
+        .def("__len__", [](const Region& r) { return (refuseWhileInUse(&r), r.patchCount()); })
         .def(
-            "patch", [](const Region& r, int k) { return r.patches.shared(k); }, py::arg("k"),
+            "patch", [](const Region& r, int k) { return (refuseWhileInUse(&r), r.patches.shared(k)); }, py::arg("k"),
             (std::string("The ") + patchKind + " at position k (IndexError, or StateError for an empty slot).").c_str())
         .def(
-            "__getitem__", [](const Region& r, int k) { return r.patches.shared(k < 0 ? k + r.patchCount() : k); },
+            "__getitem__",
+            [](const Region& r, int k) {
+                refuseWhileInUse(&r);
+                return r.patches.shared(k < 0 ? k + r.patchCount() : k);
+            },
             py::arg("k"))
         .def_property_readonly("patches", &patchList<Region>, "The patches, in order (a new list).")
         .def(
             "append",
             [](Region& r, std::shared_ptr<Patch> p) {
+                refuseWhileInUse(&r);
                 if (!p) throw py::value_error("cannot append None");
                 return r.append(std::move(p));
             },
             py::arg("patch"), "Appends a patch (shared, not copied) and returns its number.")
-        .def("clear", [](Region& r) { r.patches.clear(); }, "Empties the patch list (the patches live on where held).")
+        .def("clear", [](Region& r) { (refuseWhileInUse(&r), r.patches.clear()); }, "Empties the patch list (the patches live on where held).")
         .def("__repr__", [patchKind](const Region& r) {
             return "<" + std::string(patchKind) + " \"" + r.name + "\" with " + std::to_string(r.patchCount()) +
                    " patches>";
@@ -186,7 +192,8 @@ void bindGeometry(py::module_& m) {
     m.def(
         "import_data",
         [](const std::filesystem::path& file, bool transpose, region& reg, region_fe& reg_fe) {
-            ScriptedHost host;
+            const auto held = hold(reg, reg_fe);
+            PythonHost host;
             const bool ok = underHost(host, [&] { return import_data(file.string(), transpose, reg, reg_fe); });
             settle(ok, host.messages);
             return ok;
@@ -201,9 +208,10 @@ void bindGeometry(py::module_& m) {
         "export_data",
         [](const std::filesystem::path& file, int precision, bool split, bool scientific, region& reg,
            region_fe& reg_fe) {
+            const auto held = hold(reg, reg_fe);
             checkPatches(reg);
             checkFaces(reg_fe);
-            ScriptedHost host;
+            PythonHost host;
             const bool ok =
                 underHost(host, [&] { return export_data(file.string(), precision, split, scientific, reg, reg_fe); });
             settle(ok, host.messages);
@@ -215,6 +223,40 @@ void bindGeometry(py::module_& m) {
         "one file per patch (name_1.ext, name_2.ext, ...). `precision` digits, fixed or `scientific` notation.\n\n"
         "Returns True on success and False for a name whose extension chooses no format. A writer that fails "
         "raises MessageError with its message.");
+
+    py::class_<GeometryFormat>(m, "GeometryFormat",
+                               "One file format of the registry that import_data and export_data go through.")
+        .def_property_readonly("name", [](const GeometryFormat& f) { return std::string(f.name); })
+        .def_property_readonly(
+            "extensions",
+            [](const GeometryFormat& f) {
+                std::vector<std::string> out;
+                for (std::string_view e : f.extensions) out.emplace_back(e);
+                return out;
+            },
+            "Lower-case extensions without the dot.")
+        .def_property_readonly(
+            "structured_patches", [](const GeometryFormat& f) { return f.structuredPatches; },
+            "Holds the structured patches of a region.")
+        .def_property_readonly(
+            "face_patches", [](const GeometryFormat& f) { return f.facePatches; },
+            "Holds the face patches of a region_fe.")
+        .def("__repr__", [](const GeometryFormat& f) { return "<GeometryFormat " + std::string(f.name) + ">"; });
+    m.def(
+        "formats",
+        [] {
+            py::list out;
+            for (const GeometryFormat& f : geometryFormats()) out.append(py::cast(&f, py::return_value_policy::reference));
+            return out;
+        },
+        "The file formats, in the order the dispatch tests them.");
+    m.def(
+        "find_format",
+        [](const std::string& extension) -> py::object {
+            const GeometryFormat* f = findGeometryFormat(file_extension("." + extension));
+            return f ? py::cast(f, py::return_value_policy::reference) : py::none();
+        },
+        py::arg("extension"), "The format of an extension (any letter case, without the dot), or None.");
 
     m.def("file_extension", &file_extension, py::arg("name"),
           "The lowered text after the last '.' of `name`, or '' when there is none or it is the last character.");

@@ -5,6 +5,7 @@
 PYBIND11_MODULE(_tundrel, m) {
     namespace tb = tundrel::py_bind;
     m.doc() = "TundrelApi: surface geometry, fields and file formats of wind-tunnel measurements.";
+    m.attr("__version__") = TUNDREL_VERSION;
     tb::bindErrors(m);
     tb::bindGeometry(m);
     tb::bindFields(m);

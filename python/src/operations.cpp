@@ -27,9 +27,14 @@ namespace {
 // means it failed, and raises MessageError.
 template <class F>
 void hostedVoid(F&& f) {
-    ScriptedHost host;
+    PythonHost host;
     underHost(host, std::forward<F>(f));
     settle(false, host.messages);
+}
+
+// KeyError naming a function the operation needs and the container lacks.
+void requireFunction(const FieldMasterD& fm, const std::string& name) {
+    if (fm.findFunction(name) < 0) throw py::key_error(name);
 }
 
 // A patch number that an operation would use unchecked.
@@ -43,8 +48,12 @@ void checkPatchNumber(const region_fe& r, int k, const char* what) {
 // refused it, or ValueError when it ended without one.
 template <class Facts>
 std::shared_ptr<arrayWorks::FieldFunction> madeFunction(const FieldMasterD& fm, const CoreResult<Facts>& r,
-                                                        const ScriptedHost& host, const std::string& silent) {
+                                                        const PythonHost& host, const std::string& silent) {
     if (!r) {
+        if (r.stopped) {
+            PyErr_SetNone(PyExc_KeyboardInterrupt);
+            throw py::error_already_set();
+        }
         if (!r.message.empty()) raiseMessages({r.message});
         throw py::value_error(silent);
     }
@@ -75,6 +84,7 @@ void bindOperations(py::module_& m) {
     m.def(
         "Region_to_fieldMaster",
         [](const region& reg, const region_fe& reg_fe, FieldMasterD& fm, z::ambientFlow& flow) {
+            const auto held = hold(reg, reg_fe, fm, flow);
             refuseWhilePositionsViewed(fm);
             checkPatches(reg);
             checkFaces(reg_fe);
@@ -88,6 +98,7 @@ void bindOperations(py::module_& m) {
     m.def(
         "fieldMaster_to_Region",
         [](FieldMasterD& fm, const z::ambientFlow& flow, region& reg, region_fe& reg_fe) {
+            const auto held = hold(fm, flow, reg, reg_fe);
             hostedVoid([&] { fieldMaster_to_Region(fm, flow, reg, reg_fe); });
         },
         py::arg("field"), py::arg("flow"), py::arg("reg"), py::arg("reg_fe"),
@@ -97,25 +108,36 @@ void bindOperations(py::module_& m) {
     m.def(
         "change_normal_fe",
         [](region_fe& reg_fe, int patch) {
+            const auto held = hold(reg_fe);
             checkFaces(reg_fe);
             hostedVoid([&] { change_normal_fe(reg_fe, patch); });
         },
         py::arg("reg_fe"), py::arg("patch"), "Turns every face of a face patch round, flipping its normals.");
     m.def(
-        "convert", [](FieldMasterD& fm) { hostedVoid([&] { ::convert(fm); }); }, py::arg("field"),
+        "convert", [](FieldMasterD& fm) {
+            const auto held = hold(fm);
+            hostedVoid([&] { ::convert(fm); });
+        }, py::arg("field"),
         "Not available: raises MessageError(\"Not available\").");
     m.def(
-        "IR_camera", [](FieldMasterD& fm) { hostedVoid([&] { ::IR_camera(fm); }); }, py::arg("field"),
+        "IR_camera", [](FieldMasterD& fm) {
+            const auto held = hold(fm);
+            hostedVoid([&] { ::IR_camera(fm); });
+        }, py::arg("field"),
         "Not available: raises MessageError(\"Not available\").");
     m.def(
-        "temperature_gages", [](FieldMasterD& fm) { hostedVoid([&] { ::temperature_gages(fm); }); },
+        "temperature_gages", [](FieldMasterD& fm) {
+            const auto held = hold(fm);
+            hostedVoid([&] { ::temperature_gages(fm); });
+        },
         py::arg("field"), "Not available: raises MessageError(\"Not available\").");
 
     m.def(
         "converter_reg_to_reg_fe",
         [](region& src, region_fe& dst) {
+            const auto held = hold(src, dst);
             checkPatches(src);
-            ScriptedHost host;
+            PythonHost host;
             const bool ok = underHost(host, [&] { return converter_reg_to_reg_fe(src, dst); });
             settle(ok, host.messages);
             return ok;
@@ -126,6 +148,7 @@ void bindOperations(py::module_& m) {
     m.def(
         "Add_to_regionFe",
         [](region_fe& r, int k, std::vector<int> faces) {
+            const auto held = hold(r);
             checkFaces(r);
             checkPatchNumber(r, k, "Add_to_regionFe");
             const FacePatch& p = r.patch(k);
@@ -142,6 +165,7 @@ void bindOperations(py::module_& m) {
     m.def(
         "AddBlock_to_buf",
         [](region_fe& src, region_fe& buf, int k) {
+            const auto held = hold(src, buf);
             checkFaces(src);
             hostedVoid([&] { AddBlock_to_buf(src, buf, k); });
         },
@@ -149,8 +173,9 @@ void bindOperations(py::module_& m) {
     m.def(
         "copy_reg_fe_to_buf",
         [](region_fe& src, region_fe& buf) {
+            const auto held = hold(src, buf);
             checkFaces(src);
-            ScriptedHost host;
+            PythonHost host;
             return underHost(host, [&] { return copy_reg_fe_to_buf(src, buf); });
         },
         py::arg("src"), py::arg("buf"),
@@ -158,8 +183,9 @@ void bindOperations(py::module_& m) {
     m.def(
         "merge_in_reg_fe",
         [](region_fe& r, int a, int b) {
+            const auto held = hold(r);
             checkFaces(r);
-            ScriptedHost host;
+            PythonHost host;
             return underHost(host, [&] { return merge_in_reg_fe(r, a, b); });
         },
         py::arg("r"), py::arg("a"), py::arg("b"),
@@ -168,10 +194,11 @@ void bindOperations(py::module_& m) {
     m.def(
         "add_patch_fe",
         [](region_fe& r, int k) {
+            const auto held = hold(r);
             checkFaces(r);
             checkPatchNumber(r, k, "add_patch_fe");
             if (r.patch(k).variableCount() < 3) throw py::value_error("add_patch_fe: the patch has fewer than 3 variables");
-            ScriptedHost host;
+            PythonHost host;
             return underHost(host, [&] { return add_patch_fe(r, k); });
         },
         py::arg("r"), py::arg("k"),
@@ -179,6 +206,7 @@ void bindOperations(py::module_& m) {
     m.def(
         "faces_increase_in_buff",
         [](const region_fe& src, region_fe& buf, int k) {
+            const auto held = hold(src, buf);
             checkFaces(src);
             hostedVoid([&] { faces_increase_in_buff(src, buf, k); });
         },
@@ -187,6 +215,7 @@ void bindOperations(py::module_& m) {
     m.def(
         "block_fe_compress",
         [](region_fe& r, std::vector<int> patches) {
+            const auto held = hold(r);
             checkFaces(r);
             hostedVoid([&] { block_fe_compress(r, static_cast<int>(patches.size()), patches.data()); });
         },
@@ -195,9 +224,10 @@ void bindOperations(py::module_& m) {
     m.def(
         "out_point_fe",
         [](region_fe& r, int patch, int node) -> py::object {
+            const auto held = hold(r);
             checkFaces(r);
             double x = 0, y = 0, z = 0;
-            ScriptedHost host;
+            PythonHost host;
             if (underHost(host, [&] { return out_point_fe(r, patch, node, x, y, z); }) != 0) return py::none();
             return py::make_tuple(x, y, z);
         },
@@ -206,8 +236,9 @@ void bindOperations(py::module_& m) {
     m.def(
         "in_point_fe",
         [](region_fe& r, int patch, int node, double x, double y, double z) {
+            const auto held = hold(r);
             checkFaces(r);
-            ScriptedHost host;
+            PythonHost host;
             return underHost(host, [&] { return in_point_fe(r, patch, node, x, y, z); });
         },
         py::arg("r"), py::arg("patch"), py::arg("node"), py::arg("x"), py::arg("y"), py::arg("z"),
@@ -265,7 +296,8 @@ void bindOperations(py::module_& m) {
     m.def(
         "importMarkers",
         [](const std::filesystem::path& file, markers& set, int imageHeight) {
-            ScriptedHost host;
+            const auto held = hold(set);
+            PythonHost host;
             underHost(host, [&] { importMarkers(file.string(), set, imageHeight); });
             settle(true, host.messages);
         },
@@ -278,14 +310,17 @@ void bindOperations(py::module_& m) {
         "self_illumination",
         [](FieldMasterD& fm, const std::string& fieldName, double ratio, bool checkVisibility,
            std::optional<std::string> name) {
+            const auto held = hold(fm);
+            requireFunction(fm, fieldName);
+            requireFunction(fm, arrayWorks::kNormalsName);
             const SelfIlluminationParameters p{ratio, checkVisibility, name ? *name : fieldName + kSelfIlluminationSuffix};
-            ScriptedHost host;
+            PythonHost host;
             const SelfIlluminationResult r = underHost(host, [&] { return selfIlluminate(fm, fieldName, p); });
             return madeFunction(fm, r, host,
                                 "self_illumination: \"" + fieldName + "\" is not a scalar field or \"$_N\" not a vector field");
         },
-        py::arg("field"), py::arg("fieldName"), py::kw_only(), py::arg("ratio") = 1.0,
-        py::arg("check_visibility") = false, py::arg("name") = py::none(),
+        py::arg("field"), py::arg("fieldName"), py::kw_only(), py::arg("ratio") = selfIlluminationDefaults("").ratio,
+        py::arg("check_visibility") = selfIlluminationDefaults("").checkVisibility, py::arg("name") = py::none(),
         "Corrects the scalar function `fieldName` for self-illumination (light reflected between the parts of "
         "the surface) and appends the result as a new function, which is returned.\n\n"
         "`ratio` is the diffuse reflection ratio, 0 to 1 (default 1.0); `check_visibility` tests every node pair "
@@ -293,11 +328,13 @@ void bindOperations(py::module_& m) {
         "fieldName + \"_si\"). These are the defaults of the C++ dialog's first call; unlike the dialog, a call "
         "never reuses the values of an earlier one. Only selected nodes take part when something is selected.\n\n"
         "MessageError carries the library's text when the operation refuses (\"The function name alredy "
-        "exist\", \"Please enter a number between 0 and 1.\"); IndexError when `fieldName` or \"$_N\" is "
-        "absent; ValueError when `fieldName` is not a scalar field.");
+        "exist\", \"Please enter a number between 0 and 1.\"); KeyError naming `fieldName` or \"$_N\" when "
+        "absent; ValueError when `fieldName` is not a scalar field; KeyboardInterrupt when Ctrl-C stops the run "
+        "(at its next progress step, the container unchanged). The GIL is released while it runs.");
     m.def(
         "unvisible_faces_remove",
         [](region_fe& reg_fe, std::array<double, 3> eye) {
+            const auto held = hold(reg_fe);
             checkFaces(reg_fe);
             // The operation shrinks patches in place. It runs on copies, which
             // then take the patches' places, so that arrays viewing the
@@ -305,7 +342,7 @@ void bindOperations(py::module_& m) {
             region_fe work(reg_fe);
             for (int k = 0; k < work.patchCount(); ++k)
                 if (work.patches.exists(k)) work.patches.set(k, copyOf(work.patch(k)));
-            ScriptedHost host;
+            PythonHost host;
             const int removed =
                 underHost(host, [&] { return unvisible_faces_remove(work, z::zVec<double>(eye[0], eye[1], eye[2])); });
             for (int k = 0; k < work.patchCount() && k < reg_fe.patchCount(); ++k)
@@ -324,6 +361,7 @@ void bindOperations(py::module_& m) {
         [](FieldMasterD& fm, const std::string& fieldName, std::optional<std::filesystem::path> markersFile,
            std::optional<markers> markerSet, int order, double maxDeflexion, std::optional<std::string> name,
            const std::string& direction) {
+            const auto held = hold(fm);
             if (markersFile.has_value() == markerSet.has_value())
                 throw py::type_error("pressure_ports: give either markers_file or marker_set");
             if (direction != "normal" && direction != "reverse")
@@ -335,12 +373,13 @@ void bindOperations(py::module_& m) {
             p.order = order;
             p.maxDeflexion = maxDeflexion;
             p.direction = direction == "normal";
-            ScriptedHost host;
+            PythonHost host;
             const PressurePortsResult r = underHost(host, [&] { return buildPressurePorts(fm, fieldName, p); });
             return madeFunction(fm, r, host, "pressure_ports added no field");
         },
         py::arg("field"), py::arg("fieldName") = "", py::kw_only(), py::arg("markers_file") = py::none(),
-        py::arg("marker_set") = py::none(), py::arg("order") = 0, py::arg("max_deflexion") = 0.0,
+        py::arg("marker_set") = py::none(), py::arg("order") = pressurePortsDefaults("").order,
+        py::arg("max_deflexion") = pressurePortsDefaults("").maxDeflexion,
         py::arg("name") = py::none(), py::arg("direction") = "normal",
         "Builds a field from pressure ports: the markers are projected onto the surface and their values spread "
         "over the nodes by an approximation of order 0 to 2. The new function is appended and returned.\n\n"
@@ -352,7 +391,8 @@ void bindOperations(py::module_& m) {
         "`fieldName`; the marker readers leave it empty, so `fieldName` is normally \"\".\n\n"
         "MessageError carries the library's text when the operation refuses (\"Deflextion has small value\", "
         "\"The function name alredy exist\", \"Please enter an integer between 0 and 2.\", ...); FileError "
-        "when the marker file cannot be read.");
+        "when the marker file cannot be read; KeyboardInterrupt when Ctrl-C stops the run (at its next progress "
+        "step, the container unchanged). The GIL is released while it runs.");
 }
 
 }  // namespace tundrel::py_bind

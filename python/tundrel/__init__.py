@@ -13,25 +13,42 @@ Errors of the library's containers raise :class:`GenericError` (subclasses
 code, file and line.  An operation that fails and shows a text raises
 :class:`MessageError` carrying that text; an operation that succeeds but
 shows a text issues a :class:`MessageWarning`.  Operations that ask for
-parameters in a dialog take them as keyword arguments instead.
+parameters in a dialog take them as keyword arguments instead, with the
+dialog's defaults; a field the operation needs and the container lacks raises
+``KeyError`` naming it.
+
+Every call that reads, writes or computes releases the GIL, so threads run
+side by side; calls on the same object from two threads take turns.  Ctrl-C
+stops a running ``self_illumination`` or ``pressure_ports`` at its next
+progress step with ``KeyboardInterrupt``, the container unchanged.
+
+``formats()`` lists the file formats (name, extensions, what each holds);
+``to_meshio`` / ``from_meshio`` exchange models with meshio and through it
+with every format meshio knows.
 """
 
 from . import errors
 from ._tundrel import *  # noqa: F401,F403 - the bindings
-from ._tundrel import export_data, import_data, region, region_fe
+from ._tundrel import __version__, export_data, find_format, formats, import_data, region, region_fe
 from .errors import FileError, GenericError, IndexError, MessageError, MessageWarning, StateError  # noqa: A004
+from .mesh_exchange import from_meshio, to_meshio
+
+
+def _unknown_format(file):
+    known = ", ".join(e for f in formats() for e in f.extensions)
+    return ValueError(f"{file}: unknown file format ({known})")
 
 
 def read(*files, transpose=False):
     """Reads one or more model files into a new ``(region, region_fe)`` pair.
 
     Raises :class:`MessageError` when a reader fails, and ``ValueError`` for a
-    file whose extension chooses no format (apt, fld, dat, wrl).
+    file whose extension chooses no format (see ``formats()``).
     """
     reg, reg_fe = region(), region_fe()
     for f in files:
         if not import_data(f, transpose, reg, reg_fe):
-            raise ValueError(f"{f}: unknown file format (apt, fld, dat, wrl)")
+            raise _unknown_format(f)
     return reg, reg_fe
 
 
@@ -39,7 +56,7 @@ def write(file, reg, reg_fe=None, *, precision=6, split=False, scientific=False)
     """Writes a model; the format follows the extension of ``file``.
 
     Raises :class:`MessageError` when the writer fails, and ``ValueError`` for
-    an extension that chooses no format.
+    an extension that chooses no format (see ``formats()``).
     """
     if not export_data(file, precision, split, scientific, reg, reg_fe if reg_fe is not None else region_fe()):
-        raise ValueError(f"{file}: unknown file format (apt, fld, dat, wrl)")
+        raise _unknown_format(file)
