@@ -42,14 +42,15 @@ constexpr std::string_view kWrl[] = {"wrl"};
 // format's own reader and writer signature.
 const tundrel::GeometryFormat kFormats[] = {
     {"APT", kApt, true, false, [](std::string_view t, region& r, region_fe&) { return read_apt_text(t, r); },
-     kAptCannotOpen, write_apt},
+     kAptCannotOpen, write_apt, {.fields = false, .title = false, .flow = false}},
     {"FLD", kFld, true, false, [](std::string_view t, region& r, region_fe&) { return read_fld_text(t, r); },
      kFldCannotOpen,
      [](const std::string& f, region& r, region_fe&, int first, int last, int precision, bool scientific) {
          return write_fld(f, r, first, last, precision, scientific);
-     }},
-    {"DAT", kDat, true, true, read_dat_text, kDatCannotOpen, write_dat},
-    {"VRML", kWrl, false, true, read_vrml_text, kVrmlCannotOpen, write_vrml},
+     },
+     {}},
+    {"DAT", kDat, true, true, read_dat_text, kDatCannotOpen, write_dat, {.flowNeedsMach = true, .noValue = false}},
+    {"VRML", kWrl, false, true, read_vrml_text, kVrmlCannotOpen, write_vrml, {.fields = false, .flow = false}},
 };
 
 }  // namespace
