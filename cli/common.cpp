@@ -58,10 +58,15 @@ std::string markerExtensions() {
 }  // namespace
 
 void warn(const std::string& text) {
-    if (!settings().quiet) std::cerr << prefix() << "warning: " << text << '\n';
+    if (settings().quiet) return;
+    cliHost().clearLine();
+    std::cerr << prefix() << "warning: " << text << '\n';
 }
 
-void error(const std::string& text) { std::cerr << prefix() << text << '\n'; }
+void error(const std::string& text) {
+    cliHost().clearLine();
+    std::cerr << prefix() << text << '\n';
+}
 
 std::string geometryExtensions() {
     std::string list;

@@ -29,11 +29,12 @@ public:
     // Ends the last stage; prints "<prefix>reading 0.1 s, computing 4.7 s"
     // unless `quiet`.
     void finishStages(const std::string& prefix, bool quiet);
+    // Clears the progress line, so that a message starts a line of its own.
+    void clearLine();
 
 private:
     using Clock = std::chrono::steady_clock;
     bool askOnTerminal(Dialog& dialog);
-    void clearLine();
 
     struct Stage {
         std::string name;
