@@ -58,6 +58,7 @@ TEST(Cli, StatusesAndMessages) {
              {"convert " + fld + "$/o.dat", 0, "47 no-value nodes of cp written as 0"},
              {"convert " + fld + "$/o.wrl", 0, "VRML holds no flow conditions; Mach 0.7, alpha 3, beta 0 dropped"},
              {"-q convert " + fld + "$/o.apt", 0, ""},
+             {"mirror --patch 0 $/p.dat $/m.dat", 0, ""},  // the image carries P: one file takes both
              {"self-illumination $/f.dat $/o.fld --field P", 1, "FLD holds structured patches only"},
          }) {
         for (std::string* text : {&args, &says})
