@@ -18,6 +18,7 @@ inline constexpr int kUsage = 2;
 // Thrown by a command to end with a message on standard error and exit 1.
 struct Failure {
     std::string message;
+    bool libraryText = false;  // starts with the library's text: printed as it is
 };
 
 // Settings of the whole run.
@@ -65,6 +66,11 @@ bool saveModel(const std::string& file, const WriteOptions& w, region& reg, regi
 // throws Failure "not enough memory for <what>: needs about N MB, M MB
 // available".
 void checkMemory(double bytes, const std::string& what);
+
+// Runs `read`, which reads the marker file `file`: a file that cannot be
+// opened, or a FileError out of `read`, throws Failure with the library's
+// text, the file and the system's reason.
+void readMarkers(const std::string& file, const std::function<void()>& read);
 
 // Prints "tundrel <command>: <text>" on standard error.
 void error(const std::string& text);

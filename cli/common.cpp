@@ -171,6 +171,16 @@ std::vector<std::string> heldMessages(Run&& run, bool& ok) {
 
 }  // namespace
 
+void readMarkers(const std::string& file, const std::function<void()>& read) {
+    const std::string reason = readReason(file);
+    if (!reason.empty()) throw Failure{"cannot read markers " + file + ": " + reason};
+    try {
+        read();
+    } catch (const arrayWorks::FileError& e) {
+        throw Failure{std::string(e.message) + " (" + file + ")", true};
+    }
+}
+
 bool loadModel(const std::vector<std::string>& files, bool transpose, region& reg, region_fe& reg_fe) {
     for (const std::string& f : files) {
         if (findGeometryFormat(file_extension(f)) == nullptr) {

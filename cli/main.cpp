@@ -118,7 +118,8 @@ int main(int argc, char** argv) {
         }
         return kUsage;
     } catch (const Failure& f) {
-        error(f.message);
+        if (f.libraryText) std::cerr << f.message << '\n';
+        else error(f.message);
         return kFailure;
     } catch (const arrayWorks::GenericError& e) {
         std::cerr << e.message << " (" << e.file << ", line " << e.line << ")\n";

@@ -54,7 +54,7 @@ void addMarkersCommand(CLI::App& app, int& status) {
             return;
         }
         markers set;
-        importMarkers(args->file, set, args->imageHeight);
+        readMarkers(args->file, [&] { importMarkers(args->file, set, args->imageHeight); });
         printMarkers(set, args->json);
     });
 }

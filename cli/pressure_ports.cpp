@@ -1,8 +1,6 @@
 // tundrel pressure-ports
-#include <cerrno>
 #include <cmath>
 #include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <map>
@@ -86,9 +84,8 @@ std::string summary(const std::vector<PortRecord>& ports, bool crossValidated) {
 
 void run(PortsArgs& a, int& status) {
     // The marker file is read by the library only after the model: a file
-    // that cannot be read is refused first, with the reason.
-    if (std::ifstream probe(a.p.markersFile); !probe)
-        throw Failure{"--markers: " + a.p.markersFile + ": " + std::strerror(errno)};
+    // that cannot be opened is refused first.
+    readMarkers(a.p.markersFile, [] {});
     region reg;
     region_fe reg_fe;
     cliHost().beginStage("reading");
@@ -116,7 +113,7 @@ void run(PortsArgs& a, int& status) {
             run = std::move(*asked);
         }
         cliHost().beginStage("computing");
-        r = buildPressurePorts(field, a.field, run);
+        readMarkers(run.markersFile, [&] { r = buildPressurePorts(field, a.field, run); });
         if (r || !cliHost().interactive) break;
         std::cerr << r.message << '\n';
     }

@@ -163,7 +163,7 @@ TEST(Cli, FieldCommandsWriteTheNewFieldOrTheRefusal) {
              {"pressure-ports " + in + " " + none + " --deflexion 0.01 --markers " + dir.file("far.apm"), 1,
               "Deflextion has small value"},
              {"pressure-ports " + in + " " + none + " --deflexion 1 --markers " + dir.file("absent.apm"), 1,
-              "--markers: " + dir.file("absent.apm") + ": No such file or directory"}}) {
+              "cannot read markers " + dir.file("absent.apm") + ": No such file or directory"}}) {
         r = runCli(args);
         EXPECT_EQ(r.status, status) << args;
         EXPECT_NE(r.out.find(says), std::string::npos) << args << ": " << r.out;

@@ -144,7 +144,10 @@ void crossValidatePorts(std::vector<PortRecord>& ports, int order) {
         if (ports[k].use == PortUse::used) used.push_back(k);
     std::vector<z::zVec<double>> points;
     std::vector<double> values;
+    const auto total = static_cast<std::int64_t>(used.size());
+    std::int64_t done = 0;
     for (std::size_t left : used) {
+        host().progress(done++, total);
         points.clear();
         values.clear();
         for (std::size_t k : used)
@@ -161,6 +164,7 @@ void crossValidatePorts(std::vector<PortRecord>& ports, int order) {
         record.predicted = others(z::zVec<double>(record.px, record.py, record.pz));
         record.predictionError = record.predicted - record.value;
     }
+    host().progress(total, total);
 }
 
 std::string checkParameters(const PressurePortsParameters& p) {

@@ -138,7 +138,7 @@ TUNDREL_API std::optional<PressurePortsParameters> askPressurePorts(const FieldM
 // built with the same order from the other used ports, evaluated at its
 // projection, goes into `predicted` and `predictionError`. Where the others
 // cannot carry the order (too few, or a system without solution) both stay
-// NaN. Cost: one approximation per used port.
+// NaN. Cost: one approximation per used port; progress goes to the host.
 TUNDREL_API void crossValidatePorts(std::vector<PortRecord>& ports, int order);
 
 namespace pressure_ports_messages {
