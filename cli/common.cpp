@@ -197,7 +197,10 @@ bool loadModel(const std::vector<std::string>& files, bool transpose, region& re
             error(f + ": no patches in the file");
             return false;
         }
-        if (ok) continue;
+        if (ok) {
+            for (const std::string& m : shown) std::cerr << m << " (" << f << ")\n";
+            continue;
+        }
         const std::string text = joinedNames(shown);
         if (text.empty()) error("cannot read " + where);
         else std::cerr << text << " (" << where << ")\n";
