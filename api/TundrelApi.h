@@ -8,6 +8,7 @@
 #include "api/ngeo.h"
 #include "api/host.h"
 #include "api/formats/formats.h"
+#include "api/formats/safe_write.h"
 #include "api/mesh/mesh.h"
 #include "api/field_selection.h"
 #include "api/fields/fields.h"

@@ -1,33 +1,23 @@
 // tundrel markers
-#include <charconv>
-#include <cmath>
 #include <iomanip>
 #include <iostream>
-#include <sstream>
+#include <nlohmann/json.hpp>
 
 #include "cli/cli.h"
-#include "cli/json.h"
 
 namespace tundrel::cli {
 
 namespace {
 
-
-
-
 void printMarkers(const markers& set, bool json) {
     std::ostream& o = std::cout;
     if (json) {
-        o << "{\"name\": " << jsonString(set.name) << ", \"hasX\": " << jsonBool(set.hasX)
-          << ", \"hasY\": " << jsonBool(set.hasY) << ", \"hasZ\": " << jsonBool(set.hasZ)
-          << ", \"hasValue\": " << jsonBool(set.hasValue) << ", \"markers\": [";
-        for (int i = 0; i < set.count(); ++i) {
-            const marker& m = set[i];
-            o << (i ? ", " : "") << "{\"number\": " << m.number << ", \"x\": " << jsonNumber(m.x)
-              << ", \"y\": " << jsonNumber(m.y) << ", \"z\": " << jsonNumber(m.z)
-              << ", \"value\": " << jsonNumber(m.value) << ", \"active\": " << jsonBool(m.active) << "}";
-        }
-        o << "]}\n";
+        nlohmann::ordered_json j{{"name", set.name}, {"hasX", set.hasX}, {"hasY", set.hasY}, {"hasZ", set.hasZ},
+                                 {"hasValue", set.hasValue}, {"markers", nlohmann::ordered_json::array()}};
+        for (const marker& m : set.list)
+            j["markers"].push_back({{"number", m.number}, {"x", m.x}, {"y", m.y}, {"z", m.z}, {"value", m.value},
+                                    {"active", m.active}});
+        o << j.dump() << '\n';
         return;
     }
     o << "name: " << set.name << '\n'
@@ -50,9 +40,10 @@ void addMarkersCommand(CLI::App& app, int& status) {
     };
     auto args = std::make_shared<MarkersArgs>();
     CLI::App* cmd = app.add_subcommand("markers", "Print the markers of a marker file (mpt, inm, apm, mrk)");
-    cmd->add_option("file", args->file, "FILE")->required();
+    cmd->add_option("file", args->file, "FILE")->required()->check(markerFile());
     cmd->add_flag("--json", args->json, "One JSON object");
     cmd->add_option("--image-height", args->imageHeight, "Image height for the row flip of inm files")
+        ->check(intIn(0, kAnyCount))
         ->capture_default_str();
     cmd->callback([args, &status] {
         if (findMarkerFormat(markerFileExtension(args->file)) == nullptr) {
@@ -63,7 +54,7 @@ void addMarkersCommand(CLI::App& app, int& status) {
             return;
         }
         markers set;
-        importMarkers(args->file, set, args->imageHeight);
+        readMarkers(args->file, [&] { importMarkers(args->file, set, args->imageHeight); });
         printMarkers(set, args->json);
     });
 }

@@ -2,136 +2,161 @@
 #include <cmath>
 #include <iomanip>
 #include <iostream>
-#include <sstream>
+#include <limits>
+#include <map>
+#include <nlohmann/json.hpp>
 
 #include "cli/cli.h"
-#include "cli/json.h"
 
 namespace tundrel::cli {
 
-void addWriteOptions(CLI::App& cmd, WriteOptions& w) {
-    cmd.add_option("--precision", w.precision, "Digits written for every number")->capture_default_str();
-    cmd.add_flag("--scientific", w.scientific, "Scientific notation instead of fixed");
-    cmd.add_flag("--split", w.split, "One file per patch: NAME_1.EXT, NAME_2.EXT, ...");
-    cmd.add_flag("--binary", w.binary, "Binary data where the format has them (VTK: appended raw)");
-}
-
 namespace {
 
-// "apt, fld, dat, wrl": the extensions of the format table.
-std::string geometryExtensions() {
-    std::string list;
-    for (const GeometryFormat& f : geometryFormats())
-        for (std::string_view e : f.extensions) list += (list.empty() ? "" : ", ") + std::string(e);
-    return list;
-}
+using Json = nlohmann::ordered_json;
 
-}  // namespace
+// A number, or null for NaN and infinities.
+Json number(double v) { return std::isfinite(v) ? Json(v) : Json(nullptr); }
 
-bool loadModel(const std::vector<std::string>& files, bool transpose, region& reg, region_fe& reg_fe) {
-    for (const std::string& f : files) {
-        if (!import_data(f, transpose, reg, reg_fe)) {
-            if (tundrel::findGeometryFormat(file_extension(f)) == nullptr)
-                std::cerr << "tundrel: " << f << ": unknown file format (" << geometryExtensions() << ")\n";
-            return false;
+// Minimum, maximum and mean over the nodes that have a value, and how many
+// have none (below the no-value threshold).
+struct Statistics {
+    double min = std::numeric_limits<double>::infinity();
+    double max = -std::numeric_limits<double>::infinity();
+    double sum = 0.0;
+    long long values = 0, noValue = 0;
+
+    void add(const NodeVariable& v, std::size_t nodes) {
+        for (std::size_t n = 0; n < std::min(nodes, v.values.size()); ++n) {
+            const double d = v.values[n];
+            if (d < kNoValueBelow) {
+                ++noValue;
+                continue;
+            }
+            min = std::min(min, d);
+            max = std::max(max, d);
+            sum += d;
+            ++values;
         }
     }
-    return true;
-}
+    double mean() const { return values > 0 ? sum / static_cast<double>(values) : std::nan(""); }
+};
 
-bool saveModel(const std::string& file, const WriteOptions& w, region& reg, region_fe& reg_fe) {
-    const GeometryFormat* format = findGeometryFormat(file_extension(file));
-    if (w.binary && format != nullptr && format->writeBinary == nullptr)
-        std::cerr << "tundrel: warning: " << file << ": " << format->name << " has no binary form, written as text\n";
-    return exportGeometry(file, {w.precision, w.scientific, w.split, w.binary}, reg, reg_fe);
-}
-
-namespace {
-
-
-
-template <class Patch>
-std::vector<std::string> variableNames(const Patch& p) {
-    std::vector<std::string> names;
-    for (const auto& v : p.variables) names.push_back(v ? v->name : std::string());
-    return names;
-}
-
-std::string jsonNames(const std::vector<std::string>& names) {
-    std::string s = "[";
-    for (std::size_t i = 0; i < names.size(); ++i) s += (i ? ", " : "") + jsonString(names[i]);
-    return s + "]";
-}
-
-void printInfo(const region& reg, const region_fe& reg_fe, bool json) {
+Json describe(const std::string& file, const region& reg, const region_fe& reg_fe) {
     // The title and flow conditions come from the region, or from the face
     // mesh when the region is empty.
     const bool structured = reg.patchCount() > 0 || reg_fe.patchCount() == 0;
-    const std::string& title = structured ? reg.name : reg_fe.name;
-    const double mach = structured ? reg.Mach : reg_fe.Mach;
-    const double alpha = structured ? reg.alpha : reg_fe.alpha;
-    const double beta = structured ? reg.beta : reg_fe.beta;
-    std::ostream& o = std::cout;
-    if (json) {
-        o << "{\"title\": " << jsonString(title) << ", \"mach\": " << jsonNumber(mach)
-          << ", \"alpha\": " << jsonNumber(alpha) << ", \"beta\": " << jsonNumber(beta) << ", \"patches\": [";
-        for (int k = 0; k < reg.patchCount(); ++k) {
-            const StructPatch& p = reg.patch(k);
-            o << (k ? ", " : "") << "{\"name\": " << jsonString(p.name) << ", \"I\": " << p.I << ", \"J\": " << p.J
-              << ", \"K\": " << p.K << ", \"variables\": " << jsonNames(variableNames(p)) << "}";
+    const GeometryFormat* format = findGeometryFormat(file_extension(file));
+    Json j;
+    j["file"] = file;
+    j["format"] = format ? std::string(format->name) : std::string();
+    j["title"] = structured ? reg.name : reg_fe.name;
+    j["mach"] = number(structured ? reg.Mach : reg_fe.Mach);
+    j["alpha"] = number(structured ? reg.alpha : reg_fe.alpha);
+    j["beta"] = number(structured ? reg.beta : reg_fe.beta);
+    long long nodes = 0, faces = 0, cells = 0;
+    std::vector<std::string> order;  // variable names in the order first met
+    std::map<std::string, Statistics> stats;
+    auto gather = [&](const PatchBase& p, std::size_t count, Json& out) {
+        Json names = Json::array();
+        for (int k = 0; k < p.variableCount(); ++k) {
+            const NodeVariable& v = p.variable(k);
+            names.push_back(v.name);
+            if (!stats.count(v.name)) order.push_back(v.name);
+            stats[v.name].add(v, count);
         }
-        o << "], \"face_patches\": [";
-        for (int k = 0; k < reg_fe.patchCount(); ++k) {
-            const FacePatch& p = reg_fe.patch(k);
-            o << (k ? ", " : "") << "{\"name\": " << jsonString(p.name) << ", \"nodes\": " << p.nodes
-              << ", \"faces\": " << p.faces << ", \"variables\": " << jsonNames(variableNames(p)) << "}";
-        }
-        o << "]}\n";
-        return;
-    }
-    o << "title: " << title << "\nMach: " << mach << "  alpha: " << alpha << "  beta: " << beta << '\n';
-    o << "structured patches: " << reg.patchCount() << '\n';
+        out["variables"] = names;
+    };
+    j["patches"] = Json::array();
     for (int k = 0; k < reg.patchCount(); ++k) {
         const StructPatch& p = reg.patch(k);
-        o << "  [" << k << "] " << (p.name.empty() ? "(no name)" : p.name) << "  I=" << p.I << " J=" << p.J
-          << " K=" << p.K << "  variables:";
-        for (const auto& n : variableNames(p)) o << ' ' << n;
-        o << '\n';
+        Json o{{"name", p.name}, {"I", p.I}, {"J", p.J}, {"K", p.K}};
+        gather(p, static_cast<std::size_t>(std::max(p.N, 0)), o);
+        nodes += std::max(p.N, 0);
+        cells += static_cast<long long>(std::max(p.I - 1, 0)) * std::max(p.J - 1, 0) * std::max(p.K, 1);
+        j["patches"].push_back(o);
     }
-    o << "face patches: " << reg_fe.patchCount() << '\n';
+    j["face_patches"] = Json::array();
     for (int k = 0; k < reg_fe.patchCount(); ++k) {
         const FacePatch& p = reg_fe.patch(k);
-        o << "  [" << k << "] " << (p.name.empty() ? "(no name)" : p.name) << "  nodes=" << p.nodes
-          << " faces=" << p.faces << "  variables:";
-        for (const auto& n : variableNames(p)) o << ' ' << n;
-        o << '\n';
+        Json o{{"name", p.name}, {"nodes", p.nodes}, {"faces", p.faces}};
+        gather(p, static_cast<std::size_t>(std::max(p.nodes, 0)), o);
+        nodes += std::max(p.nodes, 0);
+        faces += std::max(p.faces, 0);
+        j["face_patches"].push_back(o);
     }
+    j["nodes"] = nodes;
+    j["faces"] = faces;
+    j["cells"] = cells;
+    Json fields = Json::array();
+    for (const std::string& name : order) {
+        const Statistics& s = stats[name];
+        fields.push_back({{"name", name},
+                          {"min", number(s.min)},
+                          {"max", number(s.max)},
+                          {"mean", number(s.mean())},
+                          {"no_value", s.noValue}});
+    }
+    j["fields"] = fields;
+    return j;
+}
+
+std::string text(const Json& v) {
+    if (v.is_null()) return "-";
+    if (v.is_string()) return v.get<std::string>();
+    std::ostringstream o;
+    o << std::setprecision(6) << v.get<double>();
+    return o.str();
+}
+
+void printText(const Json& j) {
+    std::ostream& o = std::cout;
+    o << "file: " << j["file"].get<std::string>() << " (" << j["format"].get<std::string>() << ")\n"
+      << "title: " << j["title"].get<std::string>() << "\nMach: " << text(j["mach"]) << "  alpha: " << text(j["alpha"])
+      << "  beta: " << text(j["beta"]) << '\n'
+      << "nodes: " << j["nodes"] << "  faces: " << j["faces"] << "  cells: " << j["cells"] << '\n';
+    auto patchLine = [&](std::size_t k, const Json& p, const std::string& sizes) {
+        const std::string name = p["name"].get<std::string>();
+        o << "  [" << k << "] " << (name.empty() ? "(no name)" : name) << "  " << sizes << "  variables:";
+        for (const Json& n : p["variables"]) o << ' ' << n.get<std::string>();
+        o << '\n';
+    };
+    o << "structured patches: " << j["patches"].size() << '\n';
+    for (std::size_t k = 0; k < j["patches"].size(); ++k) {
+        const Json& p = j["patches"][k];
+        patchLine(k, p, "I=" + p["I"].dump() + " J=" + p["J"].dump() + " K=" + p["K"].dump());
+    }
+    o << "face patches: " << j["face_patches"].size() << '\n';
+    for (std::size_t k = 0; k < j["face_patches"].size(); ++k) {
+        const Json& p = j["face_patches"][k];
+        patchLine(k, p, "nodes=" + p["nodes"].dump() + " faces=" + p["faces"].dump());
+    }
+    o << "fields: name min max mean no-value\n";
+    for (const Json& f : j["fields"])
+        o << "  " << f["name"].get<std::string>() << ' ' << text(f["min"]) << ' ' << text(f["max"]) << ' '
+          << text(f["mean"]) << ' ' << f["no_value"] << '\n';
 }
 
 }  // namespace
 
 void addModelCommands(CLI::App& app, int& status) {
     struct ConvertArgs {
-        std::vector<std::string> files;
+        std::vector<std::string> files;  // IN... OUT
         bool transpose = false;
         WriteOptions w;
     };
     auto conv = std::make_shared<ConvertArgs>();
     CLI::App* convert =
         app.add_subcommand("convert", "Read models (" + geometryExtensions() + ") and write them as one file");
-    convert->add_option("files", conv->files, "IN... OUT")->required()->expected(2, -1);
+    convert->add_option("files", conv->files, "IN... OUT: the models to read, then the model to write")
+        ->required()
+        ->expected(2, -1)
+        ->check(geometryFile(false));
     convert->add_flag("--transpose", conv->transpose, "Exchange the first and second grid directions on reading");
     addWriteOptions(*convert, conv->w);
     convert->callback([conv, &status] {
-        std::vector<std::string> in(conv->files.begin(), conv->files.end() - 1);
-        const std::string& out = conv->files.back();
-        if (tundrel::findGeometryFormat(file_extension(out)) == nullptr) {  // before any reading
-            std::cerr << "tundrel: " << out << ": unknown file format (" << geometryExtensions() << ")\n";
-            status = kFailure;
-            return;
-        }
         region reg;
         region_fe reg_fe;
+        const std::vector<std::string> in(conv->files.begin(), conv->files.end() - 1);
         if (!loadModel(in, conv->transpose, reg, reg_fe) || !saveModel(conv->files.back(), conv->w, reg, reg_fe))
             status = kFailure;
     });
@@ -142,18 +167,30 @@ void addModelCommands(CLI::App& app, int& status) {
         bool transpose = false;
     };
     auto inf = std::make_shared<InfoArgs>();
-    CLI::App* info = app.add_subcommand("info", "Print the title, flow conditions and patches of models");
-    info->add_option("files", inf->files, "FILE...")->required()->expected(1, -1);
-    info->add_flag("--json", inf->json, "One JSON object");
+    CLI::App* info = app.add_subcommand(
+        "info", "Print, per file, the title, flow conditions, patches, node and face counts and field statistics");
+    info->add_option("files", inf->files, "FILE...")->required()->check(geometryFile(false));
+    info->add_flag("--json", inf->json, "JSON: an object for one file, an array of them for several");
     info->add_flag("--transpose", inf->transpose, "Exchange the first and second grid directions on reading");
     info->callback([inf, &status] {
-        region reg;
-        region_fe reg_fe;
-        if (!loadModel(inf->files, inf->transpose, reg, reg_fe)) {
-            status = kFailure;
+        Json all = Json::array();
+        for (const std::string& f : inf->files) {
+            region reg;
+            region_fe reg_fe;
+            if (!loadModel({f}, inf->transpose, reg, reg_fe)) {
+                status = kFailure;
+                continue;
+            }
+            all.push_back(describe(f, reg, reg_fe));
+        }
+        if (inf->json) {
+            std::cout << (inf->files.size() == 1 && all.size() == 1 ? all[0] : all).dump() << '\n';
             return;
         }
-        printInfo(reg, reg_fe, inf->json);
+        for (std::size_t k = 0; k < all.size(); ++k) {
+            if (k > 0) std::cout << '\n';
+            printText(all[k]);
+        }
     });
 }
 

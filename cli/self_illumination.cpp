@@ -1,7 +1,5 @@
 // tundrel self-illumination
 #include <iostream>
-#include <optional>
-#include <sstream>
 
 #include "cli/cli.h"
 #include "cli/host.h"
@@ -9,26 +7,6 @@
 namespace tundrel::cli {
 
 namespace {
-
-// "0,2,5" -> {0, 2, 5}; nothing on a malformed list.
-std::optional<std::vector<int>> patchList(const std::string& text) {
-    std::vector<int> list;
-    std::stringstream in(text);
-    std::string item;
-    while (std::getline(in, item, ',')) {
-        std::size_t used = 0;
-        int k = -1;
-        try {
-            k = std::stoi(item, &used);
-        } catch (const std::exception&) {
-            return std::nullopt;
-        }
-        if (used != item.size() || k < 0) return std::nullopt;
-        list.push_back(k);
-    }
-    if (list.empty()) return std::nullopt;
-    return list;
-}
 
 std::string scalarNames(const FieldMasterD& field) {
     std::string names;
@@ -41,7 +19,8 @@ std::string scalarNames(const FieldMasterD& field) {
 
 void addSelfIlluminationCommand(CLI::App& app, int& status) {
     struct Args {
-        std::string in, out, field, name, patches;
+        std::string in, out, field, name;
+        std::vector<int> patches;
         double ratio = 1.0;
         bool visibility = false;
         WriteOptions w;
@@ -49,45 +28,43 @@ void addSelfIlluminationCommand(CLI::App& app, int& status) {
     auto a = std::make_shared<Args>();
     CLI::App* cmd = app.add_subcommand("self-illumination",
                                        "Remove the light a model reflects onto itself from a field, as a new field");
-    cmd->add_option("in", a->in, "Model to read (apt, fld, dat, wrl)")->required();
-    cmd->add_option("out", a->out, "Model to write, with the new field")->required();
+    cmd->add_option("in", a->in, "Model to read (" + geometryExtensions() + ")")->required()->check(geometryFile(false));
+    cmd->add_option("out", a->out, "Model to write, with the new field")->required()->check(geometryFile(true));
     cmd->add_option("--field", a->field, "Name of the measured field")->required();
-    cmd->add_option("--ratio", a->ratio, "Complete diffusion reflection ratio, 0 to 1")->capture_default_str();
+    cmd->add_option("--ratio", a->ratio, "Complete diffusion reflection ratio, 0 to 1")
+        ->check(numberIn(0.0, 1.0, "a number from 0 to 1"))
+        ->capture_default_str();
     cmd->add_flag("--visibility", a->visibility, "Test every pair of nodes for obstruction by the model");
-    cmd->add_option("--name", a->name, "Name of the new field (default FIELD_si)");
-    cmd->add_option("--select-patches", a->patches, "Only these patches take part: 0-based, comma-separated");
+    cmd->add_option("--name", a->name, "Name of the new field (default FIELD_si), at most 255 characters")
+        ->check(CLI::Validator(
+            [](std::string& n) { return n.empty() || n.size() > 255 ? std::string("accepts 1 to 255 characters") : ""; },
+            "NAME"));
+    cmd->add_option("--select-patches", a->patches, "Only these patches take part: 0-based, comma-separated")
+        ->delimiter(',')
+        ->check(intIn(0, kAnyCount));
     addWriteOptions(*cmd, a->w);
     cmd->callback([a, &status] {
         region reg;
         region_fe reg_fe;
+        cliHost().beginStage("reading");
         if (!loadModel({a->in}, false, reg, reg_fe)) {
             status = kFailure;
             return;
         }
+        checkWritable(a->out, a->w, reg, reg_fe);  // before the work, not after
         FieldMasterD field;
         z::ambientFlow flow;
         Region_to_fieldMaster(reg, reg_fe, field, flow);
         const int source = field.findFunction(a->field);
         if (source < 0 || field.scalar(source) == nullptr) {
-            std::cerr << "tundrel: " << a->in << " has no field " << a->field << " (fields: " << scalarNames(field)
-                      << ")\n";
-            status = kFailure;
-            return;
+            throw Failure{a->in + " has no field " + a->field + " (fields: " + scalarNames(field) + ")"};
         }
         if (!a->patches.empty()) {
-            const auto list = patchList(a->patches);
-            if (!list) {
-                std::cerr << "tundrel: --select-patches: not a list of patch numbers: " << a->patches << '\n';
-                status = kFailure;
-                return;
-            }
             auto& selection = field.selection();
-            for (int b : *list) {
+            for (int b : a->patches) {
                 if (b >= field.blockCount()) {
-                    std::cerr << "tundrel: --select-patches: no patch " << b << " (the model has "
-                              << field.blockCount() << ")\n";
-                    status = kFailure;
-                    return;
+                    throw Failure{"--select-patches: no patch " + std::to_string(b) + " (the model has " +
+                                  std::to_string(field.blockCount()) + ", numbered from 0)"};
                 }
                 for (int n = 0; n < field.nodeCount(b); ++n) selection.at(b, n) = 1;
             }
@@ -103,6 +80,7 @@ void addSelfIlluminationCommand(CLI::App& app, int& status) {
             status = kFailure;
             return;
         }
+        cliHost().beginStage("computing");
         const SelfIlluminationResult r = selfIlluminate(field, a->field, p);
         if (!r) {
             std::cerr << (r.message.empty() ? "tundrel: self-illumination: nothing computed" : r.message) << '\n';
@@ -110,7 +88,9 @@ void addSelfIlluminationCommand(CLI::App& app, int& status) {
             return;
         }
         fieldMaster_to_Region(field, flow, reg, reg_fe);
+        cliHost().beginStage("writing");
         if (!saveModel(a->out, a->w, reg, reg_fe)) status = kFailure;
+        cliHost().finishStages("tundrel self-illumination: ", settings().quiet);
     });
 }
 

@@ -51,12 +51,29 @@ private:
     static constexpr std::size_t kSlice = 4096;
     std::int64_t total_;
 };
+// A record per marker, before projection: inactive ones stay so, active ones
+// start as not projected.
+std::vector<PortRecord> portRecords(const markers& set) {
+    std::vector<PortRecord> records(static_cast<std::size_t>(set.count()));
+    for (int i = 0; i < set.count(); ++i) {
+        const marker& m = set[i];
+        PortRecord& r = records[static_cast<std::size_t>(i)];
+        r.number = m.number;
+        r.x = m.x;
+        r.y = m.y;
+        r.z = m.z;
+        r.value = m.value;
+        r.use = m.active ? PortUse::notProjected : PortUse::inactive;
+    }
+    return records;
+}
 
 // Steps 6 to 10: the new function, or the message of a failure.
 PressurePortsResult buildField(FieldMasterD& field, const std::string& fieldName, const std::string& newName,
                                const markers& set, const PressurePortsParameters& p) {
     PressurePortsResult r;
     r.facts.markers = set.count();
+    std::vector<PortRecord> records = portRecords(set);
     const Surface surface(field);
     PortsProgress progress(surface.nodeCount());
     if (progress.stop(0)) return PressurePortsResult::stoppedEarly();
@@ -75,22 +92,40 @@ PressurePortsResult buildField(FieldMasterD& field, const std::string& fieldName
 
     std::vector<z::zVec<double>> ports;
     std::vector<double> values;
+    std::vector<std::size_t> usedRecords;
     for (const MarkerProjection& m : projected) {
+        PortRecord& record = records[static_cast<std::size_t>(m.marker)];
+        record.px = m.x;
+        record.py = m.y;
+        record.pz = m.z;
+        record.distance = m.distance;
+        record.use = PortUse::beyondDeflexion;
         if (m.distance * m.distance > allowed2) continue;
         ports.emplace_back(m.x, m.y, m.z);
         const double v = set[m.marker].value;
+        record.use = v < kNoValueBelow ? PortUse::noValue : PortUse::used;
         if (!(v < kNoValueBelow)) values.push_back(v);
+        usedRecords.push_back(static_cast<std::size_t>(m.marker));
     }
     if (ports.empty()) return PressurePortsResult::refused(msg::kNoProjection);
     r.facts.used = static_cast<int>(ports.size());
 
     PortApproximation approximation;
     switch (approximation.build(ports, values, p.order)) {
-        case ApproximationStatus::SizesDiffer: return PressurePortsResult::refused(msg::kSizes);
+        case ApproximationStatus::SizesDiffer: {
+            PressurePortsResult refused = PressurePortsResult::refused(msg::kSizes);
+            refused.facts = std::move(r.facts);
+            refused.facts.ports = std::move(records);
+            return refused;
+        }
         case ApproximationStatus::Unsolvable: return PressurePortsResult::refused(msg::kUnsolvable);
         case ApproximationStatus::Solved: break;
     }
     if (progress.stop(2)) return PressurePortsResult::stoppedEarly();
+    for (std::size_t k : usedRecords) {
+        PortRecord& record = records[k];
+        record.fieldValue = approximation(z::zVec<double>(record.px, record.py, record.pz));
+    }
 
     const std::size_t n = surface.nodeCount();
     std::vector<double> result(n);
@@ -102,6 +137,7 @@ PressurePortsResult buildField(FieldMasterD& field, const std::string& fieldName
     arrayWorks::ScalarFunction& added = field.addScalar(newName, arrayWorks::kNoValue);
     std::copy(result.begin(), result.end(), added.data());
     r.function = &added;
+    r.facts.ports = std::move(records);
     return r;
 }
 
@@ -117,6 +153,46 @@ PressurePortsResult construct(FieldMasterD& field, const std::string& fieldName,
 }
 
 }  // namespace
+
+const char* portUseName(PortUse use) noexcept {
+    switch (use) {
+        case PortUse::used: return "used";
+        case PortUse::inactive: return "inactive";
+        case PortUse::notProjected: return "not projected";
+        case PortUse::beyondDeflexion: return "beyond deflexion";
+        case PortUse::noValue: return "no value";
+    }
+    return "";
+}
+
+void crossValidatePorts(std::vector<PortRecord>& ports, int order) {
+    std::vector<std::size_t> used;
+    for (std::size_t k = 0; k < ports.size(); ++k)
+        if (ports[k].use == PortUse::used) used.push_back(k);
+    std::vector<z::zVec<double>> points;
+    std::vector<double> values;
+    const auto total = static_cast<std::int64_t>(used.size());
+    std::int64_t done = 0;
+    for (std::size_t left : used) {
+        host().progress(done++, total);
+        points.clear();
+        values.clear();
+        for (std::size_t k : used)
+            if (k != left) {
+                points.emplace_back(ports[k].px, ports[k].py, ports[k].pz);
+                values.push_back(ports[k].value);
+            }
+        PortRecord& record = ports[left];
+        PortApproximation others;
+        if (points.empty() || others.build(points, values, order) != ApproximationStatus::Solved) {
+            record.predicted = record.predictionError = PortRecord::none;
+            continue;
+        }
+        record.predicted = others(z::zVec<double>(record.px, record.py, record.pz));
+        record.predictionError = record.predicted - record.value;
+    }
+    host().progress(total, total);
+}
 
 std::string checkParameters(const PressurePortsParameters& p) {
     using D = PressurePortsDialog;

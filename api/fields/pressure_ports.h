@@ -2,8 +2,10 @@
 // from the values of pressure ports read from a marker file.
 #pragma once
 
+#include <limits>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "api/export.h"
 #include "api/field_selection.h"
@@ -71,11 +73,41 @@ inline PressurePortsParameters pressurePortsDefaults(const std::string& fieldNam
 // not kept).
 TUNDREL_API PressurePortsParameters& pressurePortsParameters();
 
+// What became of one marker of the set in a run.
+enum class PortUse {
+    used,             // its value took part in the field
+    inactive,         // switched off in the marker file
+    notProjected,     // active, but its projection missed the surface
+    beyondDeflexion,  // farther from the surface than the maximum deflexion
+    noValue,          // within the deflexion, but its value is the no-value mark
+};
+// "used", "inactive", "not projected", "beyond deflexion", "no value".
+TUNDREL_API const char* portUseName(PortUse use) noexcept;
+
+// One marker of the set, in the set's order. Numbers that do not apply are
+// NaN (the projection of a marker that missed the surface, the field's value
+// of a port that was not used, the prediction before crossValidatePorts).
+struct PortRecord {
+    static constexpr double none = std::numeric_limits<double>::quiet_NaN();
+    int number = 0;                    // the marker's own number
+    double x = 0.0, y = 0.0, z = 0.0;  // as read (absent coordinates are 0)
+    double px = none, py = none, pz = none;  // its projection on the surface
+    double distance = none;  // from the marker to its projection
+    PortUse use = PortUse::inactive;
+    double value = 0.0;                // the port's reading
+    double fieldValue = none;  // the new field at the projection
+    double predicted = none;  // the field of the other used ports at the projection
+    double predictionError = none;  // predicted - value
+};
+
 // What a run found.
 struct PressurePortsFacts {
     int markers = 0;    // in the set
     int projected = 0;  // active markers that met the surface
     int used = 0;       // of those, within the maximum deflexion
+    // A record per marker. Filled on success, and when the ports' values do
+    // not match them ("Error 1"), to tell which ports have no value.
+    std::vector<PortRecord> ports;
 };
 using PressurePortsResult = CoreResult<PressurePortsFacts>;
 
@@ -101,6 +133,13 @@ TUNDREL_API PressurePortsResult buildPressurePorts(FieldMasterD& field, const st
 // of the file; nothing on Cancel.
 TUNDREL_API std::optional<PressurePortsParameters> askPressurePorts(const FieldMasterD& field,
                                                                     PressurePortsParameters& values);
+
+// Leave-one-out check of a run's records: for each used port, the field
+// built with the same order from the other used ports, evaluated at its
+// projection, goes into `predicted` and `predictionError`. Where the others
+// cannot carry the order (too few, or a system without solution) both stay
+// NaN. Cost: one approximation per used port; progress goes to the host.
+TUNDREL_API void crossValidatePorts(std::vector<PortRecord>& ports, int order);
 
 namespace pressure_ports_messages {
 inline constexpr const char* kNoFunction = "Function is absent in the markers file";

@@ -43,16 +43,18 @@ constexpr std::string_view kVtk[] = {"vtm", "vts", "vtp"};
 // format's own reader and writer signature.
 const tundrel::GeometryFormat kFormats[] = {
     {"APT", kApt, true, false, [](std::string_view t, region& r, region_fe&) { return read_apt_text(t, r); },
-     kAptCannotOpen, write_apt, nullptr, nullptr},
+     kAptCannotOpen, write_apt, nullptr, nullptr, {.fields = false, .title = false, .flow = false}},
     {"FLD", kFld, true, false, [](std::string_view t, region& r, region_fe&) { return read_fld_text(t, r); },
      kFldCannotOpen,
      [](const std::string& f, region& r, region_fe&, int first, int last, int precision, bool scientific) {
          return write_fld(f, r, first, last, precision, scientific);
      },
-     nullptr, nullptr},
-    {"DAT", kDat, true, true, read_dat_text, kDatCannotOpen, write_dat, nullptr, nullptr},
-    {"VRML", kWrl, false, true, read_vrml_text, kVrmlCannotOpen, write_vrml, nullptr, nullptr},
-    {"VTK", kVtk, true, true, read_vtk_text, kVtkCannotOpen, write_vtk, read_vtk_file, write_vtk_binary},
+     nullptr, nullptr, {}},
+    {"DAT", kDat, true, true, read_dat_text, kDatCannotOpen, write_dat, nullptr, nullptr,
+     {.flowNeedsMach = true, .noValue = false}},
+    {"VRML", kWrl, false, true, read_vrml_text, kVrmlCannotOpen, write_vrml, nullptr, nullptr,
+     {.fields = false, .flow = false}},
+    {"VTK", kVtk, true, true, read_vtk_text, kVtkCannotOpen, write_vtk, read_vtk_file, write_vtk_binary, {}},
 };
 
 }  // namespace

@@ -34,6 +34,17 @@ TUNDREL_API std::shared_ptr<StructPatch> transpose_patch(const StructPatch& p);
 
 namespace tundrel {
 
+// What a file of a format keeps of a model beyond its geometry, so that a
+// front end can say what a conversion loses. A format that does not describe
+// itself keeps everything.
+struct GeometryFormatHolds {
+    bool fields = true;         // variables other than x, y, z
+    bool title = true;
+    bool flow = true;           // Mach, alpha, beta
+    bool flowNeedsMach = false; // the flow conditions are written only when Mach > 0
+    bool noValue = true;        // false: no-value nodes are written as 0
+};
+
 // One geometry format of the table import_data and export_data dispatch
 // through.
 struct GeometryFormat {
@@ -56,6 +67,7 @@ struct GeometryFormat {
     // Writes the export items first..last with binary data; nullptr for a
     // format that is text only.
     bool (*writeBinary)(const std::string& file, region& reg, region_fe& reg_fe, int first, int last);
+    GeometryFormatHolds holds{};
 };
 
 // How exportGeometry writes: the number format of text, one file per item,

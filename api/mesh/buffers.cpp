@@ -227,6 +227,17 @@ int mirrorPatch(region_fe& r, int k, MirrorPlane plane) {
     return count;
 }
 
+void carryVariables(const FacePatch& from, FacePatch& to) {
+    if (from.nodes != to.nodes) throw arrayWorks::IndexError(arrayWorks::source::ngeo, __LINE__);
+    for (int v = 0; v < from.variableCount(); ++v) {
+        const NodeVariable& source = from.variable(v);
+        if (to.findVariable(source.name) != nullptr) continue;
+        const double* values = nodeValues(source, from.nodes);
+        NodeVariable& added = to.addVariable(source.name);
+        std::copy(values, values + from.nodes, added.values.begin());
+    }
+}
+
 }  // namespace tundrel::mesh
 
 void AddBlock_to_buf(region_fe& src, region_fe& buf, int k) {

@@ -100,4 +100,12 @@ enum class MirrorPlane { xy, yz, xz };
 // lacks one of "x", "y", "z" (nothing is appended then).
 TUNDREL_API int mirrorPatch(region_fe& r, int k, MirrorPlane plane);
 
+// Gives patch `to` (the mirror image of `from`, or any patch with the same
+// nodes) every variable of `from` it lacks, with from's values node by node,
+// appended in from's order; the variables `to` has keep their values. So an
+// image made by mirrorPatch carries the fields of its source (scalars: the
+// same value at the mirrored node). Throws IndexError when the node counts
+// differ.
+TUNDREL_API void carryVariables(const FacePatch& from, FacePatch& to);
+
 }  // namespace tundrel::mesh

@@ -44,9 +44,10 @@ TEST_F(MeshCommands, WriteWhatTheOperationsMake) {
 
 TEST_F(MeshCommands, RefusalsAndBadUsage) {
     for (const auto& [args, status, says] :
-         {std::tuple{"merge --into 0 --from 0", 1, "cannot be merged into itself"},
+         {std::tuple{"merge --into 0 --from 0", 2, "--from: a patch cannot be merged into itself"},
           {"merge --into 0 --from 2", 1, "no face patch 2"}, {"refine --patches 0,5", 1, "no face patch 5"},
-          {"mirror --patch -1", 1, "no face patch -1"}, {"refine --times -1", 2, ""},
+          {"mirror --patch -1", 2, "--patch: accepts a whole number 0 or above"}, {"refine --times -1", 2, "--times"},
+          {"refine --times 16", 1, "not enough memory for refine --times 16: needs about"},
           {"mirror --patch 0 --plane ab", 2, ""}, {"merge --into 0", 2, ""}}) {
         const testutil::CliRun r = testutil::runCli(std::string(args) + " " + wing + " " + dir.file("refused.apt"));
         EXPECT_EQ(r.status, status) << args << "\n" << r.out;

@@ -74,8 +74,9 @@ struct CliRun {
     std::string out;
 };
 
-inline CliRun runCli(const std::string& args) {
-    const std::string cmd = std::string(TUNDREL_CLI) + " " + args + " 2>&1";
+// `shell` runs before the command in the same shell (e.g. "ulimit -f 1;").
+inline CliRun runCli(const std::string& args, const std::string& shell = "") {
+    const std::string cmd = shell + std::string(TUNDREL_CLI) + " " + args + " 2>&1";
     CliRun r{-1, {}};
     FILE* p = ::popen(cmd.c_str(), "r");
     if (p == nullptr) return r;
