@@ -17,6 +17,7 @@ int main(int argc, char** argv) {
     tundrel::cli::addMeshCommands(app, status);
     tundrel::cli::addPressurePortsCommand(app, status);
     tundrel::cli::addSelfIlluminationCommand(app, status);
+    tundrel::cli::addRenderCommand(app, status);
 
     try {
         app.parse(argc, argv);

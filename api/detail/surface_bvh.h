@@ -3,6 +3,9 @@
 // and the closest point of the surface.
 #pragma once
 
+#include <embree3/rtcore.h>
+
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -43,6 +46,12 @@ public:
 
     // The closest point of the surface to p within maxDistance.
     std::optional<SurfaceHit> closestPoint(const double p[3], double maxDistance) const;
+
+    // Embree's scene, for callers that trace rays of their own (packets).
+    // Its vertices are the surface's positions minus origin(), in single
+    // precision. Safe to trace from several threads.
+    RTCScene scene() const noexcept;
+    std::array<double, 3> origin() const noexcept;
 
 private:
     struct Impl;

@@ -226,6 +226,12 @@ SurfaceBvh::SurfaceBvh(const Surface& surface) : impl_(std::make_unique<Impl>(su
 
 SurfaceBvh::~SurfaceBvh() = default;
 
+RTCScene SurfaceBvh::scene() const noexcept { return impl_->scene; }
+
+std::array<double, 3> SurfaceBvh::origin() const noexcept {
+    return {impl_->centre[0], impl_->centre[1], impl_->centre[2]};
+}
+
 bool SurfaceBvh::occluded(std::int32_t a, std::int32_t b) const {
     const Impl& m = *impl_;
     const std::size_t n = m.s.nodeCount();
