@@ -24,8 +24,10 @@ struct SurfaceHit {
 class SurfaceBvh {
 public:
     // Builds the hierarchy over surface.triangles at surface.x/y/z. The
-    // arrays the surface views must outlive the hierarchy.
-    explicit SurfaceBvh(const Surface& surface);
+    // arrays the surface views must outlive the hierarchy. Without
+    // weldSeams, the obstruction tests see seam nodes of neighbouring patches
+    // as distinct nodes (a scene for pictures, built faster).
+    explicit SurfaceBvh(const Surface& surface, bool weldSeams = true);
     ~SurfaceBvh();
     SurfaceBvh(const SurfaceBvh&) = delete;
     SurfaceBvh& operator=(const SurfaceBvh&) = delete;

@@ -215,7 +215,7 @@ struct FieldRenderer::Impl {
     SurfaceBvh bvh;
     std::atomic<std::uint64_t> rays{0};
 
-    explicit Impl(const FieldMasterD& field) : surface(field), bvh(surface) {}
+    explicit Impl(const FieldMasterD& field) : surface(field), bvh(surface, false) {}
 };
 
 FieldRenderer::FieldRenderer(const FieldMasterD& field) : impl_(std::make_unique<Impl>(field)) {}

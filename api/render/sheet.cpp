@@ -214,9 +214,36 @@ Picture renderPicture(const FieldMasterD& field, const PictureOptions& o) {
         return refuse("the range's low end must be below its high end");
 
     const int W = o.width, H = o.height;
+    SurfacePtr sheet = newSurface(W, H);
+    ContextPtr cr(cairo_create(sheet.get()), &cairo_destroy);
+    if (cairo_status(cr.get()) != CAIRO_STATUS_SUCCESS) return refuse("no memory for the picture");
+    if (!o.transparent) {
+        cairo_set_source_rgb(cr.get(), 1, 1, 1);
+        cairo_paint(cr.get());
+    }
+    cairo_select_font_face(cr.get(), "sans-serif", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
+
+    // The colour bar's band is as wide as its widest number or its label.
     const double font = std::clamp(H / 45.0, 11.0, 28.0);
+    const std::string label = g != nullptr ? o.field + " - " + o.minus : o.field;
+    double barBand = 0.0;
+    if (o.colorBar) {
+        cairo_set_font_size(cr.get(), font);
+        int decimals = 0;
+        std::vector<std::string> numbers = {formatValue(low, -1), formatValue(high, -1)};
+        for (double v : ticks(low, high, decimals)) numbers.push_back(formatValue(v, decimals));
+        double widest = 0.0;
+        for (const std::string& t : numbers) {
+            cairo_text_extents_t e;
+            cairo_text_extents(cr.get(), t.c_str(), &e);
+            widest = std::max(widest, e.x_advance);
+        }
+        cairo_text_extents_t e;
+        cairo_text_extents(cr.get(), label.c_str(), &e);
+        barBand = std::round(std::max(0.8 * font + 1.4 * font + 0.4 * font + widest, 0.8 * font + e.x_advance) +
+                             0.8 * font);
+    }
     const double titleBand = o.title.empty() ? 0.0 : std::round(font * 2.2);
-    const double barBand = o.colorBar ? std::round(font * 8.0) : 0.0;
     const int areaW = std::max(1, static_cast<int>(W - barBand)), areaH = std::max(1, static_cast<int>(H - titleBand));
     const int n = static_cast<int>(o.views.size());
     int cols = 1;
@@ -226,15 +253,6 @@ Picture renderPicture(const FieldMasterD& field, const PictureOptions& o) {
     }
     const int rows = (n + cols - 1) / cols, cellW = areaW / cols, cellH = areaH / rows;
     if (cellW < 1 || cellH < 1) return refuse("the picture's size must be between 16 and 16384 pixels a side");
-
-    SurfacePtr sheet = newSurface(W, H);
-    ContextPtr cr(cairo_create(sheet.get()), &cairo_destroy);
-    if (cairo_status(cr.get()) != CAIRO_STATUS_SUCCESS) return refuse("no memory for the picture");
-    if (!o.transparent) {
-        cairo_set_source_rgb(cr.get(), 1, 1, 1);
-        cairo_paint(cr.get());
-    }
-    cairo_select_font_face(cr.get(), "sans-serif", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
 
     Picture p;
     p.low = low;
@@ -261,7 +279,6 @@ Picture renderPicture(const FieldMasterD& field, const PictureOptions& o) {
     }
     if (o.colorBar) {
         cairo_set_font_size(cr.get(), font);
-        const std::string label = g != nullptr ? o.field + " - " + o.minus : o.field;
         drawColorBar(cr.get(), p.texts, *map, low, high, label, W - barBand + 0.8 * font, titleBand + 2.5 * font,
                      H - 1.5 * font, font);
     }

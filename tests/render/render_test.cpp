@@ -24,7 +24,14 @@ int distance(const std::uint8_t* p, const float rgb[3]) {
     return d;
 }
 
-class PlatePicture : public ::testing::TestWithParam<std::tuple<const char*, tundrel::RayTracing, int>> {};
+struct Case {
+    const char* map;
+    tundrel::RayTracing tracing;
+    int samples;
+    friend void PrintTo(const Case& c, std::ostream* os) { *os << c.map << "_" << int(c.tracing) << "_" << c.samples; }
+};
+
+class PlatePicture : public ::testing::TestWithParam<Case> {};
 
 TEST_P(PlatePicture, GradientFollowsTheMapWithTheNoValueNodeGrey) {
     const auto [mapName, tracing, samples] = GetParam();
@@ -58,9 +65,9 @@ TEST_P(PlatePicture, GradientFollowsTheMapWithTheNoValueNodeGrey) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Maps, PlatePicture,
-                         ::testing::Values(std::tuple{"viridis", tundrel::RayTracing::Packet8, 2},
-                                           std::tuple{"coolwarm", tundrel::RayTracing::Packet16, 3},
-                                           std::tuple{"magma", tundrel::RayTracing::Single, 1}));
+                         ::testing::Values(Case{"viridis", tundrel::RayTracing::Packet8, 2},
+                                           Case{"coolwarm", tundrel::RayTracing::Packet16, 3},
+                                           Case{"magma", tundrel::RayTracing::Single, 1}));
 
 // The sheet: the bar's end values and the field's name are printed (ink in
 // their boxes), the title is there, and bad requests are refused.
