@@ -147,7 +147,7 @@ void drawColorBar(cairo_t* cr, std::vector<TextBox>& texts, const ColorMap& map,
     tick(low, formatValue(low, -1));
     int decimals = 0;
     for (double v : ticks(low, high, decimals))
-        if (std::abs(yOf(v) - yOf(low)) > 1.5 * font && std::abs(yOf(v) - yOf(high)) > 1.5 * font)
+        if (std::abs(yOf(v) - yOf(low)) > 2.0 * font && std::abs(yOf(v) - yOf(high)) > 2.0 * font)
             tick(v, formatValue(v, decimals));
 }
 
