@@ -44,7 +44,7 @@ std::optional<std::pair<int, int>> sizeOf(const std::string& text) {
     const std::size_t x = text.find_first_of("xX");
     if (x == std::string::npos) return std::nullopt;
     const auto w = number(text.substr(0, x)), h = number(text.substr(x + 1));
-    if (!w || !h || *w != std::floor(*w) || *h != std::floor(*h) || *w < 16 || *h < 16 || *w > 16384 || *h > 16384)
+    if (!w || !h || *w != std::floor(*w) || *h != std::floor(*h) || *w < 16 || *h < 16 || *w > 8192 || *h > 8192)
         return std::nullopt;
     return std::pair{static_cast<int>(*w), static_cast<int>(*h)};
 }
@@ -106,8 +106,8 @@ void addRenderCommand(CLI::App& app, int& status) {
         ->check(check([](const std::string& t) { const auto z = number(t); return z && *z > 0 && *z <= 1000; },
                       "not a factor above 0"))
         ->capture_default_str();
-    cmd->add_option("--size", a->size, "Picture size WxH in pixels, 16 to 16384 a side")
-        ->check(check([](const std::string& t) { return sizeOf(t).has_value(); }, "not WxH in pixels, 16 to 16384"))
+    cmd->add_option("--size", a->size, "Picture size WxH in pixels, 16 to 8192 a side")
+        ->check(check([](const std::string& t) { return sizeOf(t).has_value(); }, "not WxH in pixels, 16 to 8192"))
         ->capture_default_str();
     cmd->add_option("--range", a->range, "LO,HI: values at the ends of the colour map (default: the field's range)")
         ->check(check([](const std::string& t) { return rangeOf(t).has_value(); }, "not two numbers LO,HI with LO < HI"));

@@ -138,7 +138,7 @@ TUNDREL_API std::string pictureTitle(const std::string& modelTitle, double mach,
 // ticks, numbers and the field's name on the right, the title line above.
 // Refused (a message, no image) for a field the container does not hold as
 // a scalar, a field with no value at any node, an unknown colour map, a size
-// below 16 x 16 or above 16384 x 16384, samples outside 1..8, or a range
+// below 16 or above 8192 pixels a side, samples outside 1..8, or a range
 // whose low end is not below its high end.
 TUNDREL_API Picture renderPicture(const FieldMasterD& field, const PictureOptions& options);
 // The same for a model, moved into a container on the way.

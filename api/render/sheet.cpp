@@ -17,7 +17,7 @@ namespace {
 using SurfacePtr = std::unique_ptr<cairo_surface_t, decltype(&cairo_surface_destroy)>;
 using ContextPtr = std::unique_ptr<cairo_t, decltype(&cairo_destroy)>;
 
-constexpr int kMinSize = 16, kMaxSize = 16384, kMaxSamples = 8;
+constexpr int kMinSize = 16, kMaxSize = 8192, kMaxSamples = 8;
 
 SurfacePtr newSurface(int width, int height) {
     return {cairo_image_surface_create(CAIRO_FORMAT_ARGB32, width, height), &cairo_surface_destroy};
@@ -186,7 +186,7 @@ Picture renderPicture(const FieldMasterD& field, const PictureOptions& o) {
     if (!o.minus.empty() && (g = scalarNamed(field, o.minus)) == nullptr)
         return refuse("no field " + o.minus + " (fields: " + scalarNames(field) + ")");
     if (o.width < kMinSize || o.height < kMinSize || o.width > kMaxSize || o.height > kMaxSize)
-        return refuse("the picture's size must be between 16 and 16384 pixels a side");
+        return refuse("the picture's size must be between 16 and 8192 pixels a side");
     if (o.samples < 1 || o.samples > kMaxSamples) return refuse("samples must be between 1 and 8");
     if (o.views.empty()) return refuse("no view");
     const std::string mapName = !o.colormap.empty() ? o.colormap : g != nullptr ? "coolwarm" : "viridis";
@@ -252,7 +252,7 @@ Picture renderPicture(const FieldMasterD& field, const PictureOptions& o) {
         if (side > best) best = side, cols = c;
     }
     const int rows = (n + cols - 1) / cols, cellW = areaW / cols, cellH = areaH / rows;
-    if (cellW < 1 || cellH < 1) return refuse("the picture's size must be between 16 and 16384 pixels a side");
+    if (cellW < 1 || cellH < 1) return refuse("the picture's size must be between 16 and 8192 pixels a side");
 
     Picture p;
     p.low = low;
