@@ -15,6 +15,7 @@
 #include "api/fields/pressure_ports.h"
 #include "api/fields/self_illumination.h"
 #include "api/mesh/normals.h"
+#include "api/render/render.h"
 #include "api/zvec.h"
 #include "api/markers.h"
 #include "api/markersImport.h"

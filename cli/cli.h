@@ -83,5 +83,6 @@ void addMarkersCommand(CLI::App& app, int& status);   // markers
 void addMeshCommands(CLI::App& app, int& status);     // triangulate, refine, merge, mirror
 void addPressurePortsCommand(CLI::App& app, int& status);     // pressure-ports
 void addSelfIlluminationCommand(CLI::App& app, int& status);  // self-illumination
+void addRenderCommand(CLI::App& app, int& status);  // render
 
 }  // namespace tundrel::cli

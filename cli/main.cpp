@@ -94,6 +94,7 @@ int main(int argc, char** argv) {
     addMeshCommands(app, status);
     addPressurePortsCommand(app, status);
     addSelfIlluminationCommand(app, status);
+    addRenderCommand(app, status);
     addHelpCommand(app, status);
     for (CLI::App* sub : app.get_subcommands([](const CLI::App*) { return true; }))
         sub->preparse_callback([sub](std::size_t) { settings().command = sub->get_name(); });

@@ -3,6 +3,9 @@
 // and the closest point of the surface.
 #pragma once
 
+#include <embree3/rtcore.h>
+
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -21,8 +24,10 @@ struct SurfaceHit {
 class SurfaceBvh {
 public:
     // Builds the hierarchy over surface.triangles at surface.x/y/z. The
-    // arrays the surface views must outlive the hierarchy.
-    explicit SurfaceBvh(const Surface& surface);
+    // arrays the surface views must outlive the hierarchy. Without
+    // weldSeams, the obstruction tests see seam nodes of neighbouring patches
+    // as distinct nodes (a scene for pictures, built faster).
+    explicit SurfaceBvh(const Surface& surface, bool weldSeams = true);
     ~SurfaceBvh();
     SurfaceBvh(const SurfaceBvh&) = delete;
     SurfaceBvh& operator=(const SurfaceBvh&) = delete;
@@ -43,6 +48,12 @@ public:
 
     // The closest point of the surface to p within maxDistance.
     std::optional<SurfaceHit> closestPoint(const double p[3], double maxDistance) const;
+
+    // Embree's scene, for callers that trace rays of their own (packets).
+    // Its vertices are the surface's positions minus origin(), in single
+    // precision. Safe to trace from several threads.
+    RTCScene scene() const noexcept;
+    std::array<double, 3> origin() const noexcept;
 
 private:
     struct Impl;

@@ -149,7 +149,7 @@ double refineHit(const BvhData& impl, std::int32_t t, const double o[3], const d
 
 }  // namespace
 
-SurfaceBvh::SurfaceBvh(const Surface& surface) : impl_(std::make_unique<Impl>(surface)) {
+SurfaceBvh::SurfaceBvh(const Surface& surface, bool weldSeams) : impl_(std::make_unique<Impl>(surface)) {
     const Surface& s = surface;
     const std::size_t n = s.nodeCount();
     const std::size_t tris = s.triangleCount();
@@ -181,7 +181,8 @@ SurfaceBvh::SurfaceBvh(const Surface& surface) : impl_(std::make_unique<Impl>(su
         const auto u = static_cast<std::size_t>(k);
         return std::tuple(s.x[u], s.y[u], s.z[u], k);
     };
-    std::sort(order.begin(), order.end(), [&](std::int32_t p, std::int32_t q) { return key(p) < key(q); });
+    if (weldSeams)
+        std::sort(order.begin(), order.end(), [&](std::int32_t p, std::int32_t q) { return key(p) < key(q); });
     impl_->weld.resize(n);
     for (std::size_t k = 0; k < n; ++k) {
         const std::int32_t cur = order[k];
@@ -225,6 +226,12 @@ SurfaceBvh::SurfaceBvh(const Surface& surface) : impl_(std::make_unique<Impl>(su
 }
 
 SurfaceBvh::~SurfaceBvh() = default;
+
+RTCScene SurfaceBvh::scene() const noexcept { return impl_->scene; }
+
+std::array<double, 3> SurfaceBvh::origin() const noexcept {
+    return {impl_->centre[0], impl_->centre[1], impl_->centre[2]};
+}
 
 bool SurfaceBvh::occluded(std::int32_t a, std::int32_t b) const {
     const Impl& m = *impl_;

@@ -2,6 +2,8 @@
 // their C++ names.
 #include "common.h"
 
+namespace tundrel::py_bind { void bindRender(py::module_& m); }
+
 PYBIND11_MODULE(_tundrel, m) {
     namespace tb = tundrel::py_bind;
     m.doc() = "TundrelApi: surface geometry, fields and file formats of wind-tunnel measurements.";
@@ -10,4 +12,5 @@ PYBIND11_MODULE(_tundrel, m) {
     tb::bindGeometry(m);
     tb::bindFields(m);
     tb::bindOperations(m);
+    tb::bindRender(m);
 }

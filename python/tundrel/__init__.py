@@ -4,7 +4,8 @@ wind-tunnel measurements.
 The names are those of the C++ library: ``region`` and ``region_fe`` with
 their ``StructPatch`` / ``FacePatch`` patches and ``NodeVariable`` arrays,
 ``import_data`` / ``export_data``, the field container ``FieldMaster`` and the
-operations on it.  Variable values, face index lists and field functions are
+operations on it; ``render`` draws a field on the model (a NumPy image or a
+PNG file).  Variable values, face index lists and field functions are
 NumPy arrays that view the library's memory: writing to them changes the
 model, and they keep what they view alive.
 
@@ -29,7 +30,7 @@ with every format meshio knows.
 
 from . import errors
 from ._tundrel import *  # noqa: F401,F403 - the bindings
-from ._tundrel import __version__, export_data, find_format, formats, import_data, region, region_fe
+from ._tundrel import __version__, export_data, find_format, formats, import_data, region, region_fe, render  # noqa: F401
 from .errors import FileError, GenericError, IndexError, MessageError, MessageWarning, StateError  # noqa: A004
 from .mesh_exchange import from_meshio, to_meshio
 
