@@ -224,6 +224,27 @@ void bindGeometry(py::module_& m) {
         "Returns True on success and False for a name whose extension chooses no format. A writer that fails "
         "raises MessageError with its message.");
 
+    m.def(
+        "write_safely",
+        [](const std::filesystem::path& file, region& reg, region_fe& reg_fe, int precision, bool split,
+           bool scientific, bool binary) {
+            const auto held = hold(reg, reg_fe);
+            checkPatches(reg);
+            checkFaces(reg_fe);
+            PythonHost host;
+            const SafeWriteResult r = underHost(
+                host, [&] { return exportDataSafely(file.string(), {precision, scientific, split, binary}, reg, reg_fe); });
+            if (!r) raiseMessages({r.message});
+            settle(true, host.messages);
+            return r.files;
+        },
+        py::arg("file"), py::arg("reg"), py::arg("reg_fe"), py::arg("precision") = 6, py::arg("split") = false,
+        py::arg("scientific") = false, py::arg("binary") = false,
+        "Writes what export_data writes, each file first into a hidden folder beside it and moved onto its name "
+        "only when complete: a failed write leaves an earlier file untouched and nothing else behind. `binary` "
+        "writes binary data where the format has them (VTK). Returns the files written; raises MessageError with "
+        "the library's text, the file and the system's reason.");
+
     py::class_<GeometryFormat>(m, "GeometryFormat",
                                "One file format of the registry that import_data and export_data go through.")
         .def_property_readonly("name", [](const GeometryFormat& f) { return std::string(f.name); })

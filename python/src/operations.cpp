@@ -63,6 +63,28 @@ std::shared_ptr<arrayWorks::FieldFunction> madeFunction(const FieldMasterD& fm, 
     throw std::logic_error("the new function is not in the container");
 }
 
+// The port report as Python records, a dict per marker.
+py::list portRecords(const std::vector<PortRecord>& ports) {
+    py::list out;
+    for (const PortRecord& p : ports) {
+        py::dict d;
+        d["number"] = p.number;
+        d["x"] = p.x;
+        d["y"] = p.y;
+        d["z"] = p.z;
+        d["projected"] = py::make_tuple(p.px, p.py, p.pz);
+        d["distance"] = p.distance;
+        d["use"] = portUseName(p.use);
+        d["value"] = p.value;
+        d["field_value"] = p.fieldValue;
+        d["difference"] = p.fieldValue - p.value;
+        d["predicted"] = p.predicted;
+        d["prediction_error"] = p.predictionError;
+        out.append(std::move(d));
+    }
+    return out;
+}
+
 // A copy of a face patch with copies of its variables (names, sizes and
 // values as they stand).
 std::shared_ptr<FacePatch> copyOf(const FacePatch& p) {
@@ -360,7 +382,7 @@ void bindOperations(py::module_& m) {
         "pressure_ports",
         [](FieldMasterD& fm, const std::string& fieldName, std::optional<std::filesystem::path> markersFile,
            std::optional<markers> markerSet, int order, double maxDeflexion, std::optional<std::string> name,
-           const std::string& direction) {
+           const std::string& direction, bool report, bool crossValidate) -> py::object {
             const auto held = hold(fm);
             if (markersFile.has_value() == markerSet.has_value())
                 throw py::type_error("pressure_ports: give either markers_file or marker_set");
@@ -374,13 +396,17 @@ void bindOperations(py::module_& m) {
             p.maxDeflexion = maxDeflexion;
             p.direction = direction == "normal";
             PythonHost host;
-            const PressurePortsResult r = underHost(host, [&] { return buildPressurePorts(fm, fieldName, p); });
-            return madeFunction(fm, r, host, "pressure_ports added no field");
+            PressurePortsResult r = underHost(host, [&] { return buildPressurePorts(fm, fieldName, p); });
+            auto function = madeFunction(fm, r, host, "pressure_ports added no field");
+            if (!report && !crossValidate) return py::cast(function);
+            if (crossValidate) underHost(host, [&] { crossValidatePorts(r.facts.ports, p.order); });
+            return py::make_tuple(function, portRecords(r.facts.ports));
         },
         py::arg("field"), py::arg("fieldName") = "", py::kw_only(), py::arg("markers_file") = py::none(),
         py::arg("marker_set") = py::none(), py::arg("order") = pressurePortsDefaults("").order,
         py::arg("max_deflexion") = pressurePortsDefaults("").maxDeflexion,
-        py::arg("name") = py::none(), py::arg("direction") = "normal",
+        py::arg("name") = py::none(), py::arg("direction") = "normal", py::arg("report") = false,
+        py::arg("cross_validate") = false,
         "Builds a field from pressure ports: the markers are projected onto the surface and their values spread "
         "over the nodes by an approximation of order 0 to 2. The new function is appended and returned.\n\n"
         "The ports come from `markers_file` (read as importMarkers reads it) or from a `marker_set` already "
@@ -392,7 +418,12 @@ void bindOperations(py::module_& m) {
         "MessageError carries the library's text when the operation refuses (\"Deflextion has small value\", "
         "\"The function name alredy exist\", \"Please enter an integer between 0 and 2.\", ...); FileError "
         "when the marker file cannot be read; KeyboardInterrupt when Ctrl-C stops the run (at its next progress "
-        "step, the container unchanged). The GIL is released while it runs.");
+        "step, the container unchanged). The GIL is released while it runs.\n\n"
+        "With `report` (or `cross_validate`) the call returns (function, records): a dict per marker with "
+        "number, x, y, z, projected (x, y, z), distance, use (\"used\", \"inactive\", \"not projected\", "
+        "\"beyond deflexion\", \"no value\"), value, field_value and difference; NaN where a number does not "
+        "apply. `cross_validate` builds the field again for each used port with that port left out and adds "
+        "predicted and prediction_error (predicted - value).");
 }
 
 }  // namespace tundrel::py_bind

@@ -64,8 +64,11 @@ def test_messages_become_message_errors(tmp_path):
     with pytest.raises(tundrel.MessageError, match="^It's impossible to close APT file$"):
         tundrel.import_data(tmp_path / "short.apt", False, reg, tundrel.region_fe())
     assert len(reg) == 0
-    with pytest.raises(tundrel.MessageError, match="^Dummy error$"):  # the writers' messages as well
+    # the writers' messages as well, with the file; the earlier file stays and nothing else is left
+    (tmp_path / "empty.apt").write_text("earlier")
+    with pytest.raises(tundrel.MessageError, match="^Dummy error .*empty.apt"):
         tundrel.write(tmp_path / "empty.apt", tundrel.region())
+    assert (tmp_path / "empty.apt").read_text() == "earlier" and len(list(tmp_path.iterdir())) == 2
 
 
 @pytest.mark.parametrize("entry, problem", [(4, r"faceIndex\[1\] = 4 is not -1 or a node number below 4"), (-2, r"= -2")])

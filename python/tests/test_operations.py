@@ -151,6 +151,10 @@ def test_pressure_ports_from_a_file_or_a_set_with_defaults(tmp_path):
     h = tundrel.pressure_ports(fm, markers_file=ports(tmp_path), order=0, max_deflexion=0.0, name="h")
     assert g.name == "_pp"
     np.testing.assert_array_equal(g.values, h.values)
+    # the report: every port used, the plane carried exactly, each port predicted by the others
+    _, records = tundrel.pressure_ports(fm, marker_set=s, order=1, max_deflexion=0.01, name="r", cross_validate=True)
+    assert [r["use"] for r in records] == ["used"] * 6
+    assert max(abs(r["difference"]) for r in records) < 1e-9 and max(abs(r["prediction_error"]) for r in records) < 1e-9
 
 
 @pytest.mark.parametrize(

@@ -30,7 +30,9 @@ with every format meshio knows.
 
 from . import errors
 from ._tundrel import *  # noqa: F401,F403 - the bindings
-from ._tundrel import __version__, export_data, find_format, formats, import_data, region, region_fe, render  # noqa: F401
+from ._tundrel import (  # noqa: F401
+    __version__, export_data, file_extension, find_format, formats, import_data, region, region_fe, render,
+    write_safely)
 from .errors import FileError, GenericError, IndexError, MessageError, MessageWarning, StateError  # noqa: A004
 from .mesh_exchange import from_meshio, to_meshio
 
@@ -53,11 +55,17 @@ def read(*files, transpose=False):
     return reg, reg_fe
 
 
-def write(file, reg, reg_fe=None, *, precision=6, split=False, scientific=False):
+def write(file, reg, reg_fe=None, *, precision=6, split=False, scientific=False, binary=False):
     """Writes a model; the format follows the extension of ``file``.
 
-    Raises :class:`MessageError` when the writer fails, and ``ValueError`` for
-    an extension that chooses no format (see ``formats()``).
+    The file is written beside its name and moved onto it only when complete,
+    so a failed write leaves an earlier file as it was. ``binary`` writes
+    binary data where the format has them (VTK). Returns the files written.
+    Raises :class:`MessageError` when the writer fails (the library's text, the
+    file and the system's reason), and ``ValueError`` for an extension that
+    chooses no format (see ``formats()``).
     """
-    if not export_data(file, precision, split, scientific, reg, reg_fe if reg_fe is not None else region_fe()):
+    if find_format(file_extension(str(file))) is None:
         raise _unknown_format(file)
+    return write_safely(file, reg, reg_fe if reg_fe is not None else region_fe(), precision=precision, split=split,
+                        scientific=scientific, binary=binary)
