@@ -167,12 +167,9 @@ void addRenderCommand(CLI::App& app, int& status) {
             status = kFailure;
             return;
         }
-        // Written beside the target and renamed, so that a failed write leaves no partial picture.
-        const std::string part = a->out + ".part" + std::to_string(::getpid());
-        std::error_code ec;
-        if (!writePng(p.image, part) || (std::filesystem::rename(part, a->out, ec), ec)) {
-            std::filesystem::remove(part, ec);
-            std::cerr << "tundrel: render: " << a->out << ": cannot be written\n";
+        const SafeWriteResult w = writeFileSafely(a->out, [&](const std::string& f) { return writePng(p.image, f); });
+        if (!w) {
+            std::cerr << "tundrel: render: " << w.message << '\n';
             status = kFailure;
         }
     });

@@ -4,9 +4,11 @@
 Reads the wing-body model, corrects its measured "cp" for self-illumination,
 builds the pressure-port field from the marker file, writes the result as
 Tecplot-style DAT (for plotting tools), VRML (for 3-D viewers) and a VTK
-multiblock (for ParaView, lossless) and prints a short summary: nodes, fields,
+multiblock (for ParaView, lossless), draws pictures of cp, of the correction
+and of the port field (PNG) and prints a short summary: nodes, fields,
 what the correction changed and where, how well the port field predicts each
-port left out in turn, and the time of each step.
+port left out in turn (the library's leave-one-out check), and the time of
+each step.
 
     PYTHONPATH=build/release/python /usr/bin/python3 examples/process_example.py --out out
 """
@@ -45,32 +47,6 @@ def junction_distance(positions, reg_wings):
     return d
 
 
-def leave_one_out(reg, reg_fe, markers_file, order, deflexion):
-    """Each active port predicted by the port field built from all the others, read
-    at the surface node nearest to the port: (port numbers, errors); NaN where the
-    field has no value there."""
-    fm, flow = tundrel.FieldMaster(), tundrel.ambientFlow()
-    tundrel.Region_to_fieldMaster(reg, reg_fe, fm, flow)
-    ports = tundrel.markers()
-    tundrel.importMarkers(markers_file, ports)
-    numbers, errors = [], []
-    for i in range(len(ports)):
-        held = ports[i]
-        if not held.active:
-            continue
-        out = ports[i]
-        out.active = False
-        ports[i] = out
-        name = f"without port {held.number}"
-        tundrel.pressure_ports(fm, "", marker_set=ports, order=order, max_deflexion=deflexion, name=name)
-        ports[i] = held
-        node = int(np.argmin(np.linalg.norm(fm.positions - (held.x, held.y, held.z), axis=1)))
-        value = fm[name].values[node]
-        numbers.append(held.number)
-        errors.append(value - held.value if value > -1e9 else np.nan)
-    return np.array(numbers), np.array(errors)
-
-
 def main(argv=None):
     ap = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     ap.add_argument("--model", default=HERE / "wingbody.fld", type=pathlib.Path)
@@ -101,7 +77,7 @@ def main(argv=None):
     )
 
     ports = args.field + "_ports"
-    step(
+    _, records = step(
         "pressure ports",
         tundrel.pressure_ports,
         fm,
@@ -110,6 +86,7 @@ def main(argv=None):
         order=args.order,
         max_deflexion=args.deflexion,
         name=ports,
+        cross_validate=True,  # each used port predicted by the field of the others
     )
 
     out_reg, out_fe = tundrel.region(), tundrel.region_fe()
@@ -120,10 +97,17 @@ def main(argv=None):
     step("write DAT", tundrel.write, dat, out_reg, out_fe)
     step("write VRML", tundrel.write, wrl, out_reg, out_fe)
     step("write VTK", tundrel.write, vtm, out_reg, out_fe, precision=9, scientific=True)
-    numbers, errors = step("leave one out", leave_one_out, reg, reg_fe, args.markers, args.order, args.deflexion)
+
+    # Pictures: cp, the correction, and the port field on cp's colour scale.
+    sheet = dict(views=["top", "bottom", "iso"], size=(1500, 600), title=reg.name, flow=flow)
+    measured = fm[args.field].values
+    scale = (float(measured[measured > -1e9].min()), float(measured[measured > -1e9].max()))
+    step("pictures", lambda: (
+        tundrel.render(fm, args.field, str(args.out / "cp.png"), **sheet),
+        tundrel.render(fm, file=str(args.out / "correction.png"), difference=(corrected, args.field), **sheet),
+        tundrel.render(fm, ports, str(args.out / "cp_ports.png"), range=scale, **sheet)))
 
     # ---- summary ----------------------------------------------------------
-    measured = fm[args.field].values
     after = fm[corrected].values
     valued = measured > -1e9
     change = np.where(valued, after - measured, 0.0)
@@ -148,13 +132,16 @@ def main(argv=None):
           f"{np.count_nonzero(port_valued)} nodes, {port_field[port_valued].min():.3f} to "
           f"{port_field[port_valued].max():.3f}; rms from {args.field} "
           f"{np.sqrt(np.mean((port_field - measured)[port_valued & valued] ** 2)):.4f}")
+    used = [r for r in records if r["use"] == "used"]
+    errors = np.array([r["prediction_error"] for r in used])
     hit = ~np.isnan(errors)
     worst_port = int(np.nanargmax(np.abs(errors))) if hit.any() else 0
-    print(f"          each of {len(errors)} active ports left out in turn, predicted by the others: "
+    print(f"          {len(used)} of {len(records)} ports used; each left out in turn, predicted by the others: "
           f"rms {np.sqrt(np.mean(errors[hit] ** 2)):.4f}, median |error| {np.median(np.abs(errors[hit])):.4f}, "
-          f"largest {errors[worst_port]:+.4f} (port "
-          f"{numbers[worst_port]}), {np.count_nonzero(~hit)} without a prediction")
+          f"largest {errors[worst_port]:+.4f} (port {used[worst_port]['number']}), "
+          f"{np.count_nonzero(~hit)} without a prediction")
     pieces = sum(f.stat().st_size for f in (args.out / "wingbody").iterdir())
+    print(f"pictures  {args.out / 'cp.png'}, {args.out / 'correction.png'}, {args.out / 'cp_ports.png'}")
     print(f"written   {dat} ({dat.stat().st_size // 1024} KiB), {wrl} ({wrl.stat().st_size // 1024} KiB), "
           f"{vtm} with {len(list((args.out / 'wingbody').iterdir()))} pieces ({pieces // 1024} KiB)")
     print("timings   " + ", ".join(f"{label} {t * 1000:.0f} ms" if t < 1 else f"{label} {t:.2f} s"

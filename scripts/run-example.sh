@@ -2,7 +2,8 @@
 # Installs what is needed, builds the release preset and runs the main job on
 # the bundled example model (examples/): read the wing-body, correct its
 # measured cp for self-illumination, build the pressure-port field, write the
-# result as DAT, VRML and VTK into out/ and print a summary.
+# result as DAT, VRML and VTK into out/ with pictures of cp, of the correction
+# cp_si - cp and of the port field, and print a summary.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh

@@ -76,6 +76,7 @@ py::object render(py::object model, const std::string& field, std::optional<std:
     };
     if (py::isinstance<FieldMasterD>(model)) {
         auto& fm = model.cast<FieldMasterD&>();
+        const auto held = hold(fm);
         if (title || flow) {
             const z::ambientFlow f = flow.value_or(z::ambientFlow{});
             o.title = pictureTitle(title.value_or(""), f.Mach, f.alpha, f.beta);
@@ -86,6 +87,7 @@ py::object render(py::object model, const std::string& field, std::optional<std:
         if (pair.size() != 2) throw py::type_error("model: a FieldMaster, a region or a (region, region_fe) pair");
         const auto& reg = pair[0].cast<const region&>();
         const auto& reg_fe = pair[1].cast<const region_fe&>();
+        const auto held = hold(reg, reg_fe);
         checkPatches(reg);
         checkFaces(reg_fe);
         if (title) o.title = *title;
@@ -94,19 +96,12 @@ py::object render(py::object model, const std::string& field, std::optional<std:
     if (!p) throw py::value_error(p.message);
 
     if (file) {
-        // Written beside the target and renamed: a failed write leaves no partial picture.
-        const std::string part = *file + ".part" + std::to_string(::getpid());
-        bool ok = false;
+        SafeWriteResult w;
         {
             py::gil_scoped_release unlocked;
-            ok = writePng(p.image, part);
+            w = writeFileSafely(*file, [&](const std::string& f) { return writePng(p.image, f); });
         }
-        std::error_code ec;
-        if (ok) std::filesystem::rename(part, *file, ec);
-        if (!ok || ec) {
-            std::filesystem::remove(part, ec);
-            throw py::value_error(*file + ": cannot be written");
-        }
+        if (!w) throw py::value_error(w.message);
         return py::none();
     }
     const py::ssize_t channels = transparent ? 4 : 3;
