@@ -43,6 +43,7 @@ void addSelfIlluminationCommand(CLI::App& app, int& status) {
     struct Args {
         std::string in, out, field, name, patches;
         double ratio = 1.0;
+        double tolerance = 0.0;
         bool visibility = false;
         WriteOptions w;
     };
@@ -54,6 +55,11 @@ void addSelfIlluminationCommand(CLI::App& app, int& status) {
     cmd->add_option("--field", a->field, "Name of the measured field")->required();
     cmd->add_option("--ratio", a->ratio, "Complete diffusion reflection ratio, 0 to 1")->capture_default_str();
     cmd->add_flag("--visibility", a->visibility, "Test every pair of nodes for obstruction by the model");
+    cmd->add_option("--tolerance", a->tolerance,
+                    "0: exact, every pair; EPS > 0: hierarchical, for large models, error at most about EPS "
+                    "of the largest correction (1e-3 is a good choice)")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
     cmd->add_option("--name", a->name, "Name of the new field (default FIELD_si)");
     cmd->add_option("--select-patches", a->patches, "Only these patches take part: 0-based, comma-separated");
     addWriteOptions(*cmd, a->w);
@@ -96,6 +102,7 @@ void addSelfIlluminationCommand(CLI::App& app, int& status) {
         SelfIlluminationParameters p = selfIlluminationDefaults(a->field);
         p.ratio = a->ratio;
         p.checkVisibility = a->visibility;
+        p.tolerance = a->tolerance;
         if (!a->name.empty()) p.newName = a->name;
         // With --interactive the dialog is asked on the terminal, opening with these values.
         if (cliHost().interactive && !askSelfIlluminationParameters(field, p)) {

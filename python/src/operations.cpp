@@ -277,20 +277,23 @@ void bindOperations(py::module_& m) {
     m.def(
         "self_illumination",
         [](FieldMasterD& fm, const std::string& fieldName, double ratio, bool checkVisibility,
-           std::optional<std::string> name) {
-            const SelfIlluminationParameters p{ratio, checkVisibility, name ? *name : fieldName + kSelfIlluminationSuffix};
+           std::optional<std::string> name, double tolerance) {
+            const SelfIlluminationParameters p{ratio, checkVisibility, name ? *name : fieldName + kSelfIlluminationSuffix,
+                                               tolerance};
             ScriptedHost host;
             const SelfIlluminationResult r = underHost(host, [&] { return selfIlluminate(fm, fieldName, p); });
             return madeFunction(fm, r, host,
                                 "self_illumination: \"" + fieldName + "\" is not a scalar field or \"$_N\" not a vector field");
         },
         py::arg("field"), py::arg("fieldName"), py::kw_only(), py::arg("ratio") = 1.0,
-        py::arg("check_visibility") = false, py::arg("name") = py::none(),
+        py::arg("check_visibility") = false, py::arg("name") = py::none(), py::arg("tolerance") = 0.0,
         "Corrects the scalar function `fieldName` for self-illumination (light reflected between the parts of "
         "the surface) and appends the result as a new function, which is returned.\n\n"
         "`ratio` is the diffuse reflection ratio, 0 to 1 (default 1.0); `check_visibility` tests every node pair "
         "for an obstruction by the surface (slow; default False); `name` is the new function's name (default "
-        "fieldName + \"_si\"). These are the defaults of the C++ dialog's first call; unlike the dialog, a call "
+        "fieldName + \"_si\"); `tolerance` 0 (default) computes every pair exactly, EPS > 0 takes far groups of "
+        "nodes whole (for large models; error at most about EPS of the largest correction, 1e-3 is a good "
+        "choice). These are the defaults of the C++ dialog's first call; unlike the dialog, a call "
         "never reuses the values of an earlier one. Only selected nodes take part when something is selected.\n\n"
         "MessageError carries the library's text when the operation refuses (\"The function name alredy "
         "exist\", \"Please enter a number between 0 and 1.\"); IndexError when `fieldName` or \"$_N\" is "
