@@ -171,6 +171,7 @@ void BM_Rule(benchmark::State& state) {
     tundrel::detail::FarFieldRule rule;
     rule.order = static_cast<int>(state.range(1));
     rule.theta = static_cast<double>(state.range(2)) / 1000.0;
+    rule.leafSize = static_cast<int>(state.range(3));
     std::vector<double> sums;
     tundrel::SelfIlluminationStats stats;
     // The flat nodes as selfIlluminationValues gathers them (every node takes part).
@@ -192,10 +193,11 @@ void BM_Rule(benchmark::State& state) {
     state.counters["terms/node"] = static_cast<double>(stats.clusterTerms) / static_cast<double>(nodes.size());
 }
 void ruleArgs(benchmark::internal::Benchmark* b) {
-    b->ArgNames({"model", "order", "theta_e3"});
+    b->ArgNames({"model", "order", "theta_e3", "leaf"});
     for (int model : {0, 1, 2}) {
-        b->Args({model, 0, 100});
-        for (int theta : {100, 200, 300, 450}) b->Args({model, 1, theta});
+        b->Args({model, 0, 60, 16});
+        for (int leaf : {4, 8, 16}) b->Args({model, 1, 60, leaf});
+        b->Args({model, 1, 100, 16});
     }
 }
 BENCHMARK(BM_Rule)->Apply(ruleArgs)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);

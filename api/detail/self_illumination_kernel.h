@@ -77,6 +77,7 @@ std::vector<double> illuminationSums(const IlluminationNodes& nodes, double rati
 struct FarFieldRule {
     double theta = 0.0;
     int order = 1;
+    int leafSize = 16;  // largest number of nodes in a leaf cluster
 };
 FarFieldRule farFieldRule(double tolerance);
 

@@ -28,15 +28,16 @@
 //   - open it otherwise; a leaf that is opened is summed pair by pair with the
 //     exact kernel.
 // The rule: order 1 with theta = 1.9 sqrt(EPS) (at most 0.5), theta = 0.06
-// at EPS = 1e-3. Measured (bench/self_illumination_hier_bench, BM_Rule) on
-// models of about 20,000 nodes: the order-1 remainder is of the order theta^2
-// and of one sign over a closed sphere, where it adds up to about 0.17 theta^2
-// of the largest correction (1.7e-3 at theta 0.1); the concave model with a
-// screen gives about the same, the convex example far less. Order 0 has the
-// same error there (its first-order remainder changes sign and cancels) but
-// not in general; order 1 costs 12 more numbers a cluster and a few dozen
-// operations a term. The receiver's area enters through g at the centre,
-// whose error is of the order theta x.
+// at EPS = 1e-3, leaves of 16 nodes. Measured (bench/self_illumination_hier_bench,
+// BM_Rule) on models of about 20,000 nodes at theta 0.06: error 6.7e-4 on a
+// closed sphere from inside (1.7e-3 at theta 0.1: the remainder is of the
+// order theta^2 and of one sign there), 3.9e-4 on the concave model with a
+// screen, 5e-15 on the example. Order 0 measured as good on these models
+// (5.1e-4 and 2.4e-4, 7 % faster): its first-order remainder changes sign
+// across a cluster and cancels where the values vary little, but it grows
+// as theta where they vary smoothly, which order 1 takes up for 12 more
+// numbers a cluster. Leaves of 4 or 8 nodes were slower. The receiver's area
+// enters through g at the centre, whose error is of the order theta x.
 //
 // With the obstruction test an accepted cluster is first looked at along a
 // few rays from the receiver: to the node nearest the centre and to up to
@@ -64,7 +65,6 @@ namespace tundrel::detail {
 namespace {
 
 constexpr double kPi = 3.14159265358979;
-constexpr int kLeafSize = 16;
 constexpr int kSamples = 4;
 
 struct Cluster {
@@ -84,11 +84,11 @@ struct Cluster {
 // The participants in tree order and the clusters over them.
 class Tree {
 public:
-    explicit Tree(const IlluminationNodes& p) : p_(p) {
+    Tree(const IlluminationNodes& p, int leafSize) : p_(p), leaf_(std::max(1, leafSize)) {
         const auto M = static_cast<std::int32_t>(p.size());
         order.resize(static_cast<std::size_t>(M));
         std::iota(order.begin(), order.end(), 0);
-        clusters.reserve(static_cast<std::size_t>(2 * (M / (kLeafSize / 2) + 1)));
+        clusters.reserve(static_cast<std::size_t>(2 * (M / std::max(1, leaf_ / 2) + 1)));
         if (M > 0) build(0, M);
         // The flat arrays in tree order, for the leaves' pair loops.
         x.resize(order.size());
@@ -110,6 +110,7 @@ public:
 
 private:
     const IlluminationNodes& p_;
+    int leaf_;
 
     double pos(std::int32_t i, int axis) const {
         const auto u = static_cast<std::size_t>(i);
@@ -121,7 +122,7 @@ private:
         const auto id = static_cast<std::int32_t>(clusters.size());
         clusters.emplace_back();
         describe(clusters.back(), begin, end);
-        if (end - begin <= kLeafSize) return id;
+        if (end - begin <= leaf_) return id;
         double lo[3], hi[3];
         for (int a = 0; a < 3; ++a) lo[a] = hi[a] = pos(order[static_cast<std::size_t>(begin)], a);
         for (std::int32_t k = begin; k < end; ++k)
@@ -399,7 +400,7 @@ FarFieldRule farFieldRule(double tolerance) {
 std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, FarFieldRule rule,
                                      const SurfaceBvh* bvh, SelfIlluminationStats* stats) {
     const std::size_t M = p.size();
-    const Tree tree(p);
+    const Tree tree(p, rule.leafSize);
     std::vector<double> sums(M, 0.0);
     const double sqrtPi = std::sqrt(kPi);
     PairProgress progress(static_cast<std::int64_t>(M));
