@@ -22,6 +22,7 @@ void addSelfIlluminationCommand(CLI::App& app, int& status) {
         std::string in, out, field, name;
         std::vector<int> patches;
         double ratio = 1.0;
+        double tolerance = 0.0;
         bool visibility = false;
         WriteOptions w;
     };
@@ -35,6 +36,11 @@ void addSelfIlluminationCommand(CLI::App& app, int& status) {
         ->check(numberIn(0.0, 1.0, "a number from 0 to 1"))
         ->capture_default_str();
     cmd->add_flag("--visibility", a->visibility, "Test every pair of nodes for obstruction by the model");
+    cmd->add_option("--tolerance", a->tolerance,
+                    "0: exact, every pair; EPS > 0: hierarchical, for large models, error at most about EPS "
+                    "of the largest correction")
+        ->check(numberIn(0.0, 1.0, "a number from 0 to 1"))
+        ->capture_default_str();
     cmd->add_option("--name", a->name, "Name of the new field (default FIELD_si), at most 255 characters")
         ->check(CLI::Validator(
             [](std::string& n) { return n.empty() || n.size() > 255 ? std::string("accepts 1 to 255 characters") : ""; },
@@ -73,6 +79,7 @@ void addSelfIlluminationCommand(CLI::App& app, int& status) {
         SelfIlluminationParameters p = selfIlluminationDefaults(a->field);
         p.ratio = a->ratio;
         p.checkVisibility = a->visibility;
+        p.tolerance = a->tolerance;
         if (!a->name.empty()) p.newName = a->name;
         // With --interactive the dialog is asked on the terminal, opening with these values.
         if (cliHost().interactive && !askSelfIlluminationParameters(field, p)) {

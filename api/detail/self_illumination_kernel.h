@@ -3,7 +3,9 @@
 // tests. Never installed, never exported.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
+#include <exception>
 #include <string>
 #include <vector>
 
@@ -44,24 +46,69 @@ struct IlluminationNodes {
     void add(const Surface& s, const z::zVec<double>& normal, std::size_t k, double area, double value);
 };
 
+// Thrown by PairProgress::finish() when the host asked to stop.
+struct Stopped {};
+
+// Progress of a pass over the participants, reported through the host by the
+// calling thread only (the host belongs to the user-interface thread), which
+// also asks the host whether to stop; the other threads see the answer
+// through stopping() and skip their remaining work. An exception the host
+// throws is kept and rethrown by finish(), which throws Stopped after a stop
+// request.
+class PairProgress {
+public:
+    explicit PairProgress(std::int64_t total);
+    bool stopping() const { return stop_.load(std::memory_order_relaxed); }
+    void add(std::int64_t n);  // from any thread of the pass
+    void finish();
+
+private:
+    std::atomic<std::int64_t> done_{0};
+    std::atomic<bool> stop_{false};
+    std::int64_t total_, step_, reported_ = 0;
+    std::exception_ptr error_;
+};
+
 // The received sum of every participant (the amount subtracted from its
 // value), without the obstruction test when bvh is null. Runs in parallel
 // and reports progress through the host.
 std::vector<double> illuminationSums(const IlluminationNodes& nodes, double ratio, const SurfaceBvh* bvh,
                                                  SelfIlluminationStats* stats = nullptr);
 
+// How the hierarchical pass approximates a far cluster of emitters (see
+// self_illumination_tree.cpp): accepted when its radius is at most theta
+// times its distance and the square root of the two cosines at its centre
+// (and the receiver's area, over pi times the squared nearest distance, at
+// most theta), its shares summed from the cluster's
+// moments up to `order` (0: sum of V A N; 1: also its first moments about
+// the centre). farFieldRule gives what a tolerance asks for.
+struct FarFieldRule {
+    double theta = 0.0;
+    int order = 1;
+    int leafSize = 16;  // largest number of nodes in a leaf cluster
+};
+FarFieldRule farFieldRule(double tolerance);
+
+// The received sums as illuminationSums gives them, with far clusters of
+// emitters taken whole by `rule`; with the obstruction test when bvh is not
+// null (accepted clusters by a few rays, single pairs by their own test).
+std::vector<double> hierarchicalSums(const IlluminationNodes& nodes, double ratio, FarFieldRule rule,
+                                     const SurfaceBvh* bvh, SelfIlluminationStats* stats = nullptr);
+
 // The corrected values of every node (all blocks together) without changing
 // the container: the source values, less the received sums at participating
 // nodes. Throws as self_illumination does; empty when it would end silently.
+// A tolerance above 0 takes the hierarchical pass.
 std::vector<double> selfIlluminationValues(const FieldMasterD& field, const std::string& fieldName,
                                                        double ratio, bool checkVisibility,
-                                                       SelfIlluminationStats* stats = nullptr);
+                                                       SelfIlluminationStats* stats = nullptr,
+                                                       double tolerance = 0.0);
 
 // The correction proper, with the dialog's values: appends the new scalar
 // function `newName`. False when it ended silently (see above, or newName
 // exists); errors as self_illumination.
 bool correctSelfIllumination(FieldMasterD& field, const std::string& fieldName, double ratio,
                                          bool checkVisibility, const std::string& newName,
-                                         SelfIlluminationStats* stats = nullptr);
+                                         SelfIlluminationStats* stats = nullptr, double tolerance = 0.0);
 
 }  // namespace tundrel::detail

@@ -43,6 +43,12 @@ public:
     // position equals that of an ignored node. Safe from several threads.
     bool occludedBetween(const double p[3], const double q[3], const std::int32_t* ignore, int count) const;
 
+    // The tests occluded(a[k], b[k]) for count (at most kPacket) pairs at
+    // once, traced as one packet of rays: hidden[k] is what occluded(a[k],
+    // b[k]) gives. Safe from several threads.
+    static constexpr int kPacket = 8;
+    void occludedPairs(const std::int32_t* a, const std::int32_t* b, int count, bool* hidden) const;
+
     // The first triangle met by the ray origin + t * direction, 0 < t <= maxDistance.
     std::optional<SurfaceHit> firstHit(const double origin[3], const double direction[3], double maxDistance) const;
 

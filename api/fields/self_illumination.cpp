@@ -79,43 +79,6 @@ double triangleThird(const double* p, const double* q, const double* r) {
     return std::sqrt(cx * cx + cy * cy + cz * cz) * (1.0 / 6.0);
 }
 
-// Progress of the pair loop, reported by the calling thread only (the host
-// belongs to the user-interface thread), which also asks the host whether to
-// stop; the other threads see the answer through an atomic flag and skip
-// their remaining rows. finish() throws Stopped after a stop request.
-struct Stopped {};
-
-class PairProgress {
-public:
-    explicit PairProgress(std::int64_t total) : total_(total), step_(std::max<std::int64_t>(1, total / 200)) {
-        if (progressStep(0, total_)) stop_.store(true);
-    }
-    bool stopping() const { return stop_.load(std::memory_order_relaxed); }
-    void add(std::int64_t n) {
-        const std::int64_t done = done_.fetch_add(n, std::memory_order_relaxed) + n;
-        if (omp_get_thread_num() == 0 && done - reported_ >= step_) {
-            reported_ = done;
-            try {
-                if (progressStep(done, total_)) stop_.store(true, std::memory_order_relaxed);
-            } catch (...) {
-                if (!error_) error_ = std::current_exception();
-                stop_.store(true, std::memory_order_relaxed);
-            }
-        }
-    }
-    void finish() {
-        if (error_) std::rethrow_exception(error_);
-        if (stopping()) throw Stopped{};
-        host().progress(total_, total_);
-    }
-
-private:
-    std::atomic<std::int64_t> done_{0};
-    std::atomic<bool> stop_{false};
-    std::int64_t total_, step_, reported_ = 0;
-    std::exception_ptr error_;
-};
-
 // Rows of a triangular loop are handed out in small chunks: row i has
 // M - 1 - i pairs.
 constexpr int kRowChunk = 8;
@@ -123,6 +86,29 @@ constexpr int kRowChunk = 8;
 }  // namespace
 
 namespace detail {
+
+PairProgress::PairProgress(std::int64_t total) : total_(total), step_(std::max<std::int64_t>(1, total / 200)) {
+    if (progressStep(0, total_)) stop_.store(true);
+}
+
+void PairProgress::add(std::int64_t n) {
+    const std::int64_t done = done_.fetch_add(n, std::memory_order_relaxed) + n;
+    if (omp_get_thread_num() == 0 && done - reported_ >= step_) {
+        reported_ = done;
+        try {
+            if (progressStep(done, total_)) stop_.store(true, std::memory_order_relaxed);
+        } catch (...) {
+            if (!error_) error_ = std::current_exception();
+            stop_.store(true, std::memory_order_relaxed);
+        }
+    }
+}
+
+void PairProgress::finish() {
+    if (error_) std::rethrow_exception(error_);
+    if (stopping()) throw Stopped{};
+    host().progress(total_, total_);
+}
 
 double nodeArea(const FieldMasterD& field, int b, int n) {
     const BlockLayout& l = field.layout(b);
@@ -271,18 +257,39 @@ __attribute__((target_clones("avx512f", "avx2", "default"))) double openRow(cons
 }
 
 // Row i with the obstruction test, run once for each pair that exchanges.
+// The pairs go to the hierarchy in packets of rays from node i; their shares
+// are added afterwards in the order of j, as a pair-by-pair loop adds them.
 double testedRow(const Row& R, const std::vector<std::int32_t>& node, std::size_t i, std::size_t M,
                  double* __restrict col, double ratio, double sqrtPi, const SurfaceBvh& bvh, std::int64_t& tests) {
     TUNDREL_ROW_CONSTANTS(i);
+    constexpr int P = SurfaceBvh::kPacket;
+    std::int32_t from[P], target[P];
+    std::size_t at[P];
+    double shareI[P], shareJ[P];
+    bool hidden[P];
+    int n = 0;
     double sum = 0.0;
+    auto flush = [&] {
+        bvh.occludedPairs(from, target, n, hidden);
+        tests += n;
+        for (int k = 0; k < n; ++k) {
+            if (hidden[k]) continue;
+            sum += shareI[k];
+            col[at[k]] += shareJ[k];
+        }
+        n = 0;
+    };
     for (std::size_t j = i + 1; j < M; ++j) {
         TUNDREL_PAIR_TERMS(i, j);
         if (!exchange) continue;
-        ++tests;
-        if (bvh.occluded(node[i], node[j])) continue;
-        sum += toI;
-        col[j] += toJ;
+        from[n] = node[i];
+        target[n] = node[j];
+        at[n] = j;
+        shareI[n] = toI;
+        shareJ[n] = toJ;
+        if (++n == P) flush();
     }
+    if (n > 0) flush();
     return sum;
 }
 
@@ -340,7 +347,7 @@ std::vector<double> illuminationSums(const IlluminationNodes& p, double ratio, c
 }
 
 std::vector<double> selfIlluminationValues(const FieldMasterD& field, const std::string& fieldName, double ratio,
-                                           bool checkVisibility, SelfIlluminationStats* stats) {
+                                           bool checkVisibility, SelfIlluminationStats* stats, double tolerance) {
     // Absent names throw IndexError here, before anything changes.
     arrayWorks::FieldFunction* source = field.functionAt(field.findFunction(fieldName));
     arrayWorks::FieldFunction* normals = field.functionAt(field.findFunction(arrayWorks::kNormalsName));
@@ -372,7 +379,9 @@ std::vector<double> selfIlluminationValues(const FieldMasterD& field, const std:
 
     std::unique_ptr<SurfaceBvh> bvh;
     if (checkVisibility && nodes.size() > 1) bvh = std::make_unique<SurfaceBvh>(surface);
-    const std::vector<double> sums = illuminationSums(nodes, ratio, bvh.get(), stats);
+    const std::vector<double> sums = tolerance > 0.0
+                                         ? hierarchicalSums(nodes, ratio, farFieldRule(tolerance), bvh.get(), stats)
+                                         : illuminationSums(nodes, ratio, bvh.get(), stats);
 
     std::vector<double> result(v, v + n);
     // A receiver without area (a node that no face holds) receives nothing.
@@ -392,7 +401,7 @@ namespace {
 // function, or null when the run ended silently.
 arrayWorks::ScalarFunction* appendCorrected(FieldMasterD& field, const std::string& fieldName, double ratio,
                                             bool checkVisibility, const std::string& newName,
-                                            SelfIlluminationStats* stats) {
+                                            SelfIlluminationStats* stats, double tolerance) {
     // The same checks as in selfIlluminationValues, before the name is looked at.
     arrayWorks::FieldFunction* source = field.functionAt(field.findFunction(fieldName));
     arrayWorks::FieldFunction* normals = field.functionAt(field.findFunction(arrayWorks::kNormalsName));
@@ -401,7 +410,7 @@ arrayWorks::ScalarFunction* appendCorrected(FieldMasterD& field, const std::stri
     std::vector<double> result;
     {
         BusyScope busy;
-        result = selfIlluminationValues(field, fieldName, ratio, checkVisibility, stats);
+        result = selfIlluminationValues(field, fieldName, ratio, checkVisibility, stats, tolerance);
     }
     if (result.empty() && field.totalNodes() > 0) return nullptr;
 
@@ -423,8 +432,8 @@ arrayWorks::ScalarFunction* appendCorrected(FieldMasterD& field, const std::stri
 
 namespace detail {
 bool correctSelfIllumination(FieldMasterD& field, const std::string& fieldName, double ratio, bool checkVisibility,
-                             const std::string& newName, SelfIlluminationStats* stats) {
-    return appendCorrected(field, fieldName, ratio, checkVisibility, newName, stats) != nullptr;
+                             const std::string& newName, SelfIlluminationStats* stats, double tolerance) {
+    return appendCorrected(field, fieldName, ratio, checkVisibility, newName, stats, tolerance) != nullptr;
 }
 }  // namespace detail
 
@@ -433,7 +442,9 @@ bool correctSelfIllumination(FieldMasterD& field, const std::string& fieldName, 
 std::string checkParameters(const SelfIlluminationParameters& p) {
     using D = SelfIlluminationDialog;
     if (std::string m = numberRefusal(kSelfIlluminationDialog, D::kRatio, p.ratio); !m.empty()) return m;
-    return textRefusal(kSelfIlluminationDialog, D::kNewFieldName, p.newName);
+    if (std::string m = textRefusal(kSelfIlluminationDialog, D::kNewFieldName, p.newName); !m.empty()) return m;
+    if (!(p.tolerance >= 0.0) || std::isinf(p.tolerance)) return "The tolerance must be a number of at least 0.";
+    return {};
 }
 
 SelfIlluminationResult selfIlluminate(FieldMasterD& field, const std::string& source,
@@ -442,8 +453,8 @@ SelfIlluminationResult selfIlluminate(FieldMasterD& field, const std::string& so
     if (field.findFunction(p.newName) >= 0) return SelfIlluminationResult::refused(arrayWorks::kDuplicateNameMessage);
     SelfIlluminationResult r;
     try {
-        r.function = appendCorrected(field, source, p.ratio, p.checkVisibility, p.newName, &r.facts);
-    } catch (const Stopped&) {
+        r.function = appendCorrected(field, source, p.ratio, p.checkVisibility, p.newName, &r.facts, p.tolerance);
+    } catch (const detail::Stopped&) {
         return SelfIlluminationResult::stoppedEarly();
     }
     return r;

@@ -59,6 +59,8 @@ struct SelfIlluminationStats {
     std::int64_t participants = 0;  // nodes that take part
     std::int64_t pairs = 0;         // ordered pairs of participants (R, E), R != E
     std::int64_t segmentTests = 0;  // obstruction tests run, one per unordered pair at most
+                                    // (hierarchical: rays to single nodes and to clusters' samples)
+    std::int64_t clusterTerms = 0;  // hierarchical: far clusters taken whole, over all receivers
 };
 
 // ---- the typed core ----------------------------------------------------------
@@ -66,20 +68,27 @@ struct SelfIlluminationStats {
 // The parameters of the correction. The name is taken as the dialog takes
 // it (an empty one too); selfIlluminationDefaults gives what the dialog
 // proposes on its first call.
+//
+// tolerance 0 runs the exact correction, every pair of nodes. A tolerance
+// EPS > 0 runs the hierarchical one for large models: far groups of nodes are
+// taken whole, aiming at max |c_h - c| <= EPS max |c| over the nodes, with c
+// the amount the exact correction subtracts; 1e-3 is a sensible choice.
 struct SelfIlluminationParameters {
     double ratio = 1.0;            // diffuse reflection ratio, 0 to 1
     bool checkVisibility = false;  // the obstruction test for every pair
     std::string newName;
+    double tolerance = 0.0;        // 0: exact; > 0: hierarchical, aimed error
 };
 
 // Ratio 1, no obstruction test, the name source + "_si".
 inline SelfIlluminationParameters selfIlluminationDefaults(const std::string& source) {
-    return {1.0, false, source + kSelfIlluminationSuffix};
+    return {1.0, false, source + kSelfIlluminationSuffix, 0.0};
 }
 
 // The dialog's rules for these values, in the dialog's order: its message
 // ("Please enter a number between 0 and 1.", "Please enter no more than 255
-// characters.") or an empty string.
+// characters.") or an empty string; then a tolerance that is not a number
+// of at least 0: "The tolerance must be a number of at least 0.".
 TUNDREL_API std::string checkParameters(const SelfIlluminationParameters& p);
 
 using SelfIlluminationResult = CoreResult<SelfIlluminationStats>;

@@ -41,6 +41,7 @@ struct SegmentContext {
     const std::int32_t* corners;  // welded corner numbers, three a triangle
     std::int32_t ignore[4];       // welded nodes whose faces do not count
     int ignored;
+    const std::int32_t* rayEnds;  // a packet: the welded ends of ray k at 2k and 2k + 1; else null
 };
 
 void rejectEndFaces(const RTCFilterFunctionNArguments* args) {
@@ -51,6 +52,11 @@ void rejectEndFaces(const RTCFilterFunctionNArguments* args) {
         const std::int32_t* c = ctx->corners + 3 * static_cast<std::size_t>(prim);
         for (int k = 0; k < ctx->ignored; ++k)
             if (c[0] == ctx->ignore[k] || c[1] == ctx->ignore[k] || c[2] == ctx->ignore[k]) args->valid[i] = 0;
+        if (ctx->rayEnds != nullptr) {
+            const std::int32_t* e = ctx->rayEnds + 2 * static_cast<std::size_t>(RTCRayN_id(args->ray, args->N, i));
+            for (int k = 0; k < 2; ++k)
+                if (c[0] == e[k] || c[1] == e[k] || c[2] == e[k]) args->valid[i] = 0;
+        }
     }
 }
 
@@ -252,6 +258,7 @@ bool SurfaceBvh::occludedBetween(const double p[3], const double q[3], const std
     rtcInitIntersectContext(&ctx.base);
     ctx.corners = m.corners.data();
     ctx.ignored = count;
+    ctx.rayEnds = nullptr;
     for (int k = 0; k < count; ++k) {
         if (ignore[k] < 0 || static_cast<std::size_t>(ignore[k]) >= m.s.nodeCount())
             throw arrayWorks::IndexError(arrayWorks::source::field_selection, __LINE__);
@@ -276,6 +283,50 @@ bool SurfaceBvh::occludedBetween(const double p[3], const double q[3], const std
     ray.flags = 0;
     rtcOccluded1(m.scene, &ctx.base, &ray);
     return ray.tfar < 0.0f;  // Embree marks an occluded ray with tfar = -inf
+}
+
+void SurfaceBvh::occludedPairs(const std::int32_t* a, const std::int32_t* b, int count, bool* hidden) const {
+    const Impl& m = *impl_;
+    const std::size_t n = m.s.nodeCount();
+    auto check = [n](std::int32_t k) {
+        if (k < 0 || static_cast<std::size_t>(k) >= n)
+            throw arrayWorks::IndexError(arrayWorks::source::field_selection, __LINE__);
+        return static_cast<std::size_t>(k);
+    };
+    if (count < 0 || count > kPacket) throw arrayWorks::IndexError(arrayWorks::source::field_selection, __LINE__);
+    SegmentContext ctx;
+    rtcInitIntersectContext(&ctx.base);
+    ctx.corners = m.corners.data();
+    ctx.ignored = 0;
+    std::int32_t ends[2 * kPacket] = {};
+    ctx.rayEnds = ends;
+
+    // Every lane as occludedBetween sets up its single ray.
+    RTCRay8 rays{};
+    alignas(32) int valid[kPacket] = {};
+    for (int k = 0; k < count; ++k) {
+        hidden[k] = false;
+        const std::size_t ua = check(a[k]), ub = check(b[k]);
+        const double d[3] = {m.s.x[ub] - m.s.x[ua], m.s.y[ub] - m.s.y[ua], m.s.z[ub] - m.s.z[ua]};
+        const double len = std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]);
+        const double skip = kEndTolerance + kExtentTolerance * m.extent / len;
+        if (!(len > 0.0) || !(skip < 0.5)) continue;
+        ends[2 * k] = m.weld[ua];
+        ends[2 * k + 1] = m.weld[ub];
+        valid[k] = -1;
+        rays.org_x[k] = static_cast<float>(m.s.x[ua] - m.centre[0]);
+        rays.org_y[k] = static_cast<float>(m.s.y[ua] - m.centre[1]);
+        rays.org_z[k] = static_cast<float>(m.s.z[ua] - m.centre[2]);
+        rays.dir_x[k] = static_cast<float>(d[0]);
+        rays.dir_y[k] = static_cast<float>(d[1]);
+        rays.dir_z[k] = static_cast<float>(d[2]);
+        rays.tnear[k] = static_cast<float>(skip);
+        rays.tfar[k] = static_cast<float>(1.0 - skip);
+        rays.mask[k] = 0xFFFFFFFFu;
+        rays.id[k] = static_cast<unsigned>(k);
+    }
+    rtcOccluded8(valid, m.scene, &ctx.base, &rays);
+    for (int k = 0; k < count; ++k) hidden[k] = valid[k] != 0 && rays.tfar[k] < 0.0f;
 }
 
 std::optional<SurfaceHit> SurfaceBvh::firstHit(const double origin[3], const double direction[3],

@@ -331,11 +331,12 @@ void bindOperations(py::module_& m) {
     m.def(
         "self_illumination",
         [](FieldMasterD& fm, const std::string& fieldName, double ratio, bool checkVisibility,
-           std::optional<std::string> name) {
+           std::optional<std::string> name, double tolerance) {
             const auto held = hold(fm);
             requireFunction(fm, fieldName);
             requireFunction(fm, arrayWorks::kNormalsName);
-            const SelfIlluminationParameters p{ratio, checkVisibility, name ? *name : fieldName + kSelfIlluminationSuffix};
+            const SelfIlluminationParameters p{ratio, checkVisibility, name ? *name : fieldName + kSelfIlluminationSuffix,
+                                               tolerance};
             PythonHost host;
             const SelfIlluminationResult r = underHost(host, [&] { return selfIlluminate(fm, fieldName, p); });
             return madeFunction(fm, r, host,
@@ -343,11 +344,14 @@ void bindOperations(py::module_& m) {
         },
         py::arg("field"), py::arg("fieldName"), py::kw_only(), py::arg("ratio") = selfIlluminationDefaults("").ratio,
         py::arg("check_visibility") = selfIlluminationDefaults("").checkVisibility, py::arg("name") = py::none(),
+        py::arg("tolerance") = selfIlluminationDefaults("").tolerance,
         "Corrects the scalar function `fieldName` for self-illumination (light reflected between the parts of "
         "the surface) and appends the result as a new function, which is returned.\n\n"
         "`ratio` is the diffuse reflection ratio, 0 to 1 (default 1.0); `check_visibility` tests every node pair "
         "for an obstruction by the surface (slow; default False); `name` is the new function's name (default "
-        "fieldName + \"_si\"). These are the defaults of the C++ dialog's first call; unlike the dialog, a call "
+        "fieldName + \"_si\"); `tolerance` 0 (default) computes every pair exactly, EPS > 0 takes far groups of "
+        "nodes whole (for large models; error at most about EPS of the largest correction, 1e-3 is a good "
+        "choice). These are the defaults of the C++ dialog's first call; unlike the dialog, a call "
         "never reuses the values of an earlier one. Only selected nodes take part when something is selected.\n\n"
         "MessageError carries the library's text when the operation refuses (\"The function name alredy "
         "exist\", \"Please enter a number between 0 and 1.\"); KeyError naming `fieldName` or \"$_N\" when "

@@ -263,3 +263,48 @@ TEST_F(SelfIlluminationDialogLoop, CoreRefusesWithTheDialogsMessagesInItsOrder) 
     EXPECT_EQ(values(f, "p").size(), 20u);
     EXPECT_EQ(f.functionCount(), 4);
 }
+
+// ---- the hierarchical correction --------------------------------------------------
+
+// At tolerance 1e-3 the correction c = source - result stays within 1e-3 of
+// the exact one's largest, with and without the obstruction test, while far
+// clusters are taken whole. Inside a closed sphere every value 1 tends to
+// 1 - ratio / 4 (ratio f / 4 less on a cap of the fraction f); two bowls
+// facing each other with a plate between them have pairs the plate hides.
+TEST(SelfIlluminationHierarchy, StaysWithinTheToleranceOfTheExactCorrection) {
+    const struct {
+        int shape;  // 0 sphere, 1 cap (the nodes with z > 0.5 selected), 2 bowls and plate
+        bool visibility;
+        double tolerance, limit;  // limit: the value every participant tends to, or 0
+    } cases[] = {{0, false, 1e-3, 1 - 0.8 / 4},        {0, true, 1e-3, 1 - 0.8 / 4}, {1, false, 1e-3, 1 - 0.8 * 0.25 / 4},
+                 {2, false, 1e-3, 0}, {2, true, 1e-3, 0}, {2, true, 1e-2, 0}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.shape << " " << c.visibility << " " << c.tolerance);
+        std::vector<shapes::Block> blocks;
+        if (c.shape < 2) {
+            blocks = {shapes::sphere(30, 60, 1.0)};
+            for (std::size_t k = 0; k < blocks[0].pos.size(); ++k) blocks[0].selected[k] = c.shape == 1 && blocks[0].pos[k].z > 0.5;
+        } else {
+            blocks = {bowl(25, 25, 0.0, 1.0, true), bowl(25, 25, 4.0, -1.0, false),
+                      shapes::grid(15, 15, [](int i, int j) { return V(0.2 * i, 0.2 * j - 1.5, 2.0); }, {0, 0, 1})};
+        }
+        const FieldMasterD f = shapes::build(blocks);
+        tundrel::SelfIlluminationStats stats;
+        const auto exact = tundrel::detail::selfIlluminationValues(f, "P", 0.8, c.visibility);
+        const auto approx = tundrel::detail::selfIlluminationValues(f, "P", 0.8, c.visibility, &stats, c.tolerance);
+        double largest = 0, worst = 0;
+        for (std::size_t k = 0; k < exact.size(); ++k) {
+            largest = std::max(largest, 1.0 - exact[k]);
+            worst = std::max(worst, std::abs(exact[k] - approx[k]));
+            if (c.limit > 0 && (c.shape == 0 || blocks[0].selected[k])) {
+                EXPECT_NEAR(approx[k], c.limit, 2e-3) << k;
+            }
+        }
+        EXPECT_LE(worst, c.tolerance * largest);
+        // Far clusters were taken whole (the cap and the bowls are too small for that at 1e-3).
+        if (c.shape == 0 || c.tolerance > 1e-3) {
+            EXPECT_GT(stats.clusterTerms, stats.participants);
+        }
+        EXPECT_EQ(stats.segmentTests > 0, c.visibility);
+    }
+}
