@@ -264,7 +264,7 @@ void checkWritable(const std::string& file, const WriteOptions& w, const region&
     if (file_extension(file) == "fld" && reg_fe.patchCount() > 0)
         throw Failure{file + ": " + std::string(format->name) + " holds structured patches only, and the model has " +
                       std::to_string(reg_fe.patchCount()) + " face patches (apt, dat and wrl hold them)"};
-    if (w.split) return;
+    if (w.split || format->holds.mixedVariables) return;
     const std::vector<Item> items = writtenItems(file, reg, reg_fe);
     if (items.empty()) return;
     // Groups of items of one layout, in the order of their first items.

@@ -54,6 +54,7 @@ TEST(Cli, StatusesAndMessages) {
              {"convert " + wing + "$/no/o.apt", 1, "cannot write $/no/o.apt: No such file or directory"},
              {"convert $/p.dat $/f.dat $/o.dat", 1, "carry different variables:\n  patch 0: x, y, z, P\n  face patch 0"},
              {"convert --split $/p.dat $/f.dat $/o.dat", 0, ""},
+             {"convert $/p.dat $/f.dat $/o.vtm", 0, ""},  // a piece an item, each with its own variables
              {"convert " + fld + "$/o.apt", 0, "warning: $/o.apt: APT holds no fields; 1 dropped (cp) from 3 of 3"},
              {"convert " + fld + "$/o.dat", 0, "47 no-value nodes of cp written as 0"},
              {"convert " + fld + "$/o.wrl", 0, "VRML holds no flow conditions; Mach 0.7, alpha 3, beta 0 dropped"},

@@ -54,7 +54,8 @@ const tundrel::GeometryFormat kFormats[] = {
      {.flowNeedsMach = true, .noValue = false}},
     {"VRML", kWrl, false, true, read_vrml_text, kVrmlCannotOpen, write_vrml, nullptr, nullptr,
      {.fields = false, .flow = false}},
-    {"VTK", kVtk, true, true, read_vtk_text, kVtkCannotOpen, write_vtk, read_vtk_file, write_vtk_binary, {}},
+    {"VTK", kVtk, true, true, read_vtk_text, kVtkCannotOpen, write_vtk, read_vtk_file, write_vtk_binary,
+     {.mixedVariables = true}},
 };
 
 }  // namespace

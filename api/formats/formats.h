@@ -43,6 +43,7 @@ struct GeometryFormatHolds {
     bool flow = true;           // Mach, alpha, beta
     bool flowNeedsMach = false; // the flow conditions are written only when Mach > 0
     bool noValue = true;        // false: no-value nodes are written as 0
+    bool mixedVariables = false;  // items of one file may carry different variables
 };
 
 // One geometry format of the table import_data and export_data dispatch
