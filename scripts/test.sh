@@ -13,4 +13,4 @@ for preset in dev release; do
   ctest --preset "$preset" -j "$JOBS"
 done
 # Seven fuzz targets at 45 s each keep the whole run well inside 30 minutes.
-if [ -x scripts/fuzz-smoke.sh ]; then FUZZ_SECONDS=${FUZZ_SECONDS:-45} scripts/fuzz-smoke.sh; fi
+if [ -x scripts/fuzz-smoke.sh ]; then FUZZ_SECONDS=${FUZZ_SECONDS:-30} scripts/fuzz-smoke.sh; fi
