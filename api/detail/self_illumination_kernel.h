@@ -86,6 +86,9 @@ struct FarFieldRule {
     double theta = 0.0;
     int order = 1;
     int leafSize = 16;  // largest number of nodes in a leaf cluster
+    // Above 0: each receiver may leave out clusters whose shares are bounded
+    // by a quarter of tolerance times the largest correction of a sample.
+    double tolerance = 0.0;
 };
 FarFieldRule farFieldRule(double tolerance);
 
