@@ -199,7 +199,7 @@ void ruleArgs(benchmark::internal::Benchmark* b) {
         b->Args({model, 0, 60, 16});
         for (int leaf : {8, 16}) b->Args({model, 1, 60, leaf});
         b->Args({model, 1, 100, 16});
-        for (int theta : {100, 150, 200, 250}) b->Args({model, 2, theta, 16});
+        for (int theta : {100, 150, 200, 250, 300, 350}) b->Args({model, 2, theta, 16});
         b->Args({model, 2, 200, 32});
     }
 }

@@ -1,10 +1,13 @@
 // The hierarchical self-illumination correction for large models.
 //
 // The participants are sorted into a binary tree (median split along the
-// longest side of the bounding box, leaves of at most kLeafSize nodes). Each
-// cluster keeps a bounding sphere (centre c, radius rho), a cone that holds
-// the normals of its nodes (axis, half angle alpha) and the moments of its
-// emission b = V A N: W = sum b and D = sum b (P - c)^T.
+// longest side of the bounding box; a cluster whose normals spread over more
+// than 60 degrees, such as both sides of a thin wing, is split along the
+// normal component that varies most instead; leaves of at most 16 nodes).
+// Each cluster keeps a bounding sphere (centre c, radius rho), a cone that
+// holds the normals of its nodes (axis, half angle alpha), sum |V| A and the
+// moments of its emission b = V A N about c: W = sum b, D = sum b delta^T,
+// Q = sum b delta delta^T (delta = P - c).
 //
 // For a receiver R and an emitter E with d = P_E - P_R, r = |d| and
 // x = cosR A_R / (pi r^2) the exact share is
@@ -15,29 +18,40 @@
 // expanded about the cluster's centre, d = d0 + delta:
 //   order 0: (a . d0)(W . d0) / r0^4
 //   order 1: + [a^T D^T d0 + (a . d0) tr D - 4 (a . d0)(d0^T D d0) / r0^2] / r0^4
+//   order 2: + the terms in Q (see secondOrder)
 // and g is taken at the centre. Per receiver the tree is walked from the root:
 //   - skip a cluster when it lies behind the receiver's plane (by its sphere
 //     and by the slab across the cone's axis that holds its nodes, which is
 //     thin for flat clusters: neighbours on a flat or convex part), or when no
 //     normal of its cone can face the receiver;
+//   - skip it too when its shares are bounded (ratio sum |V| A times the
+//     largest cosR and cosE the bounds allow, over 4 pi (r0 - rho)^2) by what
+//     is left of the receiver's allowance: a quarter of EPS times the largest
+//     correction of 256 receivers spread over the tree (walked without an
+//     allowance first), at most the largest of all. This drops the clusters
+//     that lie nearly in the receiver's plane or nearly edge on, which
+//     otherwise open down to their leaves (a flat part: every node of it);
 //   - accept it whole when every node of it surely faces the receiver and
-//     back (sphere, slab and cone bounds), rho <= theta r0 sqrt(cosR cosE)
-//     with the cosines at the centre (the remainder is of the order
-//     (rho / r0)^2 of |N_R| |b| / r0^2, the term that size times cosR cosE,
-//     so grazing clusters open sooner) and A_R / (pi (r0 - rho)^2) <= theta;
-//   - open it otherwise; a leaf that is opened is summed pair by pair with the
-//     exact kernel.
-// The rule: order 1 with theta = 1.9 sqrt(EPS) (at most 0.5), theta = 0.06
-// at EPS = 1e-3, leaves of 16 nodes. Measured (bench/self_illumination_hier_bench,
-// BM_Rule) on models of about 20,000 nodes at theta 0.06: error 6.7e-4 on a
-// closed sphere from inside (1.7e-3 at theta 0.1: the remainder is of the
-// order theta^2 and of one sign there), 3.9e-4 on the concave model with a
-// screen, 5e-15 on the example. Order 0 measured as good on these models
-// (5.1e-4 and 2.4e-4, 7 % faster): its first-order remainder changes sign
-// across a cluster and cancels where the values vary little, but it grows
-// as theta where they vary smoothly, which order 1 takes up for 12 more
-// numbers a cluster. Leaves of 4 or 8 nodes were slower. The receiver's area
-// enters through g at the centre, whose error is of the order theta x.
+//     back (sphere, slab and cone bounds), (rho / r0)^q <= theta^q
+//     max(0.15, cosR cosE) with q = order + 1 and the cosines at the centre
+//     (the remainder is of the order (rho / r0)^q of |N_R| |b| / r0^2, the
+//     term that size times cosR cosE, so grazing clusters open sooner; the
+//     floor keeps the near field of a smooth surface from growing with the
+//     node count) and A_R / (pi (r0 - rho)^2) <= theta^(q - 1);
+//   - open it otherwise; a leaf that is opened is summed with the exact
+//     kernel in a vectorised loop (pair by pair with the obstruction test).
+// The rule: order 2 with theta = 2.5 EPS^(1/3) (at most 0.5), theta = 0.25
+// at EPS = 1e-3. Measured (bench/self_illumination_hier_bench, BM_Rule) on
+// models of about 20,000 nodes: order 2 at theta 0.1 errs 8e-6 on a closed
+// sphere from inside where order 1 errs 1.7e-3 (its remainder is of the order
+// theta^2 and of one sign there); at theta 0.25 order 2 errs 3.2e-4 (sphere)
+// and 2.7e-4 (the concave model with a screen), at 0.35 1.7e-3. Leaves of 32
+// nodes were no faster.
+//
+// With the obstruction test a few rays judge an accepted cluster (below), and
+// they judge it well only while it is small as seen from the receiver: theta
+// is then at most 1.9 sqrt(EPS), the first-order rule's (0.06 at 1e-3; 0.19
+// gave errors of 1.7 EPS on the concave model).
 //
 // With the obstruction test an accepted cluster is first looked at along a
 // few rays from the receiver: to the node nearest the centre and to up to
@@ -46,7 +60,7 @@
 // it is opened, down to the exact test of every pair at the leaves.
 //
 // Memory: the participants in tree order (about 90 bytes a node), one
-// cluster of about 220 bytes for every 8 nodes, and the sums.
+// cluster of about 370 bytes for every 8 nodes, and the sums.
 #include <omp.h>
 
 #include <algorithm>
@@ -69,6 +83,7 @@ constexpr int kSamples = 4;
 constexpr std::size_t kAllowanceSamples = 256;
 constexpr double kAllowanceShare = 0.25;
 constexpr double kVisibleTheta = 1.9;
+constexpr double kGrazingFloor = 0.15;
 
 struct Cluster {
     double c[3];           // centre of the bounding sphere
@@ -376,7 +391,10 @@ private:
         const double t = C.rho / r0_;
         double tq = t * t, thq = rule_.theta * rule_.theta;
         for (int k = 2; k <= rule_.order; ++k) tq *= t, thq *= rule_.theta;
-        if (!(tq <= thq * cosR * cosB)) return Kind::Open;
+        // (the product of the cosines floored, so that near, grazing clusters
+        // of a smooth surface do not open down to ever smaller ones as the
+        // mesh is refined)
+        if (!(tq <= thq * std::max(kGrazingFloor, cosR * cosB))) return Kind::Open;
         // g varies over the cluster by about x rho / r0: x at most theta^(q-1).
         if (!(ai_ <= thq / rule_.theta * kPi * rmin * rmin)) return Kind::Open;
         return Kind::Accept;
@@ -500,7 +518,7 @@ FarFieldRule farFieldRule(double tolerance) {
     FarFieldRule r;
     r.order = 2;
     r.tolerance = std::max(0.0, tolerance);
-    r.theta = std::min(0.5, 1.9 * std::cbrt(std::max(0.0, tolerance)));
+    r.theta = std::min(0.5, 2.5 * std::cbrt(std::max(0.0, tolerance)));
     return r;
 }
 
