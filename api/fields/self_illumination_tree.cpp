@@ -85,18 +85,19 @@ constexpr double kAllowanceShare = 0.25;
 constexpr double kVisibleTheta = 1.9;
 constexpr double kGrazingFloor = 0.15;
 
-struct Cluster {
+struct alignas(64) Cluster {
     double c[3];           // centre of the bounding sphere
     double rho;            // its radius (NaN when a position is not finite)
     double axis[3];        // cone of the normals: axis, cos and sin of the half angle
     double cosA, sinA;
     double hlo, hhi;       // the nodes lie within hlo <= axis . (P - c) <= hhi
-    double W[3];           // sum of V A N
-    double mass;           // sum of |V| A
-    double D[9];           // sum of (V A N)_i (P - c)_j at 3 i + j
-    double Q[18];          // sum of (V A N)_i (P - c)_j (P - c)_k at 6 i + s(j, k), j <= k
     std::int32_t begin, end;   // nodes in tree order
     std::int32_t child[2];     // -1 -1 for a leaf
+    double mass;           // sum of |V| A
+    // What an accepted cluster needs (the above is what every visit reads).
+    double W[3];           // sum of V A N
+    double D[9];           // sum of (V A N)_i (P - c)_j at 3 i + j
+    double Q[18];          // sum of (V A N)_i (P - c)_j (P - c)_k at 6 i + s(j, k), j <= k
     std::int32_t sample[kSamples];
     std::int32_t samples;
 };
