@@ -172,6 +172,7 @@ void BM_Rule(benchmark::State& state) {
     rule.order = static_cast<int>(state.range(1));
     rule.theta = static_cast<double>(state.range(2)) / 1000.0;
     rule.leafSize = static_cast<int>(state.range(3));
+    rule.tolerance = 1e-3;
     std::vector<double> sums;
     tundrel::SelfIlluminationStats stats;
     // The flat nodes as selfIlluminationValues gathers them (every node takes part).
@@ -196,8 +197,10 @@ void ruleArgs(benchmark::internal::Benchmark* b) {
     b->ArgNames({"model", "order", "theta_e3", "leaf"});
     for (int model : {0, 1, 2}) {
         b->Args({model, 0, 60, 16});
-        for (int leaf : {4, 8, 16}) b->Args({model, 1, 60, leaf});
+        for (int leaf : {8, 16}) b->Args({model, 1, 60, leaf});
         b->Args({model, 1, 100, 16});
+        for (int theta : {100, 150, 200, 250, 300, 350}) b->Args({model, 2, theta, 16});
+        b->Args({model, 2, 200, 32});
     }
 }
 BENCHMARK(BM_Rule)->Apply(ruleArgs)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);

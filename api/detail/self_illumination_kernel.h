@@ -76,16 +76,19 @@ std::vector<double> illuminationSums(const IlluminationNodes& nodes, double rati
                                                  SelfIlluminationStats* stats = nullptr);
 
 // How the hierarchical pass approximates a far cluster of emitters (see
-// self_illumination_tree.cpp): accepted when its radius is at most theta
-// times its distance and the square root of the two cosines at its centre
-// (and the receiver's area, over pi times the squared nearest distance, at
-// most theta), its shares summed from the cluster's
-// moments up to `order` (0: sum of V A N; 1: also its first moments about
-// the centre). farFieldRule gives what a tolerance asks for.
+// self_illumination_tree.cpp): accepted when (radius / distance)^(order + 1)
+// is at most theta^(order + 1) times the two cosines at its centre (floored)
+// and the receiver's area is small against the squared nearest distance; its
+// shares summed from the cluster's moments up to `order` (0: sum of V A N;
+// 1: also its first moments about the centre; 2: also the second).
+// farFieldRule gives what a tolerance asks for.
 struct FarFieldRule {
     double theta = 0.0;
     int order = 1;
     int leafSize = 16;  // largest number of nodes in a leaf cluster
+    // Above 0: each receiver may leave out clusters whose shares are bounded
+    // by a quarter of tolerance times the largest correction of a sample.
+    double tolerance = 0.0;
 };
 FarFieldRule farFieldRule(double tolerance);
 

@@ -1,10 +1,13 @@
 // The hierarchical self-illumination correction for large models.
 //
 // The participants are sorted into a binary tree (median split along the
-// longest side of the bounding box, leaves of at most kLeafSize nodes). Each
-// cluster keeps a bounding sphere (centre c, radius rho), a cone that holds
-// the normals of its nodes (axis, half angle alpha) and the moments of its
-// emission b = V A N: W = sum b and D = sum b (P - c)^T.
+// longest side of the bounding box; a cluster whose normals spread over more
+// than 60 degrees, such as both sides of a thin wing, is split along the
+// normal component that varies most instead; leaves of at most 16 nodes).
+// Each cluster keeps a bounding sphere (centre c, radius rho), a cone that
+// holds the normals of its nodes (axis, half angle alpha), sum |V| A and the
+// moments of its emission b = V A N about c: W = sum b, D = sum b delta^T,
+// Q = sum b delta delta^T (delta = P - c).
 //
 // For a receiver R and an emitter E with d = P_E - P_R, r = |d| and
 // x = cosR A_R / (pi r^2) the exact share is
@@ -15,29 +18,46 @@
 // expanded about the cluster's centre, d = d0 + delta:
 //   order 0: (a . d0)(W . d0) / r0^4
 //   order 1: + [a^T D^T d0 + (a . d0) tr D - 4 (a . d0)(d0^T D d0) / r0^2] / r0^4
+//   order 2: + the terms in Q (see secondOrder)
 // and g is taken at the centre. Per receiver the tree is walked from the root:
 //   - skip a cluster when it lies behind the receiver's plane (by its sphere
 //     and by the slab across the cone's axis that holds its nodes, which is
 //     thin for flat clusters: neighbours on a flat or convex part), or when no
 //     normal of its cone can face the receiver;
+//   - skip it too when its shares are bounded (ratio sum |V| A times the
+//     largest cosR and cosE the bounds allow, over 4 pi (r0 - rho)^2) by what
+//     is left of the receiver's allowance: a quarter of EPS times the largest
+//     correction of 256 receivers spread over the tree (walked without an
+//     allowance first), at most the largest of all. This drops the clusters
+//     that lie nearly in the receiver's plane or nearly edge on, which
+//     otherwise open down to their leaves (a flat part: every node of it).
+//     The allowance follows the error measure, which is relative to the
+//     largest correction: on the example refined to 287,000 nodes the
+//     sampled corrections spread from 7e-4 (median) to 6e8 (a few nodes of
+//     tiny area), so it is large against most nodes' own corrections (the
+//     median of the sample instead keeps it small there, at the cost of
+//     most of the gain on that model);
 //   - accept it whole when every node of it surely faces the receiver and
-//     back (sphere, slab and cone bounds), rho <= theta r0 sqrt(cosR cosE)
-//     with the cosines at the centre (the remainder is of the order
-//     (rho / r0)^2 of |N_R| |b| / r0^2, the term that size times cosR cosE,
-//     so grazing clusters open sooner) and A_R / (pi (r0 - rho)^2) <= theta;
-//   - open it otherwise; a leaf that is opened is summed pair by pair with the
-//     exact kernel.
-// The rule: order 1 with theta = 1.9 sqrt(EPS) (at most 0.5), theta = 0.06
-// at EPS = 1e-3, leaves of 16 nodes. Measured (bench/self_illumination_hier_bench,
-// BM_Rule) on models of about 20,000 nodes at theta 0.06: error 6.7e-4 on a
-// closed sphere from inside (1.7e-3 at theta 0.1: the remainder is of the
-// order theta^2 and of one sign there), 3.9e-4 on the concave model with a
-// screen, 5e-15 on the example. Order 0 measured as good on these models
-// (5.1e-4 and 2.4e-4, 7 % faster): its first-order remainder changes sign
-// across a cluster and cancels where the values vary little, but it grows
-// as theta where they vary smoothly, which order 1 takes up for 12 more
-// numbers a cluster. Leaves of 4 or 8 nodes were slower. The receiver's area
-// enters through g at the centre, whose error is of the order theta x.
+//     back (sphere, slab and cone bounds), (rho / r0)^q <= theta^q
+//     max(0.15, cosR cosE) with q = order + 1 and the cosines at the centre
+//     (the remainder is of the order (rho / r0)^q of |N_R| |b| / r0^2, the
+//     term that size times cosR cosE, so grazing clusters open sooner; the
+//     floor keeps the near field of a smooth surface from growing with the
+//     node count) and A_R / (pi (r0 - rho)^2) <= theta^(q - 1);
+//   - open it otherwise; a leaf that is opened is summed with the exact
+//     kernel in a vectorised loop (pair by pair with the obstruction test).
+// The rule: order 2 with theta = 2.5 EPS^(1/3) (at most 0.5), theta = 0.25
+// at EPS = 1e-3. Measured (bench/self_illumination_hier_bench, BM_Rule) on
+// models of about 20,000 nodes: order 2 at theta 0.1 errs 8e-6 on a closed
+// sphere from inside where order 1 errs 1.7e-3 (its remainder is of the order
+// theta^2 and of one sign there); at theta 0.25 order 2 errs 3.2e-4 (sphere)
+// and 2.7e-4 (the concave model with a screen), at 0.35 1.7e-3. Leaves of 32
+// nodes were no faster.
+//
+// With the obstruction test a few rays judge an accepted cluster (below), and
+// they judge it well only while it is small as seen from the receiver: theta
+// is then at most 1.9 sqrt(EPS), the first-order rule's (0.06 at 1e-3; 0.19
+// gave errors of 1.7 EPS on the concave model).
 //
 // With the obstruction test an accepted cluster is first looked at along a
 // few rays from the receiver: to the node nearest the centre and to up to
@@ -46,7 +66,7 @@
 // it is opened, down to the exact test of every pair at the leaves.
 //
 // Memory: the participants in tree order (about 90 bytes a node), one
-// cluster of about 220 bytes for every 8 nodes, and the sums.
+// cluster of about 370 bytes for every 8 nodes, and the sums.
 #include <omp.h>
 
 #include <algorithm>
@@ -66,17 +86,24 @@ namespace {
 
 constexpr double kPi = 3.14159265358979;
 constexpr int kSamples = 4;
+constexpr std::size_t kAllowanceSamples = 256;
+constexpr double kAllowanceShare = 0.25;
+constexpr double kVisibleTheta = 1.9;
+constexpr double kGrazingFloor = 0.15;
 
-struct Cluster {
+struct alignas(64) Cluster {
     double c[3];           // centre of the bounding sphere
     double rho;            // its radius (NaN when a position is not finite)
     double axis[3];        // cone of the normals: axis, cos and sin of the half angle
     double cosA, sinA;
     double hlo, hhi;       // the nodes lie within hlo <= axis . (P - c) <= hhi
-    double W[3];           // sum of V A N
-    double D[9];           // sum of (V A N)_i (P - c)_j at 3 i + j
     std::int32_t begin, end;   // nodes in tree order
     std::int32_t child[2];     // -1 -1 for a leaf
+    double mass;           // sum of |V| A
+    // What an accepted cluster needs (the above is what every visit reads).
+    double W[3];           // sum of V A N
+    double D[9];           // sum of (V A N)_i (P - c)_j at 3 i + j
+    double Q[18];          // sum of (V A N)_i (P - c)_j (P - c)_k at 6 i + s(j, k), j <= k
     std::int32_t sample[kSamples];
     std::int32_t samples;
 };
@@ -118,16 +145,29 @@ private:
         return std::isnan(v) ? std::numeric_limits<double>::infinity() : v;  // a strict order for the split
     }
 
+    // Component `axis` of the unit normal, with the same strict order.
+    double dir(std::int32_t i, int axis) const {
+        const auto u = static_cast<std::size_t>(i);
+        const double len = std::sqrt(p_.nx[u] * p_.nx[u] + p_.ny[u] * p_.ny[u] + p_.nz[u] * p_.nz[u]);
+        const double v = (axis == 0 ? p_.nx[u] : axis == 1 ? p_.ny[u] : p_.nz[u]) / len;
+        return std::isnan(v) ? std::numeric_limits<double>::infinity() : v;
+    }
+
     std::int32_t build(std::int32_t begin, std::int32_t end) {
         const auto id = static_cast<std::int32_t>(clusters.size());
         clusters.emplace_back();
         describe(clusters.back(), begin, end);
         if (end - begin <= leaf_) return id;
+        // A cluster whose normals spread over more than 60 degrees (both
+        // sides of a thin wing, a sharp edge) is split by the normals, so
+        // that its parts can be skipped or taken whole; others by position.
+        const bool byNormal = clusters[static_cast<std::size_t>(id)].cosA < 0.5;
+        auto key = [&](std::int32_t i, int axis) { return byNormal ? dir(i, axis) : pos(i, axis); };
         double lo[3], hi[3];
-        for (int a = 0; a < 3; ++a) lo[a] = hi[a] = pos(order[static_cast<std::size_t>(begin)], a);
+        for (int a = 0; a < 3; ++a) lo[a] = hi[a] = key(order[static_cast<std::size_t>(begin)], a);
         for (std::int32_t k = begin; k < end; ++k)
             for (int a = 0; a < 3; ++a) {
-                const double v = pos(order[static_cast<std::size_t>(k)], a);
+                const double v = key(order[static_cast<std::size_t>(k)], a);
                 lo[a] = std::min(lo[a], v);
                 hi[a] = std::max(hi[a], v);
             }
@@ -136,7 +176,7 @@ private:
             if (hi[a] - lo[a] > hi[axis] - lo[axis]) axis = a;
         const std::int32_t mid = begin + (end - begin) / 2;
         std::nth_element(order.begin() + begin, order.begin() + mid, order.begin() + end,
-                         [&](std::int32_t i, std::int32_t j) { return pos(i, axis) < pos(j, axis); });
+                         [&](std::int32_t i, std::int32_t j) { return key(i, axis) < key(j, axis); });
         const std::int32_t left = build(begin, mid);
         const std::int32_t right = build(mid, end);
         clusters[static_cast<std::size_t>(id)].child[0] = left;
@@ -167,7 +207,9 @@ private:
         C.hlo = C.hhi = 0.0;
         C.cosA = nl > 0.0 ? 1.0 : -1.0;
         std::fill(std::begin(C.W), std::end(C.W), 0.0);
+        C.mass = 0.0;
         std::fill(std::begin(C.D), std::end(C.D), 0.0);
+        std::fill(std::begin(C.Q), std::end(C.Q), 0.0);
         std::int32_t nearest = begin;
         double nearestD = std::numeric_limits<double>::infinity();
         for (std::int32_t k = begin; k < end; ++k) {
@@ -183,10 +225,13 @@ private:
             const double cosN = (C.axis[0] * p_.nx[i] + C.axis[1] * p_.ny[i] + C.axis[2] * p_.nz[i]) / len;
             if (!(cosN >= C.cosA)) C.cosA = std::isnan(cosN) ? -1.0 : std::max(-1.0, cosN);
             const double w = p_.value[i] * p_.area[i];
+            C.mass += std::abs(w);
             const double b[3] = {w * p_.nx[i], w * p_.ny[i], w * p_.nz[i]};
             for (int r0 = 0; r0 < 3; ++r0) {
                 C.W[r0] += b[r0];
                 for (int c0 = 0; c0 < 3; ++c0) C.D[3 * r0 + c0] += b[r0] * d[c0];
+                const double dd[6] = {d[0] * d[0], d[0] * d[1], d[0] * d[2], d[1] * d[1], d[1] * d[2], d[2] * d[2]};
+                for (int s = 0; s < 6; ++s) C.Q[6 * r0 + s] += b[r0] * dd[s];
             }
         }
         // Unit normals only: a normal of another length widens the cone to the whole sphere.
@@ -213,11 +258,45 @@ private:
     }
 };
 
+struct LeafRow {
+    const double *x, *y, *z, *nx, *ny, *nz, *area, *value, *extent;
+};
+
+// What the receiver rec = (P, N, area, extent, ratio) gets from the nodes
+// [begin, end) by the exact kernel's arithmetic, written for the vectoriser
+// (the receiver itself, at distance 0, gives nothing).
+__attribute__((target_clones("avx2", "default"))) double leafShares(const LeafRow& R, std::size_t begin,
+                                                                    std::size_t end, const double* rec,
+                                                                    double sqrtPi) {
+    const double px = rec[0], py = rec[1], pz = rec[2], nx = rec[3], ny = rec[4], nz = rec[5];
+    const double ai = rec[6], ei = rec[7], ratio = rec[8];
+    double sum = 0.0;
+#pragma omp simd reduction(+ : sum)
+    for (std::size_t j = begin; j < end; ++j) {
+        const double dx = R.x[j] - px, dy = R.y[j] - py, dz = R.z[j] - pz;
+        const double r = std::sqrt(dx * dx + dy * dy + dz * dz);
+        const double m = std::max(ei, R.extent[j]);
+        const double inv = 1.0 / (r > 0.0 ? r : 1.0);
+        const double ux = dx * inv, uy = dy * inv, uz = dz * inv;
+        const double cosR = nx * ux + ny * uy + nz * uz;
+        const double cosE = R.nx[j] * -ux + R.ny[j] * -uy + R.nz[j] * -uz;
+        const bool exchange = (r > 1e-10 * m) & (cosR > 0.0) & (cosE > 0.0);
+        const double S = std::sqrt(kPi * r * r + (exchange ? cosR : 0.0) * ai);
+        const double q = 1.0 / (exchange ? 2 * S * ai : 1.0);
+        const double s = (S - r * sqrtPi) * R.value[j] * R.area[j] * cosE * ratio * q;
+        sum += exchange ? s : 0.0;
+    }
+    return sum;
+}
+
 // The walk of one receiver.
 class Receiver {
 public:
     Receiver(const Tree& t, double ratio, FarFieldRule rule, const SurfaceBvh* bvh, double sqrtPi)
         : t_(t), ratio_(ratio), rule_(rule), bvh_(bvh), sqrtPi_(sqrtPi) {}
+
+    // What each receiver may leave out in clusters whose bound is small.
+    double allowance = 0.0;
 
     std::int64_t tests = 0, terms = 0;
 
@@ -228,7 +307,7 @@ public:
         ai_ = t_.area[i];
         nl_ = std::sqrt(nx_ * nx_ + ny_ * ny_ + nz_ * nz_);
         if (!(ai_ > 0.0) || t_.clusters.empty()) return 0.0;  // no area: nothing is subtracted
-        exact_ = far_ = 0.0;
+        exact_ = far_ = spent_ = 0.0;
         std::int32_t stack[128];
         int top = 0;
         stack[top++] = 0;
@@ -269,7 +348,7 @@ private:
     double sqrtPi_;
     std::size_t i_ = 0;
     double px_ = 0, py_ = 0, pz_ = 0, nx_ = 0, ny_ = 0, nz_ = 0, nl_ = 0, ai_ = 0;
-    double exact_ = 0, far_ = 0;
+    double exact_ = 0, far_ = 0, spent_ = 0;
     double d0_[3] = {0, 0, 0}, r0_ = 0, nd_ = 0;
 
     Kind classify(const Cluster& C) {
@@ -285,6 +364,7 @@ private:
         // Every node behind the receiver's plane: cosR <= 0 for all.
         if (nd_ + up <= 0.0) return Kind::Skip;
         if (!(r0_ > C.rho)) return Kind::Open;
+        const double rmin = r0_ - C.rho;
         // beta: the angle between the cone's axis and the direction back to the receiver.
         const double cosB = -(C.axis[0] * d0_[0] + C.axis[1] * d0_[1] + C.axis[2] * d0_[2]) / r0_;
         const double sinB = std::sqrt(std::max(0.0, 1.0 - cosB * cosB));
@@ -292,7 +372,18 @@ private:
         const double cosNear = cosB <= C.cosA ? cosB * C.cosA + sinB * C.sinA : 1.0;
         // No normal of the cone within 90 degrees of it, by more than the sphere allows: cosE <= 0 for all.
         if (r0_ * cosNear + C.rho <= 0.0) return Kind::Skip;
-        const double rmin = r0_ - C.rho;
+        // A share is at most ratio |V_E| A_E cosR cosE / (4 pi r^2): a
+        // cluster whose bound fits in what is left of the allowance is left
+        // out (nearly in the receiver's plane, nearly edge on, small).
+        if (allowance > 0.0) {
+            const double cR = std::min(1.0, (nd_ + up) / (nl_ * rmin));
+            const double cE = std::min(1.0, (r0_ * cosNear + C.rho) / rmin);
+            const double bound = ratio_ * C.mass * cR * cE / (4.0 * kPi * rmin * rmin);
+            if (spent_ + bound <= allowance) {
+                spent_ += bound;
+                return Kind::Skip;
+            }
+        }
         // Both cosines surely positive for every node (beta + alpha < 90 degrees).
         const double cosFar = cosB * C.cosA - sinB * C.sinA;
         const bool facing = nd_ + down > 0.0 && cosB > 0.0 && C.cosA > 0.0 && r0_ * cosFar > C.rho;
@@ -301,9 +392,18 @@ private:
         // kernel's size |N_R| |b| / r0^2, the term itself that size times
         // cosR cosE: the cosines at the centre scale theta down, so that
         // grazing clusters (small terms, large relative remainders) open.
+        // With q = order + 1 (at least 2) the remainder is of the order
+        // (rho / r0)^q: accepted when that is at most theta^q cosR cosE.
         const double cosR = nd_ / (nl_ * r0_);
-        const double t2 = rule_.theta * rule_.theta * cosR * cosB;
-        if (!(C.rho * C.rho <= t2 * r0_ * r0_) || !(ai_ <= rule_.theta * kPi * rmin * rmin)) return Kind::Open;
+        const double t = C.rho / r0_;
+        double tq = t * t, thq = rule_.theta * rule_.theta;
+        for (int k = 2; k <= rule_.order; ++k) tq *= t, thq *= rule_.theta;
+        // (the product of the cosines floored, so that near, grazing clusters
+        // of a smooth surface do not open down to ever smaller ones as the
+        // mesh is refined)
+        if (!(tq <= thq * std::max(kGrazingFloor, cosR * cosB))) return Kind::Open;
+        // g varies over the cluster by about x rho / r0: x at most theta^(q-1).
+        if (!(ai_ <= thq / rule_.theta * kPi * rmin * rmin)) return Kind::Open;
         return Kind::Accept;
     }
 
@@ -326,10 +426,34 @@ private:
             }
             T += aDd + ad * (D[0] + D[4] + D[8]) - 4.0 * ad * dDd / r2;
         }
+        if (rule_.order >= 2) T += secondOrder(C);
         const double x = nd_ / r0_ * ai_ / (kPi * r2);
         const double s = std::sqrt(1.0 + x);
         const double g = 2.0 / ((s + 1.0) * s);
         return -ratio_ * g / (4.0 * kPi) * T / r4;
+    }
+
+    // The second-order terms of the expansion (times r0^4): with u = |d|^-4,
+    // its gradient g = -4 d0 / r0^2 and Hessian H = -4 I / r0^2 + 24 d0 d0^T
+    // / r0^4 (both times r0^4), a = N_R, a0 = a . d0 and P_jk = sum_i d0_i Q_ijk,
+    //   sum_i sum_k Q_iik (a + a0 g)_k + sum_jk P_jk (a_j g_k + a0 H_jk / 2).
+    double secondOrder(const Cluster& C) const {
+        static constexpr int S[3][3] = {{0, 1, 2}, {1, 3, 4}, {2, 4, 5}};
+        const double* d = d0_;
+        const double a[3] = {nx_, ny_, nz_};
+        const double a0 = nd_, inv2 = 1.0 / (r0_ * r0_);
+        const double g[3] = {-4.0 * d[0] * inv2, -4.0 * d[1] * inv2, -4.0 * d[2] * inv2};
+        double T = 0.0;
+        for (int i = 0; i < 3; ++i)
+            for (int k = 0; k < 3; ++k) T += C.Q[6 * i + S[i][k]] * (a[k] + a0 * g[k]);
+        double P[6];
+        for (int s = 0; s < 6; ++s) P[s] = d[0] * C.Q[s] + d[1] * C.Q[6 + s] + d[2] * C.Q[12 + s];
+        for (int j = 0; j < 3; ++j)
+            for (int k = 0; k < 3; ++k) {
+                const double H = (j == k ? -4.0 * inv2 : 0.0) + 24.0 * d[j] * d[k] * inv2 * inv2;
+                T += P[S[j][k]] * (a[j] * g[k] + 0.5 * a0 * H);
+            }
+        return T;
     }
 
     // How many of the cluster's samples the surface hides from the receiver.
@@ -349,6 +473,13 @@ private:
     // the receiver gets.
     void leaf(const Cluster& C) {
         const double ei = t_.extent[i_];
+        if (bvh_ == nullptr) {
+            const LeafRow R{t_.x.data(),  t_.y.data(),    t_.z.data(),     t_.nx.data(), t_.ny.data(),
+                            t_.nz.data(), t_.area.data(), t_.value.data(), t_.extent.data()};
+            const double rec[9] = {px_, py_, pz_, nx_, ny_, nz_, ai_, ei, ratio_};
+            exact_ += leafShares(R, static_cast<std::size_t>(C.begin), static_cast<std::size_t>(C.end), rec, sqrtPi_);
+            return;
+        }
         constexpr int P = SurfaceBvh::kPacket;
         // Each pair is tested from its lower node number, as the exact pass tests it.
         std::int32_t from[P], target[P];
@@ -392,17 +523,40 @@ private:
 
 FarFieldRule farFieldRule(double tolerance) {
     FarFieldRule r;
-    r.order = 1;
-    r.theta = std::min(0.5, 1.9 * std::sqrt(std::max(0.0, tolerance)));
+    r.order = 2;
+    r.tolerance = std::max(0.0, tolerance);
+    r.theta = std::min(0.5, 2.5 * std::cbrt(std::max(0.0, tolerance)));
     return r;
 }
 
 std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, FarFieldRule rule,
                                      const SurfaceBvh* bvh, SelfIlluminationStats* stats) {
     const std::size_t M = p.size();
+    // A few rays judge an accepted cluster's visibility well only when it is
+    // small as seen from the receiver: with the obstruction test the
+    // clusters taken whole stay as small as the first-order rule has them.
+    if (bvh != nullptr && rule.tolerance > 0.0) rule.theta = std::min(rule.theta, kVisibleTheta * std::sqrt(rule.tolerance));
     const Tree tree(p, rule.leafSize);
     std::vector<double> sums(M, 0.0);
     const double sqrtPi = std::sqrt(kPi);
+    // The allowance: a share of the tolerance times the largest correction
+    // of receivers spread over the tree (walked without it), which is at
+    // most the largest of all.
+    double allowance = 0.0;
+    if (rule.tolerance > 0.0 && M > 0) {
+        const std::size_t n = std::min<std::size_t>(M, kAllowanceSamples);
+        double largest = 0.0;
+#pragma omp parallel reduction(max : largest)
+        {
+            Receiver walk(tree, ratio, rule, bvh, sqrtPi);
+#pragma omp for schedule(dynamic, 1)
+            for (std::size_t k = 0; k < n; ++k) {
+                const double c = walk.sum(k * M / n);
+                if (std::isfinite(c)) largest = std::max(largest, std::abs(c));
+            }
+        }
+        allowance = kAllowanceShare * rule.tolerance * largest;
+    }
     PairProgress progress(static_cast<std::int64_t>(M));
     std::int64_t tests = 0, terms = 0;
     std::exception_ptr failure;
@@ -411,6 +565,7 @@ std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, F
 #pragma omp parallel reduction(+ : tests, terms)
     {
         Receiver walk(tree, ratio, rule, bvh, sqrtPi);
+        walk.allowance = allowance;
 #pragma omp for schedule(dynamic, 1)
         for (std::size_t first = 0; first < M; first += kChunk) {
             const std::size_t last = std::min(M, first + kChunk);
