@@ -9,6 +9,7 @@ PACKAGES=(
   libgtest-dev libbenchmark-dev
   libxerces-c-dev libembree-dev libeigen3-dev libcli11-dev
   libcairo2-dev nlohmann-json3-dev
+  qt6-base-dev libopenmpi-dev openmpi-bin xvfb xauth
   python3 python3-dev python3-numpy python3-pytest python3-pybind11 pybind11-dev python3-meshio python3-vtk9
 )
 missing=()
