@@ -147,6 +147,7 @@ pid_t start(const Campaign& c, const Run& run, const fs::path& stage, int thread
 
 struct BatchArgs {
     std::string campaign, shard, runOne, stage, out;
+    std::vector<std::string> fields;
     int jobs = 1;
     bool collect = false, dryRun = false;
 };
@@ -173,6 +174,10 @@ int runCampaign(const Campaign& c, const BatchArgs& a) {
     fs::create_directories(c.output, ec);
     if (ec) throw Failure{"cannot make " + c.output + ": " + ec.message()};
     removeStale(c);
+    for (const Run* r : todo)
+        for (const std::string& f : r->inputs)
+            if (::access(f.c_str(), R_OK) != 0)
+                warn("run " + r->id + ": " + f + ": " + std::strerror(errno) + "; that run will fail");
     if (!quiet)
         std::cerr << "tundrel batch: " << mine.size() << " runs, " << mine.size() - todo.size() << " done before, "
                   << todo.size() << " to run, " << a.jobs << " at once\n";
@@ -252,6 +257,9 @@ int runCampaign(const Campaign& c, const BatchArgs& a) {
     ::sigaction(SIGINT, &oldInt, nullptr);
     ::sigaction(SIGTERM, &oldTerm, nullptr);
     for (const std::string& f : failures) error("failed: " + f);
+    if (!quiet)
+        std::cerr << "tundrel batch: " << ok << " ok, " << failed << " failed, " << mine.size() - todo.size()
+                  << " skipped as done before\n";
     if (stopSignal) {
         error("stopped by signal " + std::to_string(stopSignal) + "; " + std::to_string(todo.size() - ok - failed) +
               " runs left for the next start");
@@ -282,14 +290,20 @@ int collect(const Campaign& c, const BatchArgs& a) {
         row["reason"] = s.is_object() ? s.value("reason", Json("")) : Json("");
         row["seconds"] = s.is_object() ? s.value("seconds", Json()) : Json();
         if (s.is_object()) {
-            for (const auto& [step, t] : s.value("timings", Json::object()).items())
+            const Json timings = s.value("timings", Json::object());
+            for (const auto& [step, t] : timings.items())
                 column("seconds_" + step), row["seconds_" + step] = t;
-            for (const Json& f : s.value("fields", Json::array()))
+            for (const Json& f : s.value("fields", Json::array())) {
+                const std::string field = f.value("name", "");
+                const bool chosen = a.fields.empty() ? field != "x" && field != "y" && field != "z"
+                                                     : std::find(a.fields.begin(), a.fields.end(), field) != a.fields.end();
+                if (!chosen) continue;
                 for (const char* k : {"min", "max", "mean", "no_value"}) {
                     const std::string name = f.value("name", "") + "_" + k;
                     column(name);
                     row[name] = f.value(k, Json());
                 }
+            }
         }
         std::string outputs;
         for (const Json& o : s.is_object() ? s.value("outputs", Json::array()) : Json::array())
@@ -357,6 +371,8 @@ void addBatchCommand(CLI::App& app, int& status) {
     cmd->add_flag("--dry-run", a->dryRun, "List the runs of this shard, done or to run, and start none");
     cmd->add_flag("--collect", a->collect, "Merge the runs' summaries into one table, CSV and JSON");
     cmd->add_option("--out", a->out, "With --collect: the table's files, OUT.csv and OUT.json (default OUTPUT/campaign)");
+    cmd->add_option("--fields", a->fields, "With --collect: the fields whose statistics are columns (default all but x, y, z)")
+        ->delimiter(',');
     cmd->add_option("--run-one", a->runOne)->group("");
     cmd->add_option("--stage", a->stage)->group("");
     cmd->callback([a, &status] {
