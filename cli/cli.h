@@ -4,6 +4,8 @@
 #include <CLI/CLI.hpp>
 #include <cstdint>
 #include <functional>
+#include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,6 +27,7 @@ struct Failure {
 struct RunSettings {
     bool quiet = false;  // no warnings
     std::string command; // the subcommand running, for messages
+    std::vector<std::string>* warnings = nullptr;  // when set, warnings are kept here too
 };
 RunSettings& settings();
 
@@ -73,6 +76,15 @@ void checkMemory(double bytes, const std::string& what);
 // text, the file and the system's reason.
 void readMarkers(const std::string& file, const std::function<void()>& read);
 
+// What `tundrel info --json` prints of a model: title, flow conditions,
+// patches, counts, and under "fields" each variable's min, max, mean and
+// no-value count.
+nlohmann::ordered_json describeModel(const std::string& file, const region& reg, const region_fe& reg_fe);
+
+// "1600x1200" -> {1600, 1200}; nothing unless both sides are whole numbers
+// from 16 to 8192.
+std::optional<std::pair<int, int>> pictureSize(const std::string& text);
+
 // Prints "tundrel <command>: <text>" on standard error.
 void error(const std::string& text);
 
@@ -84,5 +96,6 @@ void addMeshCommands(CLI::App& app, int& status);     // triangulate, refine, me
 void addPressurePortsCommand(CLI::App& app, int& status);     // pressure-ports
 void addSelfIlluminationCommand(CLI::App& app, int& status);  // self-illumination
 void addRenderCommand(CLI::App& app, int& status);  // render
+void addBatchCommand(CLI::App& app, int& status);   // batch
 
 }  // namespace tundrel::cli

@@ -58,6 +58,7 @@ std::string markerExtensions() {
 }  // namespace
 
 void warn(const std::string& text) {
+    if (settings().warnings != nullptr) settings().warnings->push_back(text);
     if (settings().quiet) return;
     cliHost().clearLine();
     std::cerr << prefix() << "warning: " << text << '\n';
@@ -104,6 +105,15 @@ CLI::Validator numberIn(double lo, double hi, const std::string& what) {
             return {};
         },
         what);
+}
+
+std::optional<std::pair<int, int>> pictureSize(const std::string& text) {
+    const std::size_t x = text.find_first_of("xX");
+    if (x == std::string::npos) return std::nullopt;
+    const auto w = parseNumber(text.substr(0, x)), h = parseNumber(text.substr(x + 1));
+    if (!w || !h || *w != std::floor(*w) || *h != std::floor(*h) || *w < 16 || *h < 16 || *w > 8192 || *h > 8192)
+        return std::nullopt;
+    return std::pair{static_cast<int>(*w), static_cast<int>(*h)};
 }
 
 CLI::Validator positiveNumber() {

@@ -95,6 +95,7 @@ int main(int argc, char** argv) {
     addPressurePortsCommand(app, status);
     addSelfIlluminationCommand(app, status);
     addRenderCommand(app, status);
+    addBatchCommand(app, status);
     addHelpCommand(app, status);
     for (CLI::App* sub : app.get_subcommands([](const CLI::App*) { return true; }))
         sub->preparse_callback([sub](std::size_t) { settings().command = sub->get_name(); });

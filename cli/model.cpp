@@ -41,7 +41,9 @@ struct Statistics {
     double mean() const { return values > 0 ? sum / static_cast<double>(values) : std::nan(""); }
 };
 
-Json describe(const std::string& file, const region& reg, const region_fe& reg_fe) {
+}  // namespace
+
+nlohmann::ordered_json describeModel(const std::string& file, const region& reg, const region_fe& reg_fe) {
     // The title and flow conditions come from the region, or from the face
     // mesh when the region is empty.
     const bool structured = reg.patchCount() > 0 || reg_fe.patchCount() == 0;
@@ -99,6 +101,8 @@ Json describe(const std::string& file, const region& reg, const region_fe& reg_f
     j["fields"] = fields;
     return j;
 }
+
+namespace {
 
 std::string text(const Json& v) {
     if (v.is_null()) return "-";
@@ -181,7 +185,7 @@ void addModelCommands(CLI::App& app, int& status) {
                 status = kFailure;
                 continue;
             }
-            all.push_back(describe(f, reg, reg_fe));
+            all.push_back(describeModel(f, reg, reg_fe));
         }
         if (inf->json) {
             std::cout << (inf->files.size() == 1 && all.size() == 1 ? all[0] : all).dump() << '\n';

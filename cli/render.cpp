@@ -39,16 +39,6 @@ std::string joined(const std::vector<std::string>& names) {
     return s;
 }
 
-// "1600x1200" -> {1600, 1200}
-std::optional<std::pair<int, int>> sizeOf(const std::string& text) {
-    const std::size_t x = text.find_first_of("xX");
-    if (x == std::string::npos) return std::nullopt;
-    const auto w = number(text.substr(0, x)), h = number(text.substr(x + 1));
-    if (!w || !h || *w != std::floor(*w) || *h != std::floor(*h) || *w < 16 || *h < 16 || *w > 8192 || *h > 8192)
-        return std::nullopt;
-    return std::pair{static_cast<int>(*w), static_cast<int>(*h)};
-}
-
 std::optional<std::pair<double, double>> rangeOf(const std::string& text) {
     const auto items = splitList(text);
     if (items.size() != 2) return std::nullopt;
@@ -107,7 +97,7 @@ void addRenderCommand(CLI::App& app, int& status) {
                       "not a factor above 0"))
         ->capture_default_str();
     cmd->add_option("--size", a->size, "Picture size WxH in pixels, 16 to 8192 a side")
-        ->check(check([](const std::string& t) { return sizeOf(t).has_value(); }, "not WxH in pixels, 16 to 8192"))
+        ->check(check([](const std::string& t) { return pictureSize(t).has_value(); }, "not WxH in pixels, 16 to 8192"))
         ->capture_default_str();
     cmd->add_option("--range", a->range, "LO,HI: values at the ends of the colour map (default: the field's range)")
         ->check(check([](const std::string& t) { return rangeOf(t).has_value(); }, "not two numbers LO,HI with LO < HI"));
@@ -143,7 +133,7 @@ void addRenderCommand(CLI::App& app, int& status) {
                 o.views.push_back(v);
             }
         }
-        const auto size = *sizeOf(a->size);
+        const auto size = *pictureSize(a->size);
         o.width = size.first;
         o.height = size.second;
         o.samples = a->samples;
