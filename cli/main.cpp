@@ -7,6 +7,7 @@
 
 #include "cli/cli.h"
 #include "cli/host.h"
+#include "cli/ranks.h"
 
 namespace {
 
@@ -74,6 +75,7 @@ void addHelpCommand(CLI::App& app, int& status) {
 
 int main(int argc, char** argv) {
     using namespace tundrel::cli;
+    Ranks mpi(argc, argv);  // one rank unless started by an MPI launcher
     CLI::App app{"tundrel: surface geometry and fields of wind-tunnel measurements"};
     app.require_subcommand(1);
     app.fallthrough();
@@ -98,7 +100,13 @@ int main(int argc, char** argv) {
     addBatchCommand(app, status);
     addHelpCommand(app, status);
     for (CLI::App* sub : app.get_subcommands([](const CLI::App*) { return true; }))
-        sub->preparse_callback([sub](std::size_t) { settings().command = sub->get_name(); });
+        sub->preparse_callback([sub, &mpi](std::size_t) {
+            settings().command = sub->get_name();
+            // Other commands would write their output once a rank.
+            if (mpi.several() && sub->get_name() != "self-illumination" && sub->get_name() != "help")
+                throw CLI::ValidationError("runs in one process; of the commands only self-illumination runs "
+                                           "across MPI ranks");
+        });
 
     try {
         app.parse(argc, argv);

@@ -71,9 +71,18 @@ private:
 
 // The received sum of every participant (the amount subtracted from its
 // value), without the obstruction test when bvh is null. Runs in parallel
-// and reports progress through the host.
+// and reports progress through the host. With a share of several, only the
+// rows of pairs of that share are summed (both directions of each pair).
 std::vector<double> illuminationSums(const IlluminationNodes& nodes, double ratio, const SurfaceBvh* bvh,
-                                                 SelfIlluminationStats* stats = nullptr);
+                                                 SelfIlluminationStats* stats = nullptr, WorkShare share = {});
+
+// The rows of the pairs that belong to `share` of a triangular loop over M
+// rows (row i holds M - 1 - i pairs): blocks of kShareBlock rows dealt out
+// in turn, forwards in even rounds and backwards in odd ones.
+inline constexpr std::size_t kShareBlock = 64;
+std::vector<std::uint32_t> shareRows(std::size_t M, WorkShare share);
+// Whether block `block` of a loop dealt out that way belongs to `share`.
+bool ownsBlock(std::size_t block, WorkShare share);
 
 // How the hierarchical pass approximates a far cluster of emitters (see
 // self_illumination_tree.cpp): accepted when (radius / distance)^(order + 1)
@@ -95,8 +104,12 @@ FarFieldRule farFieldRule(double tolerance);
 // The received sums as illuminationSums gives them, with far clusters of
 // emitters taken whole by `rule`; with the obstruction test when bvh is not
 // null (accepted clusters by a few rays, single pairs by their own test).
+// With a share of several, only the receivers of that share (blocks of
+// receivers in tree order dealt out as by ownsBlock) are summed; the others
+// get 0.
 std::vector<double> hierarchicalSums(const IlluminationNodes& nodes, double ratio, FarFieldRule rule,
-                                     const SurfaceBvh* bvh, SelfIlluminationStats* stats = nullptr);
+                                     const SurfaceBvh* bvh, SelfIlluminationStats* stats = nullptr,
+                                     WorkShare share = {});
 
 // The corrected values of every node (all blocks together) without changing
 // the container: the source values, less the received sums at participating
@@ -106,6 +119,14 @@ std::vector<double> selfIlluminationValues(const FieldMasterD& field, const std:
                                                        double ratio, bool checkVisibility,
                                                        SelfIlluminationStats* stats = nullptr,
                                                        double tolerance = 0.0);
+
+// The received sums of a share as one value a node of the container (0 for
+// the nodes outside the share, without area or not taking part): what
+// selfIlluminationValues subtracts when the shares are added. Throws and
+// ends silently (empty) as selfIlluminationValues.
+std::vector<double> receivedSums(const FieldMasterD& field, const std::string& fieldName, double ratio,
+                                 bool checkVisibility, SelfIlluminationStats* stats, double tolerance,
+                                 WorkShare share);
 
 // The correction proper, with the dialog's values: appends the new scalar
 // function `newName`. False when it ended silently (see above, or newName

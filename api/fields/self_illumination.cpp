@@ -298,14 +298,38 @@ double testedRow(const Row& R, const std::vector<std::int32_t>& node, std::size_
 
 }  // namespace
 
+bool ownsBlock(std::size_t block, WorkShare share) {
+    const auto count = static_cast<std::size_t>(std::max(1, share.count));
+    const std::size_t round = block / count, place = block % count;
+    return static_cast<int>(round % 2 == 0 ? place : count - 1 - place) == share.index;
+}
+
+std::vector<std::uint32_t> shareRows(std::size_t M, WorkShare share) {
+    std::vector<std::uint32_t> rows;
+    rows.reserve(M / static_cast<std::size_t>(std::max(1, share.count)) + kShareBlock);
+    for (std::size_t first = 0, block = 0; first < M; first += kShareBlock, ++block)
+        if (ownsBlock(block, share))
+            for (std::size_t i = first; i < std::min(M, first + kShareBlock); ++i)
+                rows.push_back(static_cast<std::uint32_t>(i));
+    return rows;
+}
+
 std::vector<double> illuminationSums(const IlluminationNodes& p, double ratio, const SurfaceBvh* bvh,
-                                     SelfIlluminationStats* stats) {
+                                     SelfIlluminationStats* stats, WorkShare share) {
     const std::size_t M = p.size();
     const double sqrtPi = std::sqrt(kPi);
     const int threads = std::max(1, omp_get_max_threads());
     // One column of received sums a thread.
     std::vector<double> columns(static_cast<std::size_t>(threads) * M, 0.0);
-    const auto total = static_cast<std::int64_t>(M) * static_cast<std::int64_t>(M > 0 ? M - 1 : 0) / 2;
+    // A share of several walks its own rows only; a whole run every row.
+    const bool part = share.count > 1;
+    const std::vector<std::uint32_t> owned = part ? shareRows(M, share) : std::vector<std::uint32_t>{};
+    const std::size_t rowCount = part ? owned.size() : M;
+    std::int64_t total = static_cast<std::int64_t>(M) * static_cast<std::int64_t>(M > 0 ? M - 1 : 0) / 2;
+    if (part) {
+        total = 0;
+        for (const std::uint32_t i : owned) total += static_cast<std::int64_t>(M - 1 - i);
+    }
     PairProgress progress(total);
     std::int64_t tests = 0;
     std::exception_ptr failure;
@@ -315,7 +339,8 @@ std::vector<double> illuminationSums(const IlluminationNodes& p, double ratio, c
     {
         double* col = columns.data() + static_cast<std::size_t>(omp_get_thread_num()) * M;
 #pragma omp for schedule(dynamic, kRowChunk)
-        for (std::size_t i = 0; i < M; ++i) {
+        for (std::size_t k = 0; k < rowCount; ++k) {
+            const std::size_t i = part ? owned[k] : k;
             if (progress.stopping()) continue;
             if (bvh == nullptr) {
                 col[i] += openRow(rows, i, M, col, ratio, sqrtPi);
@@ -346,15 +371,21 @@ std::vector<double> illuminationSums(const IlluminationNodes& p, double ratio, c
     return sums;
 }
 
-std::vector<double> selfIlluminationValues(const FieldMasterD& field, const std::string& fieldName, double ratio,
-                                           bool checkVisibility, SelfIlluminationStats* stats, double tolerance) {
+namespace {
+
+// The participants and what they receive (the share's part; 0 elsewhere);
+// the source values, or null when the run ends silently.
+const double* participantSums(const FieldMasterD& field, const std::string& fieldName, double ratio,
+                              bool checkVisibility, SelfIlluminationStats* stats, double tolerance, WorkShare share,
+                              IlluminationNodes& nodes, std::vector<double>& sums) {
     // Absent names throw IndexError here, before anything changes.
     arrayWorks::FieldFunction* source = field.functionAt(field.findFunction(fieldName));
     arrayWorks::FieldFunction* normals = field.functionAt(field.findFunction(arrayWorks::kNormalsName));
     const auto* values = dynamic_cast<const arrayWorks::ScalarFunction*>(source);
     const auto* normalValues = dynamic_cast<const arrayWorks::VectorFunction*>(normals);
     const std::size_t n = field.totalNodes();
-    if (values == nullptr || normalValues == nullptr || values->size() != n || normalValues->size() != n) return {};
+    if (values == nullptr || normalValues == nullptr || values->size() != n || normalValues->size() != n)
+        return nullptr;
 
     // Nothing selected: every node takes part; otherwise the selected ones.
     const bool everyNode = field.selectionState() == arrayWorks::NothingSelected;
@@ -371,7 +402,6 @@ std::vector<double> selfIlluminationValues(const FieldMasterD& field, const std:
     const std::vector<double> area = nodeAreas(field, surface, takesPart);
 
     // The participants' own copy of their positions and normals ("$_N").
-    IlluminationNodes nodes;
     nodes.reserve(participants);
     const z::zVec<double>* normal = normalValues->data();
     for (std::size_t k = 0; k < n; ++k)
@@ -379,14 +409,37 @@ std::vector<double> selfIlluminationValues(const FieldMasterD& field, const std:
 
     std::unique_ptr<SurfaceBvh> bvh;
     if (checkVisibility && nodes.size() > 1) bvh = std::make_unique<SurfaceBvh>(surface);
-    const std::vector<double> sums = tolerance > 0.0
-                                         ? hierarchicalSums(nodes, ratio, farFieldRule(tolerance), bvh.get(), stats)
-                                         : illuminationSums(nodes, ratio, bvh.get(), stats);
+    sums = tolerance > 0.0 ? hierarchicalSums(nodes, ratio, farFieldRule(tolerance), bvh.get(), stats, share)
+                           : illuminationSums(nodes, ratio, bvh.get(), stats, share);
+    return v;
+}
 
-    std::vector<double> result(v, v + n);
+}  // namespace
+
+std::vector<double> selfIlluminationValues(const FieldMasterD& field, const std::string& fieldName, double ratio,
+                                           bool checkVisibility, SelfIlluminationStats* stats, double tolerance) {
+    IlluminationNodes nodes;
+    std::vector<double> sums;
+    const double* v =
+        participantSums(field, fieldName, ratio, checkVisibility, stats, tolerance, {}, nodes, sums);
+    if (v == nullptr) return {};
+    std::vector<double> result(v, v + field.totalNodes());
     // A receiver without area (a node that no face holds) receives nothing.
     for (std::size_t i = 0; i < nodes.size(); ++i)
         if (nodes.area[i] > 0.0) result[static_cast<std::size_t>(nodes.node[i])] -= sums[i];
+    return result;
+}
+
+std::vector<double> receivedSums(const FieldMasterD& field, const std::string& fieldName, double ratio,
+                                 bool checkVisibility, SelfIlluminationStats* stats, double tolerance,
+                                 WorkShare share) {
+    IlluminationNodes nodes;
+    std::vector<double> sums;
+    if (participantSums(field, fieldName, ratio, checkVisibility, stats, tolerance, share, nodes, sums) == nullptr)
+        return {};
+    std::vector<double> result(field.totalNodes(), 0.0);
+    for (std::size_t i = 0; i < nodes.size(); ++i)
+        if (nodes.area[i] > 0.0) result[static_cast<std::size_t>(nodes.node[i])] = sums[i];
     return result;
 }
 }  // namespace detail
@@ -396,6 +449,9 @@ using detail::selfIlluminationValues;
 
 
 namespace {
+
+arrayWorks::ScalarFunction* appendValues(FieldMasterD& field, const std::string& newName,
+                                         const std::vector<double>& result);
 
 // Appends the corrected field as correctSelfIllumination does; the new
 // function, or null when the run ended silently.
@@ -412,6 +468,13 @@ arrayWorks::ScalarFunction* appendCorrected(FieldMasterD& field, const std::stri
         BusyScope busy;
         result = selfIlluminationValues(field, fieldName, ratio, checkVisibility, stats, tolerance);
     }
+    return appendValues(field, newName, result);
+}
+
+// Appends `newName` with `result` (one value a node); null when `result` is
+// empty for a model with nodes: the run ended silently.
+arrayWorks::ScalarFunction* appendValues(FieldMasterD& field, const std::string& newName,
+                                         const std::vector<double>& result) {
     if (result.empty() && field.totalNodes() > 0) return nullptr;
 
     field.addScalar(newName);
@@ -457,6 +520,59 @@ SelfIlluminationResult selfIlluminate(FieldMasterD& field, const std::string& so
     } catch (const detail::Stopped&) {
         return SelfIlluminationResult::stoppedEarly();
     }
+    return r;
+}
+
+namespace {
+
+// selfIlluminate's refusals before any work: the parameters, then the name.
+std::string refusal(const FieldMasterD& field, const SelfIlluminationParameters& p) {
+    if (std::string m = checkParameters(p); !m.empty()) return m;
+    if (field.findFunction(p.newName) >= 0) return arrayWorks::kDuplicateNameMessage;
+    return {};
+}
+
+}  // namespace
+
+SelfIlluminationSums selfIlluminationShare(const FieldMasterD& field, const std::string& source,
+                                           const SelfIlluminationParameters& p, WorkShare share) {
+    SelfIlluminationSums r;
+    if (share.count < 1 || share.index < 0 || share.index >= share.count) {
+        r.message = "The share must be a part 0 to count - 1 of a count of at least 1.";
+        return r;
+    }
+    if (r.message = refusal(field, p); !r.message.empty()) return r;
+    try {
+        BusyScope busy;
+        r.sums = detail::receivedSums(field, source, p.ratio, p.checkVisibility, &r.facts, p.tolerance, share);
+    } catch (const detail::Stopped&) {
+        r.sums.clear();
+        r.stopped = true;
+    }
+    return r;
+}
+
+SelfIlluminationResult applySelfIllumination(FieldMasterD& field, const std::string& source,
+                                             const SelfIlluminationParameters& p, const std::vector<double>& sums,
+                                             const SelfIlluminationStats& facts) {
+    if (std::string m = refusal(field, p); !m.empty()) return SelfIlluminationResult::refused(std::move(m));
+    // The checks of the correction itself, in its order: absent names throw.
+    arrayWorks::FieldFunction* values = field.functionAt(field.findFunction(source));
+    arrayWorks::FieldFunction* normals = field.functionAt(field.findFunction(arrayWorks::kNormalsName));
+    const auto* scalar = dynamic_cast<const arrayWorks::ScalarFunction*>(values);
+    const auto* vectors = dynamic_cast<const arrayWorks::VectorFunction*>(normals);
+    const std::size_t n = field.totalNodes();
+    if (scalar == nullptr || vectors == nullptr || scalar->size() != n || vectors->size() != n) return {};
+    if (sums.size() != n)
+        return SelfIlluminationResult::refused("The received sums have " + std::to_string(sums.size()) +
+                                               " values for a model of " + std::to_string(n) + " nodes.");
+    std::vector<double> result(scalar->data(), scalar->data() + n);
+    // Nodes outside the run have a sum of +0 and keep their value as it is.
+    for (std::size_t k = 0; k < n; ++k)
+        if (sums[k] != 0.0 || std::signbit(sums[k])) result[k] -= sums[k];
+    SelfIlluminationResult r;
+    r.function = appendValues(field, p.newName, result);
+    r.facts = facts;
     return r;
 }
 

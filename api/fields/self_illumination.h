@@ -93,6 +93,55 @@ TUNDREL_API std::string checkParameters(const SelfIlluminationParameters& p);
 
 using SelfIlluminationResult = CoreResult<SelfIlluminationStats>;
 
+// ---- one correction over several processes -------------------------------------
+//
+// A driver that runs one correction in P processes (MPI ranks, say) gives
+// each process its share: every process holds the whole model, computes the
+// received sums of its share with selfIlluminationShare, the P vectors are
+// added element by element, and one process appends the field with
+// applySelfIllumination. The result equals selfIlluminate's to rounding (the
+// exact pass adds the shares of a receiver in another order); with P = 1 it
+// is the same.
+
+// Part `index` of `count`, 0 <= index < count. The exact pass splits the rows
+// of its pairs (row i holds the pairs {i, j > i}) in blocks of 64 rows dealt
+// out in turn, back and forth, so that every part has nearly the same number
+// of pairs; the hierarchical pass deals out blocks of 64 receivers.
+struct WorkShare {
+    int index = 0;
+    int count = 1;
+};
+
+// What a share gives: one received sum a node of the container (all blocks
+// together; 0 where a node does not take part, has no area, or its sum is
+// not in this share's part), and the facts of the share (participants: all
+// of them; pairs, segment tests and cluster terms: this share's, so that the
+// sums over the shares are the whole run's). `message` refuses the run as
+// selfIlluminate refuses it; `stopped`: the host asked to stop. An empty
+// `sums` without message: the run would end silently.
+struct SelfIlluminationSums {
+    std::vector<double> sums;
+    SelfIlluminationStats facts{};
+    std::string message;
+    bool stopped = false;
+};
+
+// The received sums of a share, with selfIlluminate's checks (parameters,
+// the new name, the source and "$_N", which throw IndexError when absent);
+// a share outside 0 <= index < count is refused. The container is not
+// changed. Progress is reported for the share's own part.
+TUNDREL_API SelfIlluminationSums selfIlluminationShare(const FieldMasterD& field, const std::string& source,
+                                                       const SelfIlluminationParameters& p, WorkShare share);
+
+// Appends the field that selfIlluminate appends, from `sums`: the sums of all
+// shares added up (one a node of the container). The same checks and
+// refusals as selfIlluminate, and a refusal when `sums` does not have one
+// value a node; `facts` are returned in the result as they are.
+TUNDREL_API SelfIlluminationResult applySelfIllumination(FieldMasterD& field, const std::string& source,
+                                                         const SelfIlluminationParameters& p,
+                                                         const std::vector<double>& sums,
+                                                         const SelfIlluminationStats& facts);
+
 // The correction without a dialog: the parameters are checked by the dialog's
 // rules, then a new name that exists is refused with "The function name
 // alredy exist"; then the correction runs as the dialog's OK runs it (wait

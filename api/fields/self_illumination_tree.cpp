@@ -530,7 +530,7 @@ FarFieldRule farFieldRule(double tolerance) {
 }
 
 std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, FarFieldRule rule,
-                                     const SurfaceBvh* bvh, SelfIlluminationStats* stats) {
+                                     const SurfaceBvh* bvh, SelfIlluminationStats* stats, WorkShare share) {
     const std::size_t M = p.size();
     // A few rays judge an accepted cluster's visibility well only when it is
     // small as seen from the receiver: with the obstruction test the
@@ -557,10 +557,17 @@ std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, F
         }
         allowance = kAllowanceShare * rule.tolerance * largest;
     }
-    PairProgress progress(static_cast<std::int64_t>(M));
+    // A share of several: its own blocks of receivers only (see ownsBlock).
+    constexpr std::size_t kChunk = kShareBlock;
+    std::size_t receivers = M;
+    if (share.count > 1) {
+        receivers = 0;
+        for (std::size_t first = 0; first < M; first += kChunk)
+            if (ownsBlock(first / kChunk, share)) receivers += std::min(M, first + kChunk) - first;
+    }
+    PairProgress progress(static_cast<std::int64_t>(receivers));
     std::int64_t tests = 0, terms = 0;
     std::exception_ptr failure;
-    constexpr std::size_t kChunk = 64;
 
 #pragma omp parallel reduction(+ : tests, terms)
     {
@@ -569,7 +576,7 @@ std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, F
 #pragma omp for schedule(dynamic, 1)
         for (std::size_t first = 0; first < M; first += kChunk) {
             const std::size_t last = std::min(M, first + kChunk);
-            if (progress.stopping()) continue;
+            if (progress.stopping() || (share.count > 1 && !ownsBlock(first / kChunk, share))) continue;
             try {
                 for (std::size_t i = first; i < last; ++i)
                     sums[static_cast<std::size_t>(tree.order[i])] = walk.sum(i);
@@ -586,7 +593,7 @@ std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, F
     progress.finish();
     if (stats != nullptr) {
         stats->participants = static_cast<std::int64_t>(M);
-        stats->pairs = static_cast<std::int64_t>(M) * static_cast<std::int64_t>(M > 0 ? M - 1 : 0);
+        stats->pairs = static_cast<std::int64_t>(receivers) * static_cast<std::int64_t>(M > 0 ? M - 1 : 0);
         stats->segmentTests = tests;
         stats->clusterTerms = terms;
     }
