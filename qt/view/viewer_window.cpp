@@ -76,6 +76,9 @@ ViewerWindow::ViewerWindow(QWidget* parent) : QMainWindow(parent), host_(std::ma
     buildMenus();
     buildControls();
     buildInformation();
+    status_ = new QLabel;
+    status_->setObjectName("status");
+    statusBar()->addWidget(status_, 1);
     modelChanged({});
     resize(1100, 720);
 }
@@ -438,10 +441,10 @@ void ViewerWindow::updateInformation() {
 void ViewerWindow::updateTitle() {
     setWindowTitle(model_.empty() ? tr("Tundrel viewer")
                                   : tr("%1 - Tundrel viewer").arg(QFileInfo(q(model_.file())).fileName()));
-    if (!model_.empty())
-        statusBar()->showMessage(tr("%1: %2 nodes. Drag to turn the model, wheel to zoom.")
-                                     .arg(q(model_.file()))
-                                     .arg(model_.nodeCount()));
+    status_->setText(model_.empty() ? tr("Open a model with File > Open")
+                                    : tr("%1: %2 nodes. Drag to turn the model, wheel to zoom.")
+                                          .arg(q(model_.file()))
+                                          .arg(model_.nodeCount()));
 }
 
 }  // namespace tundrel::view

@@ -85,6 +85,7 @@ private:
     QDoubleSpinBox* lowBox_ = nullptr;
     QDoubleSpinBox* highBox_ = nullptr;
     QLabel* summary_ = nullptr;
+    QLabel* status_ = nullptr;
     QTableWidget* patchTable_ = nullptr;
     QTableWidget* fieldTable_ = nullptr;
     QList<QAction*> modelActions_;

@@ -2,6 +2,8 @@
 // and zoomed, self-illumination run through its dialog, files saved. Every
 // dialog is answered by pressing its button and saved as a screenshot.
 #include <QApplication>
+#include <QComboBox>
+#include <QLabel>
 #include <QDir>
 #include <QMessageBox>
 #include <QProcess>
@@ -32,17 +34,16 @@ struct DialogAnswer {
     QString title, button, shot;
     std::function<void(QWidget*)> check = [](QWidget*) {};
     bool answered = false;
+    std::unique_ptr<QTimer> timer = std::make_unique<QTimer>();
 
     void arm() {
-        auto* timer = new QTimer;
-        QObject::connect(timer, &QTimer::timeout, [this, timer] {
+        QObject::connect(timer.get(), &QTimer::timeout, [this] {
             QWidget* d = QApplication::activeModalWidget();
             // No title: any message box.
             if (d == nullptr || !d->isVisible() ||
                 (title.isEmpty() ? qobject_cast<QMessageBox*>(d) == nullptr : d->windowTitle() != title))
                 return;
             timer->stop();
-            timer->deleteLater();
             shoot(d, shot);
             check(d);
             for (QPushButton* b : d->findChildren<QPushButton*>())
@@ -157,7 +158,7 @@ private slots:
 
     void savesModelAndPictureAndTheyReadBack() {
         QTemporaryDir dir;
-        const QString model = dir.filePath("copy.vtp"), picture = dir.filePath("cp.png");
+        const QString model = dir.filePath("copy.vtm"), picture = dir.filePath("cp.png");
         QVERIFY(w->saveModel(model));
         QVERIFY(w->savePicture(picture));
         const QImage image(picture);
