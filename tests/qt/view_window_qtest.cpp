@@ -4,6 +4,7 @@
 #include <QApplication>
 #include <QComboBox>
 #include <QLabel>
+#include <QLineEdit>
 #include <QDir>
 #include <QMessageBox>
 #include <QProcess>
@@ -123,6 +124,52 @@ private slots:
         w->runSelfIllumination();
         QVERIFY(answer.answered);
         QCOMPARE(w->model().scalarNames(), std::vector<std::string>{"cp"});
+    }
+
+    void pressurePortsThroughItsDialogShowTheirField() {
+        DialogAnswer answer{"Pressure ports parameters", "OK", "dialog_pressure_ports"};
+        answer.check = [](QWidget* d) {
+            // The edits in the template's order: order, deflexion, name, marker file.
+            const QList<QLineEdit*> edits = d->findChildren<QLineEdit*>();
+            QCOMPARE(edits.size(), 4);
+            edits[1]->setText("0.004");
+            edits[2]->setText("cp_ports");
+            edits[3]->setText(TUNDREL_SOURCE_DIR "/examples/wingbody_ports.mrk");
+        };
+        answer.arm();
+        w->runPressurePorts();
+        QVERIFY(answer.answered);
+        QCOMPARE(w->currentField(), QString("cp_ports"));
+        QVERIFY(column(w->findChild<QTableWidget*>("fieldTable"), 0).contains("cp_ports"));
+    }
+
+    void meshOperations_data() {
+        QTest::addColumn<QString>("action");
+        QTest::addColumn<int>("facePatches");
+        QTest::addColumn<int>("nodesTimes2");  // nodes afterwards, twice, over the nodes before
+        QTest::addColumn<int>("facesTimes");
+        QTest::newRow("triangulate") << "triangulateAction" << 3 << 2 << 2;
+        QTest::newRow("refine") << "refineAction" << 3 << 0 << 8;  // triangulated first, then split in four
+        QTest::newRow("mirror") << "mirrorAction" << 6 << 4 << 4;   // triangulated first, then doubled
+    }
+    void meshOperations() {
+        QFETCH(QString, action);
+        QFETCH(int, facePatches);
+        QFETCH(int, nodesTimes2);
+        QFETCH(int, facesTimes);
+        const long long nodes = w->model().nodeCount(), faces = w->model().faceCount();
+        DialogAnswer answer{"Mirror", "OK", "dialog_mirror"};
+        if (action == "mirrorAction") answer.arm();
+        w->findChild<QAction*>(action)->trigger();
+        int face = 0;
+        for (const auto& p : w->model().patches()) face += !p.structured;
+        QCOMPARE(face, facePatches);
+        if (nodesTimes2 > 0) QCOMPARE(2 * w->model().nodeCount(), nodesTimes2 * nodes);
+        QVERIFY(w->model().nodeCount() > nodes || nodesTimes2 == 2);
+        QCOMPARE(w->model().faceCount(), facesTimes * faces);
+        QCOMPARE(w->currentField(), QString("cp"));
+        w->fieldView()->renderNow();
+        QVERIFY(distinctColours(w->fieldView()->image()) > 30);
     }
 
     void aFileThatCannotBeReadIsNamedInAMessage() {
