@@ -39,7 +39,7 @@ QTableWidget* newTable(const QStringList& headers, const QString& name) {
     t->setEditTriggers(QAbstractItemView::NoEditTriggers);
     t->setSelectionMode(QAbstractItemView::NoSelection);
     t->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
-    t->horizontalHeader()->setStretchLastSection(true);
+    t->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
     return t;
 }
 
