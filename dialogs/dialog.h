@@ -15,10 +15,20 @@ namespace tundrel {
 
 enum class ControlKind { Label, Edit, ReadOnlyEdit, CheckBox, Radio, Group, Button, Ok, Cancel };
 
+// A place in dialog units, as a resource script gives it: a horizontal unit
+// is a quarter of the template font's average character width, a vertical
+// unit an eighth of its character height. All zero: no place given (a host
+// lays the control out itself).
+struct DialogRect {
+    int x = 0, y = 0, width = 0, height = 0;
+    bool empty() const { return width <= 0 || height <= 0; }
+};
+
 struct ControlTemplate {
     int id = 0;             // control id; -1 for static labels and groups
     ControlKind kind = ControlKind::Label;
     std::string label;      // label, caption or group title
+    DialogRect rect;        // its place in the dialog
 };
 
 struct DialogTemplate {
@@ -27,6 +37,7 @@ struct DialogTemplate {
     std::string font = "MS Sans Serif";
     int fontSize = 8;
     std::vector<ControlTemplate> controls;
+    int width = 0, height = 0;  // client area in dialog units; 0: not given
 };
 
 // Control id -> text. Check boxes and radio buttons hold "1" or "0".

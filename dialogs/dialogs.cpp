@@ -15,18 +15,27 @@ namespace {
 constexpr int kOk = 1;
 constexpr int kCancel = 2;
 
-ControlTemplate label(std::string text) { return {-1, ControlKind::Label, std::move(text)}; }
-ControlTemplate edit(int id) { return {id, ControlKind::Edit, {}}; }
-ControlTemplate okButton() { return {kOk, ControlKind::Ok, "OK"}; }
-ControlTemplate cancelButton() { return {kCancel, ControlKind::Cancel, "Cancel"}; }
+// The controls of a template, each at its place in dialog units.
+ControlTemplate label(std::string text, DialogRect at) { return {-1, ControlKind::Label, std::move(text), at}; }
+ControlTemplate edit(int id, DialogRect at) { return {id, ControlKind::Edit, {}, at}; }
+ControlTemplate control(int id, ControlKind kind, std::string text, DialogRect at) {
+    return {id, kind, std::move(text), at};
+}
+ControlTemplate okButton(DialogRect at) { return {kOk, ControlKind::Ok, "OK", at}; }
+ControlTemplate cancelButton(DialogRect at) { return {kCancel, ControlKind::Cancel, "Cancel", at}; }
 
 ControlCheck intIn(int id, int lo, int hi) { return {id, ValueKind::Int, true, double(lo), double(hi), 0}; }
 ControlCheck number(int id) { return {id, ValueKind::Double, false, 0.0, 0.0, 0}; }
 ControlCheck numberIn(int id, double lo, double hi) { return {id, ValueKind::Double, true, lo, hi, 0}; }
 ControlCheck textOf(int id, int maxChars) { return {id, ValueKind::Text, false, 0.0, 0.0, maxChars}; }
 
+DialogTemplate layout(int id, std::string title, int width, int height, std::vector<ControlTemplate> controls) {
+    return {id, std::move(title), "MS Sans Serif", 8, std::move(controls), width, height};
+}
+
+// A template with OK and Cancel only, in the right-hand column.
 DialogResource plain(int id, std::string title) {
-    return {{id, std::move(title), "MS Sans Serif", 8, {okButton(), cancelButton()}}, {}};
+    return {layout(id, std::move(title), 186, 95, {okButton({129, 7, 50, 14}), cancelButton({129, 24, 50, 14})}), {}};
 }
 
 std::vector<DialogResource> makeResources() {
@@ -36,33 +45,34 @@ std::vector<DialogResource> makeResources() {
     std::vector<DialogResource> r;
     r.push_back(plain(kFieldFilteringDialog, "Field Filtering"));
     r.push_back(plain(kDistributedLoadsDialog, "Distributed Loads"));
-    r.push_back({{kSelfIlluminationDialog,
-                  "Self-illumination parameters",
-                  "MS Sans Serif",
-                  8,
-                  {label("Complete diffusion reflection ratio (0 - 1)"), edit(S::kRatio),
-                   {S::kCheckVisibility, ControlKind::CheckBox, "Check visibility (recommented only for selected nodes)"},
-                   label("New field name"), edit(S::kNewFieldName), okButton(), cancelButton()}},
+    r.push_back({layout(kSelfIlluminationDialog, "Self-illumination parameters", 297, 68,
+                        {label("Complete diffusion reflection ratio (0 - 1)", {7, 9, 165, 8}),
+                         edit(S::kRatio, {175, 7, 50, 14}),
+                         control(S::kCheckVisibility, ControlKind::CheckBox,
+                                 "Check visibility (recommented only for selected nodes)", {7, 28, 225, 10}),
+                         label("New field name", {7, 48, 60, 8}), edit(S::kNewFieldName, {70, 46, 155, 14}),
+                         okButton({240, 7, 50, 14}), cancelButton({240, 24, 50, 14})}),
                  {numberIn(S::kRatio, 0.0, 1.0), {S::kCheckVisibility, ValueKind::Check, false, 0.0, 0.0, 0},
                   textOf(S::kNewFieldName, 255)}});
-    r.push_back({{kPressurePortsDialog,
-                  "Pressure ports parameters",
-                  "MS Sans Serif",
-                  8,
-                  {label("Order of the convergence approximation"), edit(P::kOrder),
-                   label("Maximum deflexion of markers from the geometry"), edit(P::kMaxDeflexion),
-                   label("New field name"), edit(P::kNewFieldName), label("Markers file"), edit(P::kMarkersFile),
-                   {P::kBrowse, ControlKind::Button, "Browse..."}, okButton(), cancelButton()}},
+    r.push_back({layout(kPressurePortsDialog, "Pressure ports parameters", 297, 84,
+                        {label("Order of the convergence approximation", {7, 9, 180, 8}),
+                         edit(P::kOrder, {190, 7, 40, 14}),
+                         label("Maximum deflexion of markers from the geometry", {7, 27, 180, 8}),
+                         edit(P::kMaxDeflexion, {190, 25, 40, 14}), label("New field name", {7, 45, 70, 8}),
+                         edit(P::kNewFieldName, {80, 43, 150, 14}), label("Markers file", {7, 63, 70, 8}),
+                         edit(P::kMarkersFile, {80, 61, 150, 14}),
+                         control(P::kBrowse, ControlKind::Button, "Browse...", {240, 61, 50, 14}),
+                         okButton({240, 7, 50, 14}), cancelButton({240, 24, 50, 14})}),
                  {intIn(P::kOrder, 0, 2), number(P::kMaxDeflexion), textOf(P::kNewFieldName, 255),
                   textOf(P::kMarkersFile, 255)}});
-    r.push_back({{kActiveAxesDialog,
-                  "Active axes for the markers",
-                  "MS Sans Serif",
-                  8,
-                  {label("Active axes"), {A::kAxis1, ControlKind::ReadOnlyEdit, {}},
-                   {A::kAxis2, ControlKind::ReadOnlyEdit, {}}, {-1, ControlKind::Group, "Direction of the markers projection"},
-                   {A::kNormal, ControlKind::Radio, "Normal"}, {A::kReverse, ControlKind::Radio, "Reverse"}, okButton(),
-                   cancelButton()}},
+    r.push_back({layout(kActiveAxesDialog, "Active axes for the markers", 232, 65,
+                        {label("Active axes", {7, 9, 50, 8}),
+                         control(A::kAxis1, ControlKind::ReadOnlyEdit, {}, {60, 7, 30, 14}),
+                         control(A::kAxis2, ControlKind::ReadOnlyEdit, {}, {95, 7, 30, 14}),
+                         control(-1, ControlKind::Group, "Direction of the markers projection", {7, 28, 160, 30}),
+                         control(A::kNormal, ControlKind::Radio, "Normal", {15, 41, 50, 10}),
+                         control(A::kReverse, ControlKind::Radio, "Reverse", {80, 41, 50, 10}),
+                         okButton({175, 7, 50, 14}), cancelButton({175, 24, 50, 14})}),
                  {textOf(A::kAxis1, 255), textOf(A::kAxis2, 255), {A::kNormal, ValueKind::Radio, false, 0.0, 0.0, 0}}});
     r.push_back(plain(kResectionDialog, "Resection parameters"));
     r.push_back(plain(kEmptyDialog, "Dialog"));
