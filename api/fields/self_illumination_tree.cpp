@@ -488,18 +488,15 @@ public:
             const Item item = stack[--top];
             const Cluster& C = t_.clusters[static_cast<std::size_t>(item.cluster)];
             classifyLanes(C, L_, item.lanes, judge);
-            std::uint32_t open = 0, take = 0;
+            std::uint32_t open = 0, take = 0, accepted = 0;
             for (std::uint32_t m = item.lanes; m != 0; m &= m - 1) {
                 const int l = std::countr_zero(m);
-                if (L_.kind[l] == kOpen) {
-                    open |= 1u << l;
-                } else if (L_.kind[l] == kAccept) {
-                    // With the obstruction test a few rays judge the cluster first.
-                    const int hidden = bvh_ != nullptr ? hiddenSamples(C, l) : 0;
-                    if (hidden == 0) take |= 1u << l;
-                    else if (hidden < C.samples) open |= 1u << l;
-                }
+                if (L_.kind[l] == kOpen) open |= 1u << l;
+                else if (L_.kind[l] == kAccept) accepted |= 1u << l;
             }
+            // With the obstruction test a few rays from each receiver judge the cluster first.
+            if (bvh_ != nullptr) judgeByRays(C, accepted, take, open);
+            else take = accepted;
             if (take != 0) {
                 farTerms(C, L_, take, ratio_, rule_.order);
                 terms += std::popcount(take);
@@ -525,16 +522,33 @@ private:
     Lanes L_{};
 
     // How many of the cluster's samples the surface hides from receiver l.
-    int hiddenSamples(const Cluster& C, int l) {
-        std::int32_t from[kSamples], to[kSamples];
-        bool hidden[kSamples];
-        for (int s = 0; s < C.samples; ++s) {
-            from[s] = t_.node[i_[l]];
-            to[s] = t_.node[static_cast<std::size_t>(C.sample[s])];
+    // The receivers in `accepted` look at the cluster's samples, as many
+    // receivers a packet of rays as it holds: all clear, the receiver takes
+    // the cluster whole; all hidden, it gives nothing; mixed, it is opened.
+    void judgeByRays(const Cluster& C, std::uint32_t accepted, std::uint32_t& take, std::uint32_t& open) {
+        constexpr int P = SurfaceBvh::kPacket;
+        static_assert(P >= kSamples);
+        std::int32_t from[P], to[P];
+        bool hidden[P];
+        int lane[P];
+        while (accepted != 0) {
+            int n = 0, lanes = 0;
+            for (; accepted != 0 && n + C.samples <= P; accepted &= accepted - 1) {
+                const int l = std::countr_zero(accepted);
+                lane[lanes++] = l;
+                for (int s = 0; s < C.samples; ++s, ++n) {
+                    from[n] = t_.node[i_[l]];
+                    to[n] = t_.node[static_cast<std::size_t>(C.sample[s])];
+                }
+            }
+            bvh_->occludedPairs(from, to, n, hidden);
+            tests += n;
+            for (int k = 0; k < lanes; ++k) {
+                const int h = static_cast<int>(std::count(hidden + k * C.samples, hidden + (k + 1) * C.samples, true));
+                if (h == 0) take |= 1u << lane[k];
+                else if (h < C.samples) open |= 1u << lane[k];
+            }
         }
-        bvh_->occludedPairs(from, to, C.samples, hidden);
-        tests += C.samples;
-        return static_cast<int>(std::count(hidden, hidden + C.samples, true));
     }
 
     // The leaf's nodes to the receivers in `lanes`, pair by pair with the
