@@ -18,9 +18,9 @@
 // expanded about the cluster's centre, d = d0 + delta:
 //   order 0: (a . d0)(W . d0) / r0^4
 //   order 1: + [a^T D^T d0 + (a . d0) tr D - 4 (a . d0)(d0^T D d0) / r0^2] / r0^4
-//   order 2: + the terms in Q (see secondOrder)
+//   order 2: + the terms in Q (see farTerms)
 // and g is taken at the centre. Receivers are walked in groups (the largest
-// clusters of at most 32 nodes): one descent of the tree a group, each
+// clusters of at most 64 nodes): one descent of the tree a group, each
 // cluster judged for all receivers of the group still looking at it in one
 // vectorised loop, the accepted ones' terms summed in another; every
 // receiver meets the clusters in the order and with the outcome of its own
@@ -96,7 +96,7 @@ constexpr std::size_t kAllowanceSamples = 256;
 constexpr double kAllowanceShare = 0.25;
 constexpr double kVisibleTheta = 1.9;
 constexpr double kGrazingFloor = 0.15;
-constexpr int kLanes = 32;             // receivers walked together
+constexpr int kLanes = 64;             // receivers walked together
 
 struct alignas(64) Cluster {
     double c[3];           // centre of the bounding sphere
@@ -328,7 +328,7 @@ struct Judge {
 
 // The cluster judged for every lane at once (see the notes at the top): the
 // lanes in `mask` that skip it by the allowance spend from it.
-__attribute__((target_clones("avx2", "default"))) void classifyLanes(const Cluster& C, Lanes& L, std::uint32_t mask,
+__attribute__((target_clones("avx2", "default"))) void classifyLanes(const Cluster& C, Lanes& L, std::uint64_t mask,
                                                                      const Judge& J) {
     const double cx = C.c[0], cy = C.c[1], cz = C.c[2], rho = C.rho;
     const double ax = C.axis[0], ay = C.axis[1], az = C.axis[2], cosA = C.cosA, sinA = C.sinA;
@@ -399,7 +399,7 @@ __attribute__((target_clones("avx2", "default"))) void classifyLanes(const Clust
 // and Hessian H = -4 I / r0^2 + 24 d0 d0^T / r0^4 (both times r0^4), a = N_R,
 // a0 = a . d0 and P_jk = sum_i d0_i Q_ijk:
 //   sum_i sum_k Q_iik (a + a0 g)_k + sum_jk P_jk (a_j g_k + a0 H_jk / 2).
-__attribute__((target_clones("avx2", "default"))) void farTerms(const Cluster& C, Lanes& L, std::uint32_t take,
+__attribute__((target_clones("avx2", "default"))) void farTerms(const Cluster& C, Lanes& L, std::uint64_t take,
                                                                 double ratio, int order) {
     const int lo = std::countr_zero(take) & ~3, hi = std::min(kLanes, (kLanes - std::countl_zero(take) + 3) & ~3);
     for (int l = lo; l < hi; ++l) L.take[l] = static_cast<std::int32_t>((take >> l) & 1u);
@@ -463,7 +463,7 @@ public:
 
     // The received sums of the receivers at tree positions [first, first + n), 1 <= n <= kLanes.
     void sum(std::size_t first, int n, double* out) {
-        std::uint32_t live = 0;
+        std::uint64_t live = 0;
         for (int l = 0; l < kLanes; ++l) {
             const std::size_t i = first + static_cast<std::size_t>(l < n ? l : 0);
             i_[l] = i;
@@ -474,13 +474,13 @@ public:
             L_.invNl[l] = 1.0 / L_.nl[l];
             L_.exact[l] = L_.far[l] = L_.spent[l] = 0.0;
             L_.take[l] = 0;
-            if (l < n && L_.ai[l] > 0.0) live |= 1u << l;  // no area: nothing is subtracted
+            if (l < n && L_.ai[l] > 0.0) live |= std::uint64_t{1} << l;  // no area: nothing is subtracted
         }
         const Judge judge{ratio_, rule_.theta, std::pow(rule_.theta, std::max(2, rule_.order + 1)), allowance,
                           rule_.order};
         struct Item {
             std::int32_t cluster;
-            std::uint32_t lanes;
+            std::uint64_t lanes;
         } stack[128];
         int top = 0;
         if (live != 0 && !t_.clusters.empty()) stack[top++] = {0, live};
@@ -488,11 +488,11 @@ public:
             const Item item = stack[--top];
             const Cluster& C = t_.clusters[static_cast<std::size_t>(item.cluster)];
             classifyLanes(C, L_, item.lanes, judge);
-            std::uint32_t open = 0, take = 0, accepted = 0;
-            for (std::uint32_t m = item.lanes; m != 0; m &= m - 1) {
+            std::uint64_t open = 0, take = 0, accepted = 0;
+            for (std::uint64_t m = item.lanes; m != 0; m &= m - 1) {
                 const int l = std::countr_zero(m);
-                if (L_.kind[l] == kOpen) open |= 1u << l;
-                else if (L_.kind[l] == kAccept) accepted |= 1u << l;
+                if (L_.kind[l] == kOpen) open |= std::uint64_t{1} << l;
+                else if (L_.kind[l] == kAccept) accepted |= std::uint64_t{1} << l;
             }
             // With the obstruction test a few rays from each receiver judge the cluster first.
             if (bvh_ != nullptr) judgeByRays(C, accepted, take, open);
@@ -525,7 +525,7 @@ private:
     // The receivers in `accepted` look at the cluster's samples, as many
     // receivers a packet of rays as it holds: all clear, the receiver takes
     // the cluster whole; all hidden, it gives nothing; mixed, it is opened.
-    void judgeByRays(const Cluster& C, std::uint32_t accepted, std::uint32_t& take, std::uint32_t& open) {
+    void judgeByRays(const Cluster& C, std::uint64_t accepted, std::uint64_t& take, std::uint64_t& open) {
         constexpr int P = SurfaceBvh::kPacket;
         static_assert(P >= kSamples);
         std::int32_t from[P], to[P];
@@ -545,15 +545,15 @@ private:
             tests += n;
             for (int k = 0; k < lanes; ++k) {
                 const int h = static_cast<int>(std::count(hidden + k * C.samples, hidden + (k + 1) * C.samples, true));
-                if (h == 0) take |= 1u << lane[k];
-                else if (h < C.samples) open |= 1u << lane[k];
+                if (h == 0) take |= std::uint64_t{1} << lane[k];
+                else if (h < C.samples) open |= std::uint64_t{1} << lane[k];
             }
         }
     }
 
     // The leaf's nodes to the receivers in `lanes`, pair by pair with the
     // exact kernel's arithmetic.
-    void leaf(const Cluster& C, std::uint32_t lanes) {
+    void leaf(const Cluster& C, std::uint64_t lanes) {
         if (bvh_ == nullptr) {
             const LeafRow R{t_.x.data(),  t_.y.data(),    t_.z.data(),     t_.nx.data(), t_.ny.data(),
                             t_.nz.data(), t_.area.data(), t_.value.data(), t_.extent.data()};
