@@ -12,6 +12,7 @@
 
 #include "api/fields/self_illumination.h"
 #include "api/detail/surface_bvh.h"
+#include "bench/bench_memory.h"
 #include "tests/support/shapes.h"
 #include "api/detail/self_illumination_kernel.h"
 
@@ -106,14 +107,6 @@ BENCHMARK(BM_SegmentTest)->Arg(0)->Arg(1)->ArgNames({"every_face"});
 
 // Peak resident memory that a run with the obstruction test adds, for a
 // selection of 1,000 nodes on balls of 10^5 and 10^6 nodes.
-long statusKb(const std::string& key) {
-    std::ifstream f("/proc/self/status");
-    std::string line;
-    while (std::getline(f, line))
-        if (line.rfind(key, 0) == 0) return std::stol(line.substr(key.size() + 1));
-    return -1;
-}
-
 void BM_ObstructionMemory(benchmark::State& state) {
     auto ball = ballOf(static_cast<int>(state.range(0)));
     const std::size_t step = ball.selected.size() / 1000;
@@ -122,9 +115,9 @@ void BM_ObstructionMemory(benchmark::State& state) {
     double added = 0;
     for (auto _ : state) {
         std::ofstream("/proc/self/clear_refs") << "5";  // resets the peak to the current size
-        const long before = statusKb("VmRSS:");
+        const long before = bench::statusKb("VmRSS:");
         benchmark::DoNotOptimize(tundrel::detail::selfIlluminationValues(f, "P", 0.5, true).data());
-        added = static_cast<double>(statusKb("VmHWM:") - before) * 1024.0;
+        added = static_cast<double>(bench::statusKb("VmHWM:") - before) * 1024.0;
     }
     state.counters["nodes"] = static_cast<double>(f.totalNodes());
     state.counters["peak_bytes"] = added;

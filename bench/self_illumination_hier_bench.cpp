@@ -27,6 +27,7 @@
 #include "api/fields/fields.h"
 #include "api/formats/formats.h"
 #include "api/mesh/mesh.h"
+#include "bench/bench_memory.h"
 #include "tests/support/shapes.h"
 
 namespace {
@@ -243,27 +244,24 @@ void BM_ObstructionRays(benchmark::State& state) {
 }
 BENCHMARK(BM_ObstructionRays)->ArgNames({"packets"})->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-long statusKb(const std::string& key) {
-    std::ifstream f("/proc/self/status");
-    std::string line;
-    while (std::getline(f, line))
-        if (line.rfind(key, 0) == 0) return std::stol(line.substr(key.size() + 1));
-    return -1;
-}
-
 // The example refined four times, hierarchical only: time and the peak
 // memory the run adds, a node.
 void BM_Million(benchmark::State& state) {
     const bool visibility = state.range(0) != 0;
     const FieldMasterD& f = model(1, 4);
-    double added = 0;
+    double added = 0, cpu = 0;
     tundrel::SelfIlluminationStats stats;
     for (auto _ : state) {
         std::ofstream("/proc/self/clear_refs") << "5";  // resets the peak to the current size
-        const long before = statusKb("VmRSS:");
+        const long before = bench::statusKb("VmRSS:");
+        const double c0 = cpuSeconds();
         benchmark::DoNotOptimize(tundrel::detail::selfIlluminationValues(f, "cp", 1.0, visibility, &stats, 1e-3).data());
-        added = static_cast<double>(statusKb("VmHWM:") - before) * 1024.0;
+        cpu = cpuSeconds() - c0;
+        added = static_cast<double>(bench::statusKb("VmHWM:") - before) * 1024.0;
     }
+    // CPU seconds of all threads: on a shared machine, half of it is what
+    // the run would take on 2 cores of its own.
+    state.counters["cpu_s"] = cpu;
     state.counters["nodes"] = static_cast<double>(f.totalNodes());
     state.counters["bytes/node"] = added / static_cast<double>(f.totalNodes());
     state.counters["terms/node"] = static_cast<double>(stats.clusterTerms) / static_cast<double>(stats.participants);

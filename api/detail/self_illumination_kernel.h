@@ -104,9 +104,9 @@ FarFieldRule farFieldRule(double tolerance);
 // The received sums as illuminationSums gives them, with far clusters of
 // emitters taken whole by `rule`; with the obstruction test when bvh is not
 // null (accepted clusters by a few rays, single pairs by their own test).
-// With a share of several, only the receivers of that share (blocks of
-// receivers in tree order dealt out as by ownsBlock) are summed; the others
-// get 0.
+// With a share of several, only the receivers of that share (the tree's
+// groups of receivers dealt out as ownsBlock deals out blocks) are summed;
+// the others get 0.
 std::vector<double> hierarchicalSums(const IlluminationNodes& nodes, double ratio, FarFieldRule rule,
                                      const SurfaceBvh* bvh, SelfIlluminationStats* stats = nullptr,
                                      WorkShare share = {});

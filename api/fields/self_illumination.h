@@ -106,7 +106,8 @@ using SelfIlluminationResult = CoreResult<SelfIlluminationStats>;
 // Part `index` of `count`, 0 <= index < count. The exact pass splits the rows
 // of its pairs (row i holds the pairs {i, j > i}) in blocks of 64 rows dealt
 // out in turn, back and forth, so that every part has nearly the same number
-// of pairs; the hierarchical pass deals out blocks of 64 receivers.
+// of pairs; the hierarchical pass deals out its groups of receivers
+// (neighbours, at most 64 of them) the same way.
 struct WorkShare {
     int index = 0;
     int count = 1;

@@ -18,8 +18,13 @@
 // expanded about the cluster's centre, d = d0 + delta:
 //   order 0: (a . d0)(W . d0) / r0^4
 //   order 1: + [a^T D^T d0 + (a . d0) tr D - 4 (a . d0)(d0^T D d0) / r0^2] / r0^4
-//   order 2: + the terms in Q (see secondOrder)
-// and g is taken at the centre. Per receiver the tree is walked from the root:
+//   order 2: + the terms in Q (see farTerms)
+// and g is taken at the centre. Receivers are walked in groups (the largest
+// clusters of at most 64 nodes): one descent of the tree a group, each
+// cluster judged for all receivers of the group still looking at it in one
+// vectorised loop, the accepted ones' terms summed in another; every
+// receiver meets the clusters in the order and with the outcome of its own
+// walk, which is, per receiver, from the root:
 //   - skip a cluster when it lies behind the receiver's plane (by its sphere
 //     and by the slab across the cone's axis that holds its nodes, which is
 //     thin for flat clusters: neighbours on a flat or convex part), or when no
@@ -70,6 +75,7 @@
 #include <omp.h>
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <exception>
@@ -90,6 +96,7 @@ constexpr std::size_t kAllowanceSamples = 256;
 constexpr double kAllowanceShare = 0.25;
 constexpr double kVisibleTheta = 1.9;
 constexpr double kGrazingFloor = 0.15;
+constexpr int kLanes = 64;             // receivers walked together
 
 struct alignas(64) Cluster {
     double c[3];           // centre of the bounding sphere
@@ -111,7 +118,9 @@ struct alignas(64) Cluster {
 // The participants in tree order and the clusters over them.
 class Tree {
 public:
-    Tree(const IlluminationNodes& p, int leafSize) : p_(p), leaf_(std::max(1, leafSize)) {
+    // With `samples`, each cluster also picks the nodes its visibility is judged by.
+    Tree(const IlluminationNodes& p, int leafSize, bool samples)
+        : p_(p), leaf_(std::max(1, leafSize)), samples_(samples ? kSamples : 1) {
         const auto M = static_cast<std::int32_t>(p.size());
         order.resize(static_cast<std::size_t>(M));
         std::iota(order.begin(), order.end(), 0);
@@ -132,12 +141,14 @@ public:
 
     std::vector<std::int32_t> order;  // tree position -> participant
     std::vector<Cluster> clusters;    // clusters[0] is the root
+    std::vector<std::int32_t> groups; // in tree order, the largest clusters of at most kLanes nodes (or leaves)
     std::vector<double> x, y, z, nx, ny, nz, area, value, extent;
     std::vector<std::int32_t> node;
 
 private:
     const IlluminationNodes& p_;
     int leaf_;
+    int samples_;
 
     double pos(std::int32_t i, int axis) const {
         const auto u = static_cast<std::size_t>(i);
@@ -157,7 +168,12 @@ private:
         const auto id = static_cast<std::int32_t>(clusters.size());
         clusters.emplace_back();
         describe(clusters.back(), begin, end);
-        if (end - begin <= leaf_) return id;
+        // A cluster of at most kLanes nodes, or a leaf, not within the last group is a group.
+        const bool leaf = end - begin <= leaf_;
+        if ((leaf || end - begin <= kLanes) &&
+            (groups.empty() || clusters[static_cast<std::size_t>(groups.back())].end <= begin))
+            groups.push_back(id);
+        if (leaf) return id;
         // A cluster whose normals spread over more than 60 degrees (both
         // sides of a thin wing, a sharp edge) is split by the normals, so
         // that its parts can be skipped or taken whole; others by position.
@@ -240,7 +256,7 @@ private:
         // centre, then each time the node farthest from those chosen.
         C.sample[0] = nearest;
         C.samples = 1;
-        while (C.samples < std::min<std::int32_t>(kSamples, end - begin)) {
+        while (C.samples < std::min<std::int32_t>(samples_, end - begin)) {
             std::int32_t best = -1;
             double bestD = -1.0;
             for (std::int32_t k = begin; k < end; ++k) {
@@ -289,10 +305,155 @@ __attribute__((target_clones("avx2", "default"))) double leafShares(const LeafRo
     return sum;
 }
 
-// The walk of one receiver.
-class Receiver {
+// The receivers of a group, one lane each (lanes past the group's size
+// repeat its first receiver and are never looked at), and what the last
+// cluster judged is to each of them.
+struct Lanes {
+    alignas(64) double px[kLanes], py[kLanes], pz[kLanes], nx[kLanes], ny[kLanes], nz[kLanes], nl[kLanes],
+        ai[kLanes];
+    alignas(64) double invNl[kLanes], spent[kLanes], far[kLanes], exact[kLanes];
+    alignas(64) double dx[kLanes], dy[kLanes], dz[kLanes], r0[kLanes], nd[kLanes];
+    alignas(64) std::int32_t kind[kLanes];  // Kind
+    alignas(64) std::int32_t take[kLanes];  // 1: the cluster counts whole for this lane
+    alignas(64) std::int32_t in[kLanes];    // 1: the lane looks at the cluster
+};
+
+enum Kind : std::int32_t { kSkip = 0, kAccept = 1, kOpen = 2 };
+
+// What the walk's judgement needs besides the cluster.
+struct Judge {
+    double ratio, theta, thq, allowance;
+    int order;
+};
+
+// The cluster judged for every lane at once (see the notes at the top): the
+// lanes in `mask` that skip it by the allowance spend from it.
+__attribute__((target_clones("avx2", "default"))) void classifyLanes(const Cluster& C, Lanes& L, std::uint64_t mask,
+                                                                     const Judge& J) {
+    const double cx = C.c[0], cy = C.c[1], cz = C.c[2], rho = C.rho;
+    const double ax = C.axis[0], ay = C.axis[1], az = C.axis[2], cosA = C.cosA, sinA = C.sinA;
+    const double hlo = C.hlo, hhi = C.hhi, mass = C.mass;
+    // Only the lanes from the first to the last in the mask, in whole vectors.
+    const int lo = std::countr_zero(mask) & ~3, hi = std::min(kLanes, (kLanes - std::countl_zero(mask) + 3) & ~3);
+    for (int l = lo; l < hi; ++l) L.in[l] = static_cast<std::int32_t>((mask >> l) & 1u);
+#pragma omp simd
+    for (int l = lo; l < hi; ++l) {
+        const double dx = cx - L.px[l], dy = cy - L.py[l], dz = cz - L.pz[l];
+        const double r0 = std::sqrt(dx * dx + dy * dy + dz * dz);
+        const double nx = L.nx[l], ny = L.ny[l], nz = L.nz[l], nl = L.nl[l];
+        const double nd = nx * dx + ny * dy + nz * dz;
+        L.dx[l] = dx, L.dy[l] = dy, L.dz[l] = dz, L.r0[l] = r0, L.nd[l] = nd;
+        // How far the nodes reach along N_R from the centre, by the sphere and
+        // by the slab along the cone's axis (tight for flat clusters).
+        const double na = nx * ax + ny * ay + nz * az;
+        const double across = std::sqrt(std::max(0.0, nl * nl - na * na)) * rho;
+        const double up = std::min(nl * rho, std::max(na * hlo, na * hhi) + across);
+        const double down = std::max(-nl * rho, std::min(na * hlo, na * hhi) - across);
+        // Every node behind the receiver's plane: cosR <= 0 for all.
+        const bool behind = nd + up <= 0.0;
+        const bool inside = !(r0 > rho);
+        const double rmin = r0 - rho;
+        // (two divisions a lane; the rest multiplies)
+        const double inv0 = 1.0 / r0, invMin = 1.0 / rmin, invNl = L.invNl[l];
+        // beta: the angle between the cone's axis and the direction back to the receiver.
+        const double cosB = -(ax * dx + ay * dy + az * dz) * inv0;
+        const double sinB = std::sqrt(std::max(0.0, 1.0 - cosB * cosB));
+        // The largest cosE any node can have: the cone's normal nearest the way back.
+        const double cosNear = cosB <= cosA ? cosB * cosA + sinB * sinA : 1.0;
+        // No normal of the cone within 90 degrees of it, by more than the sphere allows: cosE <= 0 for all.
+        const bool away = r0 * cosNear + rho <= 0.0;
+        // A share is at most ratio |V_E| A_E cosR cosE / (4 pi r^2): a
+        // cluster whose bound fits in what is left of the allowance is left
+        // out (nearly in the receiver's plane, nearly edge on, small).
+        const double cR = std::min(1.0, (nd + up) * invNl * invMin);
+        const double cE = std::min(1.0, (r0 * cosNear + rho) * invMin);
+        const double bound = J.ratio * mass * cR * cE * (0.25 / kPi) * invMin * invMin;
+        const bool spend = (L.in[l] != 0) & !behind & !inside & !away & (J.allowance > 0.0) & (L.spent[l] + bound <= J.allowance);
+        L.spent[l] += spend ? bound : 0.0;
+        // Both cosines surely positive for every node (beta + alpha < 90 degrees).
+        const double cosFar = cosB * cosA - sinB * sinA;
+        const bool facing = (nd + down > 0.0) & (cosB > 0.0) & (cosA > 0.0) & (r0 * cosFar > rho);
+        // The remainder of the expansion is of the order (rho / r0)^q of the
+        // kernel's size |N_R| |b| / r0^2 (q = order + 1, at least 2), the
+        // term itself that size times cosR cosE: accepted when the remainder
+        // is at most theta^q cosR cosE, so that grazing clusters (small
+        // terms, large relative remainders) open; the product of the cosines
+        // floored, so that near, grazing clusters of a smooth surface do not
+        // open down to ever smaller ones as the mesh is refined. g varies
+        // over the cluster by about x rho / r0: x at most theta^(q-1).
+        const double cosR = nd * invNl * inv0;
+        const double t = rho * inv0;
+        const double tq = t * t * (J.order >= 2 ? t : 1.0);
+        const bool relative = (tq <= J.thq * std::max(kGrazingFloor, cosR * cosB)) &
+                              (L.ai[l] <= J.thq / J.theta * kPi * rmin * rmin);
+        const bool skip = behind | spend | (!inside & away);
+        const bool accept = !inside & facing & relative;
+        L.kind[l] = skip ? kSkip : accept ? kAccept : kOpen;
+    }
+}
+
+// The shares of the cluster, from its moments, to the lanes that take it.
+// The kernel (a . d)(b . d) / |d|^4 expanded about the centre (times r0^4):
+// order 0 (a . d0)(W . d0); order 1 a^T D^T d0 + (a . d0) tr D - 4 (a . d0)
+// (d0^T D d0) / r0^2; order 2, with u = |d|^-4, its gradient g = -4 d0 / r0^2
+// and Hessian H = -4 I / r0^2 + 24 d0 d0^T / r0^4 (both times r0^4), a = N_R,
+// a0 = a . d0 and P_jk = sum_i d0_i Q_ijk:
+//   sum_i sum_k Q_iik (a + a0 g)_k + sum_jk P_jk (a_j g_k + a0 H_jk / 2).
+__attribute__((target_clones("avx2", "default"))) void farTerms(const Cluster& C, Lanes& L, std::uint64_t take,
+                                                                double ratio, int order) {
+    const int lo = std::countr_zero(take) & ~3, hi = std::min(kLanes, (kLanes - std::countl_zero(take) + 3) & ~3);
+    for (int l = lo; l < hi; ++l) L.take[l] = static_cast<std::int32_t>((take >> l) & 1u);
+    const double w1 = order >= 1 ? 1.0 : 0.0, w2 = order >= 2 ? 1.0 : 0.0;
+    const double W0 = C.W[0], W1 = C.W[1], W2 = C.W[2];
+    double D[9], Q[18];
+    std::copy(std::begin(C.D), std::end(C.D), D);
+    std::copy(std::begin(C.Q), std::end(C.Q), Q);
+    const double trD = D[0] + D[4] + D[8];
+#pragma omp simd
+    for (int l = lo; l < hi; ++l) {
+        const double d0 = L.dx[l], d1 = L.dy[l], d2 = L.dz[l];
+        const double n0 = L.nx[l], n1 = L.ny[l], n2 = L.nz[l];
+        const double r0 = L.r0[l], r2 = r0 * r0, r4 = r2 * r2, inv2 = 1.0 / r2;
+        const double a0 = L.nd[l];
+        const double T0 = a0 * (W0 * d0 + W1 * d1 + W2 * d2);
+        // a^T D^T d0 = sum_ij a_j D_ij d_i
+        const double Da0 = D[0] * n0 + D[1] * n1 + D[2] * n2, Dd0 = D[0] * d0 + D[1] * d1 + D[2] * d2;
+        const double Da1 = D[3] * n0 + D[4] * n1 + D[5] * n2, Dd1 = D[3] * d0 + D[4] * d1 + D[5] * d2;
+        const double Da2 = D[6] * n0 + D[7] * n1 + D[8] * n2, Dd2 = D[6] * d0 + D[7] * d1 + D[8] * d2;
+        const double aDd = d0 * Da0 + d1 * Da1 + d2 * Da2, dDd = d0 * Dd0 + d1 * Dd1 + d2 * Dd2;
+        const double T1 = aDd + a0 * trD - 4.0 * a0 * dDd * inv2;
+        // The second order: v = a + a0 g, P_s = sum_i d0_i Q_is.
+        const double g0 = -4.0 * d0 * inv2, g1 = -4.0 * d1 * inv2, g2 = -4.0 * d2 * inv2;
+        const double v0 = n0 + a0 * g0, v1 = n1 + a0 * g1, v2 = n2 + a0 * g2;
+        double T2 = Q[0] * v0 + Q[1] * v1 + Q[2] * v2;     // i = 0: Q_00k
+        T2 += Q[6 + 1] * v0 + Q[6 + 3] * v1 + Q[6 + 4] * v2;  // i = 1: Q_11k
+        T2 += Q[12 + 2] * v0 + Q[12 + 4] * v1 + Q[12 + 5] * v2;  // i = 2: Q_22k
+        double P[6];
+        for (int s = 0; s < 6; ++s) P[s] = d0 * Q[s] + d1 * Q[6 + s] + d2 * Q[12 + s];
+        // sum_jk P_jk (a_j g_k + a0 H_jk / 2), H = -4 I / r0^2 + 24 d0 d0^T / r0^4
+        const double h = 12.0 * a0 * inv2 * inv2, e = -2.0 * a0 * inv2;
+        const double dd[6] = {d0 * d0, d0 * d1, d0 * d2, d1 * d1, d1 * d2, d2 * d2};
+        const double ag[6] = {n0 * g0, n0 * g1 + n1 * g0, n0 * g2 + n2 * g0, n1 * g1, n1 * g2 + n2 * g1, n2 * g2};
+        const double mult[6] = {1.0, 2.0, 2.0, 1.0, 2.0, 1.0};  // off-diagonal pairs twice
+        T2 += P[0] * e + P[3] * e + P[5] * e;
+        for (int s = 0; s < 6; ++s) T2 += P[s] * (ag[s] + mult[s] * h * dd[s]);
+        const double T = T0 + w1 * T1 + w2 * T2;
+        const double x = a0 / r0 * L.ai[l] / (kPi * r2);
+        const double s = std::sqrt(1.0 + x);
+        const double gx = 2.0 / ((s + 1.0) * s);
+        const double term = -ratio * gx / (4.0 * kPi) * T / r4;
+        L.far[l] += L.take[l] != 0 ? term : 0.0;
+    }
+}
+
+// The walk of a group of up to kLanes receivers (the nodes of one leaf, say):
+// one descent of the tree for all of them, each cluster judged for every
+// receiver still looking at it (a bit mask) in one vectorised loop, so that
+// each receiver sees the clusters in the order and with the outcome its own
+// walk would give, while the clusters are read once a group.
+class Group {
 public:
-    Receiver(const Tree& t, double ratio, FarFieldRule rule, const SurfaceBvh* bvh, double sqrtPi)
+    Group(const Tree& t, double ratio, FarFieldRule rule, const SurfaceBvh* bvh, double sqrtPi)
         : t_(t), ratio_(ratio), rule_(rule), bvh_(bvh), sqrtPi_(sqrtPi) {}
 
     // What each receiver may leave out in clusters whose bound is small.
@@ -300,186 +461,118 @@ public:
 
     std::int64_t tests = 0, terms = 0;
 
-    double sum(std::size_t i) {
-        i_ = i;
-        px_ = t_.x[i], py_ = t_.y[i], pz_ = t_.z[i];
-        nx_ = t_.nx[i], ny_ = t_.ny[i], nz_ = t_.nz[i];
-        ai_ = t_.area[i];
-        nl_ = std::sqrt(nx_ * nx_ + ny_ * ny_ + nz_ * nz_);
-        if (!(ai_ > 0.0) || t_.clusters.empty()) return 0.0;  // no area: nothing is subtracted
-        exact_ = far_ = spent_ = 0.0;
-        std::int32_t stack[128];
+    // The received sums of the receivers at tree positions [first, first + n), 1 <= n <= kLanes.
+    void sum(std::size_t first, int n, double* out) {
+        std::uint64_t live = 0;
+        for (int l = 0; l < kLanes; ++l) {
+            const std::size_t i = first + static_cast<std::size_t>(l < n ? l : 0);
+            i_[l] = i;
+            L_.px[l] = t_.x[i], L_.py[l] = t_.y[i], L_.pz[l] = t_.z[i];
+            L_.nx[l] = t_.nx[i], L_.ny[l] = t_.ny[i], L_.nz[l] = t_.nz[i];
+            L_.ai[l] = t_.area[i];
+            L_.nl[l] = std::sqrt(L_.nx[l] * L_.nx[l] + L_.ny[l] * L_.ny[l] + L_.nz[l] * L_.nz[l]);
+            L_.invNl[l] = 1.0 / L_.nl[l];
+            L_.exact[l] = L_.far[l] = L_.spent[l] = 0.0;
+            L_.take[l] = 0;
+            if (l < n && L_.ai[l] > 0.0) live |= std::uint64_t{1} << l;  // no area: nothing is subtracted
+        }
+        const Judge judge{ratio_, rule_.theta, std::pow(rule_.theta, std::max(2, rule_.order + 1)), allowance,
+                          rule_.order};
+        struct Item {
+            std::int32_t cluster;
+            std::uint64_t lanes;
+        } stack[128];
         int top = 0;
-        stack[top++] = 0;
+        if (live != 0 && !t_.clusters.empty()) stack[top++] = {0, live};
         while (top > 0) {
-            const Cluster& C = t_.clusters[static_cast<std::size_t>(stack[--top])];
-            switch (classify(C)) {
-            case Kind::Skip:
-                continue;
-            case Kind::Accept:
-                if (bvh_ != nullptr) {
-                    const int hidden = hiddenSamples(C);
-                    if (hidden == C.samples) continue;
-                    if (hidden > 0) break;
-                }
-                far_ += farTerm(C);
-                ++terms;
-                continue;
-            case Kind::Open:
-                break;
+            const Item item = stack[--top];
+            const Cluster& C = t_.clusters[static_cast<std::size_t>(item.cluster)];
+            classifyLanes(C, L_, item.lanes, judge);
+            std::uint64_t open = 0, take = 0, accepted = 0;
+            for (std::uint64_t m = item.lanes; m != 0; m &= m - 1) {
+                const int l = std::countr_zero(m);
+                if (L_.kind[l] == kOpen) open |= std::uint64_t{1} << l;
+                else if (L_.kind[l] == kAccept) accepted |= std::uint64_t{1} << l;
             }
+            // With the obstruction test a few rays from each receiver judge the cluster first.
+            if (bvh_ != nullptr) judgeByRays(C, accepted, take, open);
+            else take = accepted;
+            if (take != 0) {
+                farTerms(C, L_, take, ratio_, rule_.order);
+                terms += std::popcount(take);
+            }
+            if (open == 0) continue;
             if (C.child[0] < 0) {
-                leaf(C);
+                leaf(C, open);
             } else {
-                stack[top++] = C.child[1];
-                stack[top++] = C.child[0];
+                stack[top++] = {C.child[1], open};
+                stack[top++] = {C.child[0], open};
             }
         }
-        return exact_ + far_;
+        for (int l = 0; l < n; ++l) out[l] = ((live >> l) & 1u) != 0 ? L_.exact[l] + L_.far[l] : 0.0;
     }
 
 private:
-    enum class Kind { Skip, Accept, Open };
-
     const Tree& t_;
     double ratio_;
     FarFieldRule rule_;
     const SurfaceBvh* bvh_;
     double sqrtPi_;
-    std::size_t i_ = 0;
-    double px_ = 0, py_ = 0, pz_ = 0, nx_ = 0, ny_ = 0, nz_ = 0, nl_ = 0, ai_ = 0;
-    double exact_ = 0, far_ = 0, spent_ = 0;
-    double d0_[3] = {0, 0, 0}, r0_ = 0, nd_ = 0;
+    std::size_t i_[kLanes] = {};
+    Lanes L_{};
 
-    Kind classify(const Cluster& C) {
-        d0_[0] = C.c[0] - px_, d0_[1] = C.c[1] - py_, d0_[2] = C.c[2] - pz_;
-        r0_ = std::sqrt(d0_[0] * d0_[0] + d0_[1] * d0_[1] + d0_[2] * d0_[2]);
-        nd_ = nx_ * d0_[0] + ny_ * d0_[1] + nz_ * d0_[2];
-        // How far the nodes reach along N_R from the centre, by the sphere and
-        // by the slab along the cone's axis (tight for flat clusters).
-        const double na = nx_ * C.axis[0] + ny_ * C.axis[1] + nz_ * C.axis[2];
-        const double across = std::sqrt(std::max(0.0, nl_ * nl_ - na * na)) * C.rho;
-        const double up = std::min(nl_ * C.rho, std::max(na * C.hlo, na * C.hhi) + across);
-        const double down = std::max(-nl_ * C.rho, std::min(na * C.hlo, na * C.hhi) - across);
-        // Every node behind the receiver's plane: cosR <= 0 for all.
-        if (nd_ + up <= 0.0) return Kind::Skip;
-        if (!(r0_ > C.rho)) return Kind::Open;
-        const double rmin = r0_ - C.rho;
-        // beta: the angle between the cone's axis and the direction back to the receiver.
-        const double cosB = -(C.axis[0] * d0_[0] + C.axis[1] * d0_[1] + C.axis[2] * d0_[2]) / r0_;
-        const double sinB = std::sqrt(std::max(0.0, 1.0 - cosB * cosB));
-        // The largest cosE any node can have: the cone's normal nearest the way back.
-        const double cosNear = cosB <= C.cosA ? cosB * C.cosA + sinB * C.sinA : 1.0;
-        // No normal of the cone within 90 degrees of it, by more than the sphere allows: cosE <= 0 for all.
-        if (r0_ * cosNear + C.rho <= 0.0) return Kind::Skip;
-        // A share is at most ratio |V_E| A_E cosR cosE / (4 pi r^2): a
-        // cluster whose bound fits in what is left of the allowance is left
-        // out (nearly in the receiver's plane, nearly edge on, small).
-        if (allowance > 0.0) {
-            const double cR = std::min(1.0, (nd_ + up) / (nl_ * rmin));
-            const double cE = std::min(1.0, (r0_ * cosNear + C.rho) / rmin);
-            const double bound = ratio_ * C.mass * cR * cE / (4.0 * kPi * rmin * rmin);
-            if (spent_ + bound <= allowance) {
-                spent_ += bound;
-                return Kind::Skip;
+    // How many of the cluster's samples the surface hides from receiver l.
+    // The receivers in `accepted` look at the cluster's samples, as many
+    // receivers a packet of rays as it holds: all clear, the receiver takes
+    // the cluster whole; all hidden, it gives nothing; mixed, it is opened.
+    void judgeByRays(const Cluster& C, std::uint64_t accepted, std::uint64_t& take, std::uint64_t& open) {
+        constexpr int P = SurfaceBvh::kPacket;
+        static_assert(P >= kSamples);
+        std::int32_t from[P], to[P];
+        bool hidden[P];
+        int lane[P];
+        while (accepted != 0) {
+            int n = 0, lanes = 0;
+            for (; accepted != 0 && n + C.samples <= P; accepted &= accepted - 1) {
+                const int l = std::countr_zero(accepted);
+                lane[lanes++] = l;
+                for (int s = 0; s < C.samples; ++s, ++n) {
+                    from[n] = t_.node[i_[l]];
+                    to[n] = t_.node[static_cast<std::size_t>(C.sample[s])];
+                }
+            }
+            bvh_->occludedPairs(from, to, n, hidden);
+            tests += n;
+            for (int k = 0; k < lanes; ++k) {
+                const int h = static_cast<int>(std::count(hidden + k * C.samples, hidden + (k + 1) * C.samples, true));
+                if (h == 0) take |= std::uint64_t{1} << lane[k];
+                else if (h < C.samples) open |= std::uint64_t{1} << lane[k];
             }
         }
-        // Both cosines surely positive for every node (beta + alpha < 90 degrees).
-        const double cosFar = cosB * C.cosA - sinB * C.sinA;
-        const bool facing = nd_ + down > 0.0 && cosB > 0.0 && C.cosA > 0.0 && r0_ * cosFar > C.rho;
-        if (!facing) return Kind::Open;
-        // The remainder of the expansion is of the order (rho / r0)^2 of the
-        // kernel's size |N_R| |b| / r0^2, the term itself that size times
-        // cosR cosE: the cosines at the centre scale theta down, so that
-        // grazing clusters (small terms, large relative remainders) open.
-        // With q = order + 1 (at least 2) the remainder is of the order
-        // (rho / r0)^q: accepted when that is at most theta^q cosR cosE.
-        const double cosR = nd_ / (nl_ * r0_);
-        const double t = C.rho / r0_;
-        double tq = t * t, thq = rule_.theta * rule_.theta;
-        for (int k = 2; k <= rule_.order; ++k) tq *= t, thq *= rule_.theta;
-        // (the product of the cosines floored, so that near, grazing clusters
-        // of a smooth surface do not open down to ever smaller ones as the
-        // mesh is refined)
-        if (!(tq <= thq * std::max(kGrazingFloor, cosR * cosB))) return Kind::Open;
-        // g varies over the cluster by about x rho / r0: x at most theta^(q-1).
-        if (!(ai_ <= thq / rule_.theta * kPi * rmin * rmin)) return Kind::Open;
-        return Kind::Accept;
     }
 
-    // The cluster's shares from its moments.
-    double farTerm(const Cluster& C) const {
-        const double* d = d0_;
-        const double r2 = r0_ * r0_, r4 = r2 * r2;
-        const double ad = nd_;
-        double T = ad * (C.W[0] * d[0] + C.W[1] * d[1] + C.W[2] * d[2]);
-        if (rule_.order >= 1) {
-            const double* D = C.D;
-            const double a[3] = {nx_, ny_, nz_};
-            // a^T D^T d0 = sum_ij a_j D_ij d_i
-            double aDd = 0.0, dDd = 0.0;
-            for (int r = 0; r < 3; ++r) {
-                const double Da = D[3 * r] * a[0] + D[3 * r + 1] * a[1] + D[3 * r + 2] * a[2];
-                const double Dd = D[3 * r] * d[0] + D[3 * r + 1] * d[1] + D[3 * r + 2] * d[2];
-                aDd += d[r] * Da;
-                dDd += d[r] * Dd;
-            }
-            T += aDd + ad * (D[0] + D[4] + D[8]) - 4.0 * ad * dDd / r2;
-        }
-        if (rule_.order >= 2) T += secondOrder(C);
-        const double x = nd_ / r0_ * ai_ / (kPi * r2);
-        const double s = std::sqrt(1.0 + x);
-        const double g = 2.0 / ((s + 1.0) * s);
-        return -ratio_ * g / (4.0 * kPi) * T / r4;
-    }
-
-    // The second-order terms of the expansion (times r0^4): with u = |d|^-4,
-    // its gradient g = -4 d0 / r0^2 and Hessian H = -4 I / r0^2 + 24 d0 d0^T
-    // / r0^4 (both times r0^4), a = N_R, a0 = a . d0 and P_jk = sum_i d0_i Q_ijk,
-    //   sum_i sum_k Q_iik (a + a0 g)_k + sum_jk P_jk (a_j g_k + a0 H_jk / 2).
-    double secondOrder(const Cluster& C) const {
-        static constexpr int S[3][3] = {{0, 1, 2}, {1, 3, 4}, {2, 4, 5}};
-        const double* d = d0_;
-        const double a[3] = {nx_, ny_, nz_};
-        const double a0 = nd_, inv2 = 1.0 / (r0_ * r0_);
-        const double g[3] = {-4.0 * d[0] * inv2, -4.0 * d[1] * inv2, -4.0 * d[2] * inv2};
-        double T = 0.0;
-        for (int i = 0; i < 3; ++i)
-            for (int k = 0; k < 3; ++k) T += C.Q[6 * i + S[i][k]] * (a[k] + a0 * g[k]);
-        double P[6];
-        for (int s = 0; s < 6; ++s) P[s] = d[0] * C.Q[s] + d[1] * C.Q[6 + s] + d[2] * C.Q[12 + s];
-        for (int j = 0; j < 3; ++j)
-            for (int k = 0; k < 3; ++k) {
-                const double H = (j == k ? -4.0 * inv2 : 0.0) + 24.0 * d[j] * d[k] * inv2 * inv2;
-                T += P[S[j][k]] * (a[j] * g[k] + 0.5 * a0 * H);
-            }
-        return T;
-    }
-
-    // How many of the cluster's samples the surface hides from the receiver.
-    int hiddenSamples(const Cluster& C) {
-        std::int32_t from[kSamples], to[kSamples];
-        bool hidden[kSamples];
-        for (int s = 0; s < C.samples; ++s) {
-            from[s] = t_.node[i_];
-            to[s] = t_.node[static_cast<std::size_t>(C.sample[s])];
-        }
-        bvh_->occludedPairs(from, to, C.samples, hidden);
-        tests += C.samples;
-        return static_cast<int>(std::count(hidden, hidden + C.samples, true));
-    }
-
-    // The leaf pair by pair, with the exact kernel's arithmetic for the share
-    // the receiver gets.
-    void leaf(const Cluster& C) {
-        const double ei = t_.extent[i_];
+    // The leaf's nodes to the receivers in `lanes`, pair by pair with the
+    // exact kernel's arithmetic.
+    void leaf(const Cluster& C, std::uint64_t lanes) {
         if (bvh_ == nullptr) {
             const LeafRow R{t_.x.data(),  t_.y.data(),    t_.z.data(),     t_.nx.data(), t_.ny.data(),
                             t_.nz.data(), t_.area.data(), t_.value.data(), t_.extent.data()};
-            const double rec[9] = {px_, py_, pz_, nx_, ny_, nz_, ai_, ei, ratio_};
-            exact_ += leafShares(R, static_cast<std::size_t>(C.begin), static_cast<std::size_t>(C.end), rec, sqrtPi_);
+            for (; lanes != 0; lanes &= lanes - 1) {
+                const int l = std::countr_zero(lanes);
+                const double rec[9] = {L_.px[l], L_.py[l], L_.pz[l], L_.nx[l],          L_.ny[l],
+                                       L_.nz[l], L_.ai[l], t_.extent[i_[l]], ratio_};
+                L_.exact[l] +=
+                    leafShares(R, static_cast<std::size_t>(C.begin), static_cast<std::size_t>(C.end), rec, sqrtPi_);
+            }
             return;
         }
+        for (; lanes != 0; lanes &= lanes - 1) visibleLeaf(C, std::countr_zero(lanes));
+    }
+
+    // The same with the obstruction test of every pair.
+    void visibleLeaf(const Cluster& C, int l) {
+        const std::size_t i = i_[l];
+        const double ei = t_.extent[i], px = L_.px[l], py = L_.py[l], pz = L_.pz[l], ai = L_.ai[l];
         constexpr int P = SurfaceBvh::kPacket;
         // Each pair is tested from its lower node number, as the exact pass tests it.
         std::int32_t from[P], target[P];
@@ -490,28 +583,24 @@ private:
             bvh_->occludedPairs(from, target, n, hidden);
             tests += n;
             for (int k = 0; k < n; ++k)
-                if (!hidden[k]) exact_ += share[k];
+                if (!hidden[k]) L_.exact[l] += share[k];
             n = 0;
         };
         for (auto j = static_cast<std::size_t>(C.begin); j < static_cast<std::size_t>(C.end); ++j) {
-            if (j == i_) continue;
-            const double dx = t_.x[j] - px_, dy = t_.y[j] - py_, dz = t_.z[j] - pz_;
+            if (j == i) continue;
+            const double dx = t_.x[j] - px, dy = t_.y[j] - py, dz = t_.z[j] - pz;
             const double r = std::sqrt(dx * dx + dy * dy + dz * dz);
             const double m = std::max(ei, t_.extent[j]);
             if (!(r > 1e-10 * m)) continue;
             const double inv = 1.0 / r;
             const double ux = dx * inv, uy = dy * inv, uz = dz * inv;
-            const double cosR = nx_ * ux + ny_ * uy + nz_ * uz;
+            const double cosR = L_.nx[l] * ux + L_.ny[l] * uy + L_.nz[l] * uz;
             const double cosE = t_.nx[j] * -ux + t_.ny[j] * -uy + t_.nz[j] * -uz;
             if (!(cosR > 0.0 && cosE > 0.0)) continue;
-            const double S = std::sqrt(kPi * r * r + cosR * ai_);
-            const double s = (S - r * sqrtPi_) * t_.value[j] * t_.area[j] * cosE * ratio_ / (2 * S * ai_);
-            if (bvh_ == nullptr) {
-                exact_ += s;
-                continue;
-            }
-            from[n] = std::min(t_.node[i_], t_.node[j]);
-            target[n] = std::max(t_.node[i_], t_.node[j]);
+            const double S = std::sqrt(kPi * r * r + cosR * ai);
+            const double s = (S - r * sqrtPi_) * t_.value[j] * t_.area[j] * cosE * ratio_ / (2 * S * ai);
+            from[n] = std::min(t_.node[i], t_.node[j]);
+            target[n] = std::max(t_.node[i], t_.node[j]);
             share[n] = s;
             if (++n == P) flush();
         }
@@ -536,7 +625,7 @@ std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, F
     // small as seen from the receiver: with the obstruction test the
     // clusters taken whole stay as small as the first-order rule has them.
     if (bvh != nullptr && rule.tolerance > 0.0) rule.theta = std::min(rule.theta, kVisibleTheta * std::sqrt(rule.tolerance));
-    const Tree tree(p, rule.leafSize);
+    const Tree tree(p, rule.leafSize, bvh != nullptr);
     std::vector<double> sums(M, 0.0);
     const double sqrtPi = std::sqrt(kPi);
     // The allowance: a share of the tolerance times the largest correction
@@ -548,43 +637,51 @@ std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, F
         double largest = 0.0;
 #pragma omp parallel reduction(max : largest)
         {
-            Receiver walk(tree, ratio, rule, bvh, sqrtPi);
+            Group walk(tree, ratio, rule, bvh, sqrtPi);
 #pragma omp for schedule(dynamic, 1)
             for (std::size_t k = 0; k < n; ++k) {
-                const double c = walk.sum(k * M / n);
+                double c = 0.0;
+                walk.sum(k * M / n, 1, &c);
                 if (std::isfinite(c)) largest = std::max(largest, std::abs(c));
             }
         }
         allowance = kAllowanceShare * rule.tolerance * largest;
     }
-    // A share of several: its own blocks of receivers only (see ownsBlock).
-    constexpr std::size_t kChunk = kShareBlock;
-    std::size_t receivers = M;
-    if (share.count > 1) {
-        receivers = 0;
-        for (std::size_t first = 0; first < M; first += kChunk)
-            if (ownsBlock(first / kChunk, share)) receivers += std::min(M, first + kChunk) - first;
-    }
-    PairProgress progress(static_cast<std::int64_t>(receivers));
+    // A share of several: its own groups of receivers only, dealt out as
+    // ownsBlock deals out blocks of rows.
+    const auto groups = static_cast<std::int64_t>(tree.groups.size());
+    auto groupAt = [&](std::int64_t k) -> const Cluster& {
+        return tree.clusters[static_cast<std::size_t>(tree.groups[static_cast<std::size_t>(k)])];
+    };
+    auto owned = [&](std::int64_t k) { return share.count <= 1 || ownsBlock(static_cast<std::size_t>(k), share); };
+    std::int64_t receivers = 0;
+    for (std::int64_t k = 0; k < groups; ++k)
+        if (owned(k)) receivers += groupAt(k).end - groupAt(k).begin;
+    PairProgress progress(receivers);
     std::int64_t tests = 0, terms = 0;
     std::exception_ptr failure;
 
+    // One walk a group of receivers (a cluster of at most kLanes nodes, or a larger leaf in parts).
 #pragma omp parallel reduction(+ : tests, terms)
     {
-        Receiver walk(tree, ratio, rule, bvh, sqrtPi);
+        Group walk(tree, ratio, rule, bvh, sqrtPi);
         walk.allowance = allowance;
-#pragma omp for schedule(dynamic, 1)
-        for (std::size_t first = 0; first < M; first += kChunk) {
-            const std::size_t last = std::min(M, first + kChunk);
-            if (progress.stopping() || (share.count > 1 && !ownsBlock(first / kChunk, share))) continue;
+        double out[kLanes];
+#pragma omp for schedule(dynamic, 4)
+        for (std::int64_t k = 0; k < groups; ++k) {
+            if (progress.stopping() || !owned(k)) continue;
+            const Cluster& L = groupAt(k);
             try {
-                for (std::size_t i = first; i < last; ++i)
-                    sums[static_cast<std::size_t>(tree.order[i])] = walk.sum(i);
+                for (std::int32_t first = L.begin; first < L.end; first += kLanes) {
+                    const int n = std::min<std::int32_t>(kLanes, L.end - first);
+                    walk.sum(static_cast<std::size_t>(first), n, out);
+                    for (int l = 0; l < n; ++l) sums[static_cast<std::size_t>(tree.order[static_cast<std::size_t>(first + l)])] = out[l];
+                }
             } catch (...) {
 #pragma omp critical(tundrel_self_illumination_tree_failure)
                 if (!failure) failure = std::current_exception();
             }
-            progress.add(static_cast<std::int64_t>(last - first));
+            progress.add(static_cast<std::int64_t>(L.end - L.begin));
         }
         tests += walk.tests;
         terms += walk.terms;

@@ -313,3 +313,28 @@ TEST(SelfIlluminationHierarchy, StaysWithinTheToleranceOfTheExactCorrection) {
         EXPECT_EQ(stats.segmentTests > 0, c.visibility);
     }
 }
+
+// With nothing taken whole (theta 0, no tolerance) the hierarchical walk
+// must reach every pair once, whatever the leaf size (single nodes, leaves
+// that part a group, leaves larger than a group): it then sums what the
+// exact pass sums, with and without the obstruction test.
+TEST(SelfIlluminationHierarchy, WithoutFarClustersEqualsTheExactSums) {
+    const FieldMasterD f = shapes::build({bowl(12, 11, 0.0, 1.0, true), bowl(9, 9, 3.0, -1.0, false)});
+    const tundrel::Surface s(f);
+    const std::vector<double> area = tundrel::detail::nodeAreas(f, s, std::vector<unsigned char>(s.nodeCount(), 1));
+    tundrel::detail::IlluminationNodes nodes;
+    for (std::size_t k = 0; k < s.nodeCount(); ++k) nodes.add(s, f.normals()->data()[k], k, area[k], 1.0 + 0.1 * k);
+    const tundrel::SurfaceBvh bvh(s);
+    for (const tundrel::SurfaceBvh* b : {static_cast<const tundrel::SurfaceBvh*>(nullptr), &bvh}) {
+        const std::vector<double> exact = tundrel::detail::illuminationSums(nodes, 0.7, b);
+        for (int leaf : {1, 5, 16, 45}) {
+            SCOPED_TRACE(testing::Message() << "leaf " << leaf << " bvh " << (b != nullptr));
+            tundrel::detail::FarFieldRule rule;
+            rule.order = 2;
+            rule.leafSize = leaf;
+            const std::vector<double> got = tundrel::detail::hierarchicalSums(nodes, 0.7, rule, b);
+            ASSERT_EQ(got.size(), exact.size());
+            for (std::size_t i = 0; i < got.size(); ++i) EXPECT_NEAR(got[i], exact[i], 1e-12 * (1 + std::abs(exact[i]))) << i;
+        }
+    }
+}
