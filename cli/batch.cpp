@@ -5,6 +5,7 @@
 #include "cli/batch.h"
 
 #include <fcntl.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -194,7 +195,11 @@ int runCampaign(const Campaign& c, const BatchArgs& a) {
     ::sigaction(SIGINT, &act, &oldInt);
     ::sigaction(SIGTERM, &act, &oldTerm);
 
-    const long cores = std::max(1L, ::sysconf(_SC_NPROCESSORS_ONLN));
+    // The cores this process may run on (a scheduler's allocation), shared among the jobs.
+    cpu_set_t cpus;
+    CPU_ZERO(&cpus);
+    const long cores = ::sched_getaffinity(0, sizeof cpus, &cpus) == 0 ? std::max(1, CPU_COUNT(&cpus))
+                                                                        : std::max(1L, ::sysconf(_SC_NPROCESSORS_ONLN));
     const int threads = static_cast<int>(std::max(1L, cores / a.jobs));
     const std::string tag = ".tmp-" + hostName() + "-" + std::to_string(::getpid());
     std::map<pid_t, Child> running;
