@@ -5,6 +5,7 @@
 #include "cli/batch.h"
 
 #include <fcntl.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -115,6 +116,11 @@ std::string duration(double seconds) {
     return buf;
 }
 
+// "1 run", "3 runs"
+std::string count(std::size_t n, const std::string& what) {
+    return std::to_string(n) + " " + what + (n == 1 ? "" : "s");
+}
+
 struct Child {
     const Run* run;
     fs::path stage;
@@ -179,7 +185,7 @@ int runCampaign(const Campaign& c, const BatchArgs& a) {
             if (::access(f.c_str(), R_OK) != 0)
                 warn("run " + r->id + ": " + f + ": " + std::strerror(errno) + "; that run will fail");
     if (!quiet)
-        std::cerr << "tundrel batch: " << mine.size() << " runs, " << mine.size() - todo.size() << " done before, "
+        std::cerr << "tundrel batch: " << count(mine.size(), "run") << ", " << mine.size() - todo.size() << " done before, "
                   << todo.size() << " to run, " << a.jobs << " at once\n";
 
     struct sigaction act {};
@@ -189,7 +195,11 @@ int runCampaign(const Campaign& c, const BatchArgs& a) {
     ::sigaction(SIGINT, &act, &oldInt);
     ::sigaction(SIGTERM, &act, &oldTerm);
 
-    const long cores = std::max(1L, ::sysconf(_SC_NPROCESSORS_ONLN));
+    // The cores this process may run on (a scheduler's allocation), shared among the jobs.
+    cpu_set_t cpus;
+    CPU_ZERO(&cpus);
+    const long cores = ::sched_getaffinity(0, sizeof cpus, &cpus) == 0 ? std::max(1, CPU_COUNT(&cpus))
+                                                                        : std::max(1L, ::sysconf(_SC_NPROCESSORS_ONLN));
     const int threads = static_cast<int>(std::max(1L, cores / a.jobs));
     const std::string tag = ".tmp-" + hostName() + "-" + std::to_string(::getpid());
     std::map<pid_t, Child> running;
@@ -207,17 +217,17 @@ int runCampaign(const Campaign& c, const BatchArgs& a) {
             if (pid < 0) throw Failure{"cannot start run " + r.id + ": " + std::strerror(errno)};
             running[pid] = {&r, stage};
         }
+        if (stopSignal && !stopping) {
+            stopping = true;
+            if (!quiet)
+                std::cerr << "tundrel batch: stopping: " << count(running.size(), "run")
+                          << " in progress ended, no new ones started\n";
+            for (const auto& [p, child] : running) ::kill(p, SIGTERM);
+        }
         int status = 0;
         const pid_t pid = ::waitpid(-1, &status, 0);
         if (pid < 0) {
             if (errno != EINTR) break;
-            if (stopSignal && !stopping) {
-                stopping = true;
-                if (!quiet)
-                    std::cerr << "tundrel batch: stopping: " << running.size()
-                              << " runs in progress are ended, no new ones start\n";
-                for (const auto& [p, child] : running) ::kill(p, SIGTERM);
-            }
             continue;
         }
         const auto it = running.find(pid);
@@ -261,8 +271,8 @@ int runCampaign(const Campaign& c, const BatchArgs& a) {
         std::cerr << "tundrel batch: " << ok << " ok, " << failed << " failed, " << mine.size() - todo.size()
                   << " skipped as done before\n";
     if (stopSignal) {
-        error("stopped by signal " + std::to_string(stopSignal) + "; " + std::to_string(todo.size() - ok - failed) +
-              " runs left for the next start");
+        error("stopped by signal " + std::to_string(stopSignal) + "; " + count(todo.size() - ok - failed, "run") +
+              " left for the next start");
         return kFailure;
     }
     return failed == 0 ? 0 : kFailure;

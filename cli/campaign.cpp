@@ -179,7 +179,9 @@ void checkParameters(const Step& step, const Json& params, const std::string& po
         problems.push_back(pointer + ": accepts an object of " + step.name + " parameters (" + keyNames(step) + ")");
         return;
     }
-    for (const auto& [key, value] : params.items()) {
+    for (const auto& item : params.items()) {
+        const std::string& key = item.key();
+        const Json& value = item.value();
         if (key == skip) continue;
         const auto p = std::find_if(step.parameters.begin(), step.parameters.end(),
                                     [&](const Parameter& q) { return q.key == key; });

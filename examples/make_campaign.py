@@ -57,10 +57,10 @@ def scaled_markers(text, scale, shift):
     return re.sub(r'(<Function id="f">)([^<]*)(</Function>)', repl, text)
 
 
-def main():
+def main(argv=None):
     ap = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     ap.add_argument("--out", type=pathlib.Path, default=HERE / "campaign", help="folder written")
-    args = ap.parse_args()
+    args = ap.parse_args(argv)
     args.out.mkdir(parents=True, exist_ok=True)
     model = (HERE / "wingbody.fld").read_text()
     ports = (HERE / "wingbody_ports.mrk").read_text()

@@ -2,6 +2,7 @@
 runs on it, and the README's examples run as written."""
 
 import importlib.util
+import json
 import os
 import re
 import shlex
@@ -68,3 +69,13 @@ def test_readme_commands_run_as_written(example_dir, tmp_path):
         assert r.returncode == 0, f"{command}: {r.stderr}"
         for written in (w for w in shlex.split(command) if w.startswith("out/")):
             assert (tmp_path / written).stat().st_size > 0, command
+
+
+def test_campaign_script_writes_a_campaign_the_command_accepts(example_dir, tmp_path):
+    load(example_dir, "make_campaign").main(["--out", str(tmp_path)])
+    assert len(json.loads((tmp_path / "campaign.json").read_text())["runs"]) == 3
+    if "TUNDREL_CLI" in os.environ:
+        r = subprocess.run([os.environ["TUNDREL_CLI"], "batch", "--dry-run", str(tmp_path / "campaign.json")],
+                           capture_output=True, text=True)
+        assert r.returncode == 0 and r.stdout.split() == ["m060_a2", "to", "run", "m070_a3", "to", "run",
+                                                          "m080_a4", "to", "run"], r.stderr
