@@ -125,6 +125,7 @@ private:
                 radios = nullptr;
             }
             w->setGeometry(du.rect(c.rect));
+            if (c.id > 0) w->setObjectName(QString::number(c.id));
             if (c.kind == ControlKind::Group) w->lower();
         }
         setFixedSize(du.x(t.width), du.y(t.height));
@@ -143,8 +144,9 @@ private:
                 continue;
             }
             if (c.kind == ControlKind::Ok || c.kind == ControlKind::Cancel) {
-                buttons->addButton(static_cast<QPushButton*>(makeControl(c, nullptr)),
-                                   c.kind == ControlKind::Ok ? QDialogButtonBox::AcceptRole
+                auto* b = static_cast<QPushButton*>(makeControl(c, nullptr));
+                b->setObjectName(QString::number(c.id));
+                buttons->addButton(b, c.kind == ControlKind::Ok ? QDialogButtonBox::AcceptRole
                                                              : QDialogButtonBox::RejectRole);
                 continue;
             }
@@ -155,6 +157,7 @@ private:
             } else {
                 radios = nullptr;
             }
+            if (c.id > 0) w->setObjectName(QString::number(c.id));
             if (c.kind == ControlKind::Group) {
                 form->addRow(new QLabel(qs(c.label)));
                 delete w;
@@ -266,6 +269,8 @@ struct QtHost::State {
 
     bool working = false;       // progress reported and not yet complete
     bool stop = false;
+    std::int64_t total = 0;
+    int delay = 500;            // ms before the progress dialog shows
     QElapsedTimer started, lastEvents;
     QPointer<QProgressDialog> progressDialog;
 
@@ -367,9 +372,10 @@ void QtHost::setBusy(bool busy) {
 void QtHost::progress(std::int64_t done, std::int64_t total) {
     State& s = *s_;
     if (total <= 0) return;
-    if (!s.working || done <= 0) {
+    if (!s.working || done <= 0 || total != s.total) {
         s.endWork();
         s.working = true;
+        s.total = total;
         s.started.start();
         s.lastEvents.start();
     }
@@ -380,7 +386,7 @@ void QtHost::progress(std::int64_t done, std::int64_t total) {
     if (s.stop) return;
     constexpr int kScale = 1000;
     const int value = static_cast<int>(std::clamp<std::int64_t>(done * kScale / total, 0, kScale - 1));
-    if (!s.progressDialog && s.started.elapsed() >= 500) {
+    if (!s.progressDialog && s.started.elapsed() >= s.delay) {
         auto* d = new QProgressDialog(QStringLiteral("Working..."), QStringLiteral("Cancel"), 0, kScale,
                                       ownerWindow(s.parent));
         d->setWindowTitle(QApplication::applicationDisplayName().isEmpty() ? QStringLiteral("Tundrel")
@@ -406,6 +412,10 @@ void QtHost::progress(std::int64_t done, std::int64_t total) {
     }
 }
 
-bool QtHost::stopRequested() { return s_->stop; }
+bool QtHost::stopRequested() {
+    if (s_->progressDialog && s_->progressDialog->wasCanceled()) s_->stop = true;
+    return s_->stop;
+}
+void QtHost::setProgressDelay(int milliseconds) { s_->delay = std::max(0, milliseconds); }
 
 }  // namespace tundrel
