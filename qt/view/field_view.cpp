@@ -99,6 +99,7 @@ void FieldView::renderNow(int samples) {
                  .copy();
     image_.setDevicePixelRatio(ratio);
     ++frames_;
+    lastSamples_ = samples;
     update();
 }
 

@@ -192,7 +192,11 @@ private slots:
         const QPoint c = v->rect().center();
         QTest::mousePress(v, Qt::LeftButton, {}, c);
         QTest::mouseMove(v, c + QPoint(40, 20));
+        QApplication::processEvents();
+        QCOMPARE(v->lastSamples(), tundrel::view::FieldView::kDragSamples);  // quick frames while dragging
         QTest::mouseRelease(v, Qt::LeftButton, {}, c + QPoint(40, 20));
+        QApplication::processEvents();
+        QCOMPARE(v->lastSamples(), tundrel::view::FieldView::kFullSamples);
         QCOMPARE(v->view().azimuth, before.azimuth - 20.0);
         QCOMPARE(v->view().elevation, before.elevation + 10.0);
         QWheelEvent wheel(c, v->mapToGlobal(c), {}, {0, 120}, Qt::NoButton, {}, Qt::NoScrollPhase, false);
