@@ -14,6 +14,7 @@
 
 #include <deque>
 #include <functional>
+#include <thread>
 
 #include "api/TundrelApi.h"
 #include "qt/host/qt_host.h"
@@ -201,6 +202,7 @@ private slots:
                  auto* d = static_cast<QFileDialog*>(w);
                  QCOMPARE(d->nameFilters(), QStringList{"Markers files (*.mrk)"});
                  QCOMPARE(d->defaultSuffix(), "mrk");
+                 QCOMPARE(QFileInfo(d->selectedFiles().value(0)).fileName(), "Markers.mrk");  // the initial name with the default extension
                  d->selectFile(file);
                  static_cast<QDialog*>(d)->accept();  // Open
              }},
@@ -241,6 +243,8 @@ private slots:
         p.checkVisibility = true;
         const auto r = drive({[&](QWidget* w) {
                                  QVERIFY(qobject_cast<QProgressDialog*>(w) != nullptr);
+                                 QVERIFY(QApplication::overrideCursor() != nullptr);  // busy, Cancel can be hit
+                                 QCOMPARE(QApplication::overrideCursor()->shape(), Qt::BusyCursor);
                                  QTest::mouseClick(w->findChild<QPushButton*>(), Qt::LeftButton);
                              }},
                              [&] { return selfIlluminate(m.field, "cp", p); });
@@ -248,6 +252,28 @@ private slots:
         watchProgress = false;
         QVERIFY(r.stopped && !m.field.hasFunction("cp_si"));
         QCOMPARE(QApplication::overrideCursor(), nullptr);
+    }
+
+    // A message from another thread opens on the application's thread.
+    void messageFromAWorkerThread() {
+        QEventLoop loop;
+        QString shown;
+        drive({[&](QWidget* box) {
+                  QCOMPARE(box->thread(), QApplication::instance()->thread());
+                  shown = static_cast<QMessageBox*>(box)->text();
+                  static_cast<QMessageBox*>(box)->button(QMessageBox::Ok)->click();
+              }},
+              [&] {
+                  std::thread worker([&] {
+                      HostScope scope(host);
+                      tundrel::showMessage("Deflextion has small value");
+                      QMetaObject::invokeMethod(&loop, &QEventLoop::quit, Qt::QueuedConnection);
+                  });
+                  loop.exec();
+                  worker.join();
+                  return 0;
+              });
+        QCOMPARE(shown, "Deflextion has small value");
     }
 };
 
