@@ -88,6 +88,14 @@ private slots:
     }
     void cleanup() { delete w; }
 
+    void theOpenDialogListsEveryFormat() {
+        const QString filter = ViewerWindow::modelFilter();
+        for (const tundrel::GeometryFormat& f : tundrel::geometryFormats())
+            for (std::string_view e : f.extensions)
+                QVERIFY2(filter.section(";;", 0, 0).contains("*." + QString::fromStdString(std::string(e))),
+                         qPrintable(filter));
+    }
+
     void opensTheModelColouredByCp() {
         QCOMPARE(w->currentField(), QString("cp"));
         QCOMPARE(w->findChild<QComboBox*>("fieldBox")->currentText(), QString("cp"));
