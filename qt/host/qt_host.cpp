@@ -321,7 +321,7 @@ struct QtHost::State {
         }
     }
 
-    void progress(std::int64_t done, std::int64_t total);
+    void progress(std::int64_t done, std::int64_t steps);
 
     // Shows `w` modally; the cursor is the arrow meanwhile and the shown
     // handler sees the window once its loop runs.
@@ -331,6 +331,8 @@ struct QtHost::State {
             explicit Open(State& st) : s(st) {
                 ++s.dialogsOpen;
                 s.applyCursor();
+                // Not behind the dialog; the next step of the work shows it again.
+                if (s.progressDialog) s.progressDialog->hide();
             }
             ~Open() {
                 --s.dialogsOpen;
@@ -348,12 +350,13 @@ struct QtHost::State {
     }
 };
 
-void QtHost::State::progress(std::int64_t done, std::int64_t total) {
-    if (total <= 0) return;
-    if (!working || done <= 0 || total != this->total) {
+void QtHost::State::progress(std::int64_t done, std::int64_t steps) {
+    if (steps <= 0) return;
+    // A new piece of work: the first report, a start from 0 or another total.
+    if (!working || done <= 0 || steps != total) {
         endWork();
         working = true;
-        this->total = total;
+        total = steps;
         started.start();
         lastEvents.start();
     }
@@ -363,7 +366,8 @@ void QtHost::State::progress(std::int64_t done, std::int64_t total) {
     }
     if (stop) return;
     constexpr int kScale = 1000;
-    const int value = static_cast<int>(std::clamp<std::int64_t>(done * kScale / total, 0, kScale - 1));
+    const int value = std::clamp(static_cast<int>(static_cast<double>(done) / static_cast<double>(total) * kScale), 0,
+                                 kScale - 1);
     if (!progressDialog && started.elapsed() >= delay) {
         auto* d = new QProgressDialog(QStringLiteral("Working..."), QStringLiteral("Cancel"), 0, kScale,
                                       ownerWindow(parent));
@@ -379,7 +383,10 @@ void QtHost::State::progress(std::int64_t done, std::int64_t total) {
         applyCursor();
         if (shown) shown(d);
     }
-    if (progressDialog) progressDialog->setValue(value);
+    if (progressDialog) {
+        if (!progressDialog->isVisible() && dialogsOpen == 0) progressDialog->show();
+        progressDialog->setValue(value);
+    }
     // Paint and take the Cancel click; until the modal progress dialog is up
     // no input reaches the application, so nothing starts a second operation.
     if (lastEvents.elapsed() >= 30) {
