@@ -118,7 +118,7 @@ public:
     ControlTexts texts() const {
         ControlTexts out;
         for (const auto& [id, w] : edits_) out[id] = w->text().toStdString();
-        for (const auto& [id, w] : checks_) out[id] = w->isChecked() ? "1" : "0";
+        for (const auto& [id, w] : checks_) out[id].assign(1, w->isChecked() ? '1' : '0');
         return out;
     }
 
