@@ -23,11 +23,13 @@
 #include <QRadioButton>
 #include <QRegularExpression>
 #include <QStringList>
+#include <QThread>
 #include <QTimer>
 #include <QVBoxLayout>
 
 #include <algorithm>
 #include <map>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -36,6 +38,27 @@ namespace tundrel {
 namespace {
 
 QString qs(const std::string& s) { return QString::fromStdString(s); }
+
+QString appTitle() {
+    const QString name = QApplication::applicationDisplayName();
+    return name.isEmpty() ? QStringLiteral("Tundrel") : name;
+}
+
+// Runs `f` on the application's thread: at once when called there, else
+// queued to it, the calling thread waiting for the result (its event loop
+// must be running then).
+template <class F>
+auto onGuiThread(F f) -> decltype(f()) {
+    QCoreApplication* app = QCoreApplication::instance();
+    if (app == nullptr || QThread::currentThread() == app->thread()) return f();
+    if constexpr (std::is_void_v<decltype(f())>) {
+        QMetaObject::invokeMethod(app, f, Qt::BlockingQueuedConnection);
+    } else {
+        decltype(f()) r{};
+        QMetaObject::invokeMethod(app, [&] { r = f(); }, Qt::BlockingQueuedConnection);
+        return r;
+    }
+}
 
 // The template font, or the system's sans font at the template's size when
 // the template's family is not installed.
@@ -95,7 +118,7 @@ public:
     ControlTexts texts() const {
         ControlTexts out;
         for (const auto& [id, w] : edits_) out[id] = w->text().toStdString();
-        for (const auto& [id, w] : checks_) out[id] = w->isChecked() ? "1" : "0";
+        for (const auto& [id, w] : checks_) out[id].assign(1, w->isChecked() ? '1' : '0');
         return out;
     }
 
@@ -125,6 +148,7 @@ private:
                 radios = nullptr;
             }
             w->setGeometry(du.rect(c.rect));
+            if (c.id > 0) w->setObjectName(QString::number(c.id));
             if (c.kind == ControlKind::Group) w->lower();
         }
         setFixedSize(du.x(t.width), du.y(t.height));
@@ -143,8 +167,9 @@ private:
                 continue;
             }
             if (c.kind == ControlKind::Ok || c.kind == ControlKind::Cancel) {
-                buttons->addButton(static_cast<QPushButton*>(makeControl(c, nullptr)),
-                                   c.kind == ControlKind::Ok ? QDialogButtonBox::AcceptRole
+                auto* b = static_cast<QPushButton*>(makeControl(c, nullptr));
+                b->setObjectName(QString::number(c.id));
+                buttons->addButton(b, c.kind == ControlKind::Ok ? QDialogButtonBox::AcceptRole
                                                              : QDialogButtonBox::RejectRole);
                 continue;
             }
@@ -155,6 +180,7 @@ private:
             } else {
                 radios = nullptr;
             }
+            if (c.id > 0) w->setObjectName(QString::number(c.id));
             if (c.kind == ControlKind::Group) {
                 form->addRow(new QLabel(qs(c.label)));
                 delete w;
@@ -266,6 +292,8 @@ struct QtHost::State {
 
     bool working = false;       // progress reported and not yet complete
     bool stop = false;
+    std::int64_t total = 0;
+    int delay = 500;            // ms before the progress dialog shows
     QElapsedTimer started, lastEvents;
     QPointer<QProgressDialog> progressDialog;
 
@@ -293,6 +321,8 @@ struct QtHost::State {
         }
     }
 
+    void progress(std::int64_t done, std::int64_t steps);
+
     // Shows `w` modally; the cursor is the arrow meanwhile and the shown
     // handler sees the window once its loop runs.
     int exec(QDialog& w) {
@@ -301,6 +331,8 @@ struct QtHost::State {
             explicit Open(State& st) : s(st) {
                 ++s.dialogsOpen;
                 s.applyCursor();
+                // Not behind the dialog; the next step of the work shows it again.
+                if (s.progressDialog) s.progressDialog->hide();
             }
             ~Open() {
                 --s.dialogsOpen;
@@ -318,11 +350,59 @@ struct QtHost::State {
     }
 };
 
+void QtHost::State::progress(std::int64_t done, std::int64_t steps) {
+    if (steps <= 0) return;
+    // A new piece of work: the first report, a start from 0 or another total.
+    if (!working || done <= 0 || steps != total) {
+        endWork();
+        working = true;
+        total = steps;
+        started.start();
+        lastEvents.start();
+    }
+    if (done >= total) {
+        endWork();
+        return;
+    }
+    if (stop) return;
+    constexpr int kScale = 1000;
+    const int value = std::clamp(static_cast<int>(static_cast<double>(done) / static_cast<double>(total) * kScale), 0,
+                                 kScale - 1);
+    if (!progressDialog && started.elapsed() >= delay) {
+        auto* d = new QProgressDialog(QStringLiteral("Working..."), QStringLiteral("Cancel"), 0, kScale,
+                                      ownerWindow(parent));
+        d->setWindowTitle(appTitle());
+        d->setWindowModality(Qt::ApplicationModal);
+        d->setMinimumDuration(0);
+        d->setAutoClose(false);
+        d->setAutoReset(false);
+        QObject::connect(d, &QProgressDialog::canceled, d, [this] { stop = true; });
+        progressDialog = d;
+        d->setValue(value);
+        d->show();
+        applyCursor();
+        if (shown) shown(d);
+    }
+    if (progressDialog) {
+        if (!progressDialog->isVisible() && dialogsOpen == 0) progressDialog->show();
+        progressDialog->setValue(value);
+    }
+    // Paint and take the Cancel click; until the modal progress dialog is up
+    // no input reaches the application, so nothing starts a second operation.
+    if (lastEvents.elapsed() >= 30) {
+        lastEvents.start();
+        QCoreApplication::processEvents(progressDialog ? QEventLoop::AllEvents : QEventLoop::ExcludeUserInputEvents);
+    }
+}
+
 QtHost::QtHost(QWidget* parent) : s_(std::make_unique<State>()) { s_->parent = parent; }
 
 QtHost::~QtHost() {
-    if (s_->progressDialog) delete s_->progressDialog.data();
-    if (s_->cursorSet) QApplication::restoreOverrideCursor();
+    if (QCoreApplication::instance() == nullptr) return;
+    onGuiThread([this] {
+        delete s_->progressDialog.data();
+        if (s_->cursorSet) QApplication::restoreOverrideCursor();
+    });
 }
 
 void QtHost::setParent(QWidget* parent) { s_->parent = parent; }
@@ -330,82 +410,58 @@ QWidget* QtHost::parent() const { return s_->parent.data(); }
 void QtHost::onDialogShown(std::function<void(QWidget*)> handler) { s_->shown = std::move(handler); }
 
 void QtHost::showMessage(const std::string& text) {
-    const QString title = QApplication::applicationDisplayName().isEmpty() ? QStringLiteral("Tundrel")
-                                                                           : QApplication::applicationDisplayName();
-    QMessageBox box(QMessageBox::Warning, title, qs(text), QMessageBox::Ok, ownerWindow(s_->parent));
-    box.setTextFormat(Qt::PlainText);
-    s_->exec(box);
+    onGuiThread([&] {
+        QMessageBox box(QMessageBox::Warning, appTitle(), qs(text), QMessageBox::Ok, ownerWindow(s_->parent));
+        box.setTextFormat(Qt::PlainText);
+        s_->exec(box);
+    });
 }
 
 QDialog* QtHost::buildDialog(Dialog& dialog, QWidget* parent) { return new TemplateDialog(dialog, parent); }
 
 bool QtHost::askParameters(Dialog& dialog) {
-    TemplateDialog d(dialog, ownerWindow(s_->parent));
-    return s_->exec(d) == QDialog::Accepted;
+    return onGuiThread([&] {
+        TemplateDialog d(dialog, ownerWindow(s_->parent));
+        return s_->exec(d) == QDialog::Accepted;
+    });
 }
 
 std::optional<std::string> QtHost::chooseFile(const FileChooser& chooser) {
-    QFileDialog d(ownerWindow(s_->parent), QStringLiteral("Open"));
-    d.setAcceptMode(QFileDialog::AcceptOpen);
-    d.setFileMode(chooser.fileMustExist ? QFileDialog::ExistingFile : QFileDialog::AnyFile);
-    d.setOption(QFileDialog::DontUseNativeDialog, true);
-    if (const QStringList filters = nameFilters(chooser.filter); !filters.isEmpty()) d.setNameFilters(filters);
-    QString suffix = qs(chooser.defaultExtension);
-    while (suffix.startsWith(QLatin1Char('*')) || suffix.startsWith(QLatin1Char('.'))) suffix.remove(0, 1);
-    if (!suffix.isEmpty()) d.setDefaultSuffix(suffix);
-    if (!chooser.initialName.empty()) d.selectFile(qs(chooser.initialName));
-    if (s_->exec(d) != QDialog::Accepted || d.selectedFiles().isEmpty()) return std::nullopt;
-    return d.selectedFiles().front().toStdString();
+    return onGuiThread([&]() -> std::optional<std::string> {
+        QFileDialog d(ownerWindow(s_->parent), QStringLiteral("Open"));
+        d.setAcceptMode(QFileDialog::AcceptOpen);
+        d.setFileMode(chooser.fileMustExist ? QFileDialog::ExistingFile : QFileDialog::AnyFile);
+        d.setOption(QFileDialog::DontUseNativeDialog, true);
+        if (const QStringList filters = nameFilters(chooser.filter); !filters.isEmpty()) d.setNameFilters(filters);
+        // "*.mrk" or ".mrk": the suffix added to a name typed without one.
+        QString suffix = qs(chooser.defaultExtension);
+        while (suffix.startsWith(QLatin1Char('*')) || suffix.startsWith(QLatin1Char('.'))) suffix.remove(0, 1);
+        if (!suffix.isEmpty() && !suffix.contains(QLatin1Char('*'))) d.setDefaultSuffix(suffix);
+        if (!chooser.initialName.empty()) d.selectFile(qs(chooser.initialName));
+        if (s_->exec(d) != QDialog::Accepted || d.selectedFiles().isEmpty()) return std::nullopt;
+        return d.selectedFiles().front().toStdString();
+    });
 }
 
 void QtHost::setBusy(bool busy) {
-    s_->busyDepth += busy ? 1 : -1;
-    if (s_->busyDepth <= 0 && s_->working) s_->endWork();
-    s_->applyCursor();
+    onGuiThread([&] {
+        s_->busyDepth += busy ? 1 : -1;
+        if (s_->busyDepth <= 0 && s_->working) s_->endWork();
+        s_->applyCursor();
+    });
 }
 
 void QtHost::progress(std::int64_t done, std::int64_t total) {
-    State& s = *s_;
-    if (total <= 0) return;
-    if (!s.working || done <= 0) {
-        s.endWork();
-        s.working = true;
-        s.started.start();
-        s.lastEvents.start();
-    }
-    if (done >= total) {
-        s.endWork();
-        return;
-    }
-    if (s.stop) return;
-    constexpr int kScale = 1000;
-    const int value = static_cast<int>(std::clamp<std::int64_t>(done * kScale / total, 0, kScale - 1));
-    if (!s.progressDialog && s.started.elapsed() >= 500) {
-        auto* d = new QProgressDialog(QStringLiteral("Working..."), QStringLiteral("Cancel"), 0, kScale,
-                                      ownerWindow(s.parent));
-        d->setWindowTitle(QApplication::applicationDisplayName().isEmpty() ? QStringLiteral("Tundrel")
-                                                                            : QApplication::applicationDisplayName());
-        d->setWindowModality(Qt::ApplicationModal);
-        d->setMinimumDuration(0);
-        d->setAutoClose(false);
-        d->setAutoReset(false);
-        QObject::connect(d, &QProgressDialog::canceled, d, [&s] { s.stop = true; });
-        s.progressDialog = d;
-        d->setValue(value);
-        d->show();
-        s.applyCursor();
-        if (s.shown) s.shown(d);
-    }
-    if (s.progressDialog) s.progressDialog->setValue(value);
-    // Paint and take the Cancel click; until the modal progress dialog is up
-    // no input reaches the application, so nothing starts a second operation.
-    if (s.lastEvents.elapsed() >= 30) {
-        s.lastEvents.start();
-        QCoreApplication::processEvents(s.progressDialog ? QEventLoop::AllEvents
-                                                         : QEventLoop::ExcludeUserInputEvents);
-    }
+    onGuiThread([&] { s_->progress(done, total); });
 }
 
-bool QtHost::stopRequested() { return s_->stop; }
+bool QtHost::stopRequested() {
+    return onGuiThread([&] {
+        if (s_->progressDialog && s_->progressDialog->wasCanceled()) s_->stop = true;
+        return s_->stop;
+    });
+}
+
+void QtHost::setProgressDelay(int milliseconds) { s_->delay = std::max(0, milliseconds); }
 
 }  // namespace tundrel

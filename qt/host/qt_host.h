@@ -61,6 +61,8 @@ public:
     // Cancel asks the operation to stop. Keeps the application painting.
     void progress(std::int64_t done, std::int64_t total) override;
     bool stopRequested() override;
+    // How long work runs before the progress dialog appears; 500 ms unless set.
+    void setProgressDelay(int milliseconds);
 
     // Called with every window the host opens (parameter dialog, message box,
     // file dialog, progress dialog) once it is shown; for screenshots and for
@@ -68,7 +70,8 @@ public:
     void onDialogShown(std::function<void(QWidget*)> handler);
 
     // The dialog of a template, filled with the dialog's texts, not yet shown
-    // (the caller owns it): OK runs the dialog's validation through the
+    // (the caller owns it); each control with an id is named by it
+    // (objectName "4051"). OK runs the dialog's validation through the
     // calling thread's host and accepts only when it passes; Browse... buttons
     // call pressButton and show the texts it leaves. The scale comes from the
     // template font, "MS Sans Serif" or, without it, the system's sans font.

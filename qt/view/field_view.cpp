@@ -93,12 +93,22 @@ void FieldView::renderNow(int samples) {
         update();
         return;
     }
-    const RgbaImage picture = renderer_->render(values_, view_, low_, high_, map_, w, h, samples);
+    RgbaImage picture;
+    try {
+        picture = renderer_->render(values_, view_, low_, high_, map_, w, h, samples);
+    } catch (const arrayWorks::GenericError&) {
+        // Values of another model than the scene's: nothing to draw until
+        // the two match again.
+        image_ = QImage();
+        update();
+        return;
+    }
     image_ = QImage(picture.pixels.data(), picture.width, picture.height, 4 * picture.width,
                     QImage::Format_RGBA8888)
                  .copy();
     image_.setDevicePixelRatio(ratio);
     ++frames_;
+    lastSamples_ = samples;
     update();
 }
 

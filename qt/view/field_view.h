@@ -36,8 +36,9 @@ public:
     void renderNow(int samples = kFullSamples);
     // The last rendered model picture (without the colour bar).
     const QImage& image() const { return image_; }
-    // Frames rendered since the view was made.
+    // Frames rendered since the view was made, and the samples of the last.
     int frames() const { return frames_; }
+    int lastSamples() const { return lastSamples_; }
 
     static constexpr int kFullSamples = 2, kDragSamples = 1;
 
@@ -66,6 +67,7 @@ private:
     ColorMap map_;
     QImage image_;
     int frames_ = 0;
+    int lastSamples_ = 0;
     int pendingSamples_ = kFullSamples;
     QTimer renderTimer_;
     bool dragging_ = false;

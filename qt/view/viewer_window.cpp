@@ -319,7 +319,10 @@ void ViewerWindow::savePictureAs() {
 
 void ViewerWindow::runSelfIllumination() {
     QString added;
-    operate(tr("Self-illumination"), [&] { added = q(model_.selfIllumination(currentField().toStdString())); });
+    operate(tr("Self-illumination"), [&] {
+        if (currentField().isEmpty()) showMessage("The model has no field to correct for self-illumination");
+        else added = q(model_.selfIllumination(currentField().toStdString()));
+    });
     if (!added.isEmpty()) modelChanged(added);
 }
 

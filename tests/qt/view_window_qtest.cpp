@@ -88,6 +88,14 @@ private slots:
     }
     void cleanup() { delete w; }
 
+    void theOpenDialogListsEveryFormat() {
+        const QString filter = ViewerWindow::modelFilter();
+        for (const tundrel::GeometryFormat& f : tundrel::geometryFormats())
+            for (std::string_view e : f.extensions)
+                QVERIFY2(filter.section(";;", 0, 0).contains("*." + QString::fromStdString(std::string(e))),
+                         qPrintable(filter));
+    }
+
     void opensTheModelColouredByCp() {
         QCOMPARE(w->currentField(), QString("cp"));
         QCOMPARE(w->findChild<QComboBox*>("fieldBox")->currentText(), QString("cp"));
@@ -192,7 +200,11 @@ private slots:
         const QPoint c = v->rect().center();
         QTest::mousePress(v, Qt::LeftButton, {}, c);
         QTest::mouseMove(v, c + QPoint(40, 20));
+        QApplication::processEvents();
+        QCOMPARE(v->lastSamples(), tundrel::view::FieldView::kDragSamples);  // quick frames while dragging
         QTest::mouseRelease(v, Qt::LeftButton, {}, c + QPoint(40, 20));
+        QApplication::processEvents();
+        QCOMPARE(v->lastSamples(), tundrel::view::FieldView::kFullSamples);
         QCOMPARE(v->view().azimuth, before.azimuth - 20.0);
         QCOMPARE(v->view().elevation, before.elevation + 10.0);
         QWheelEvent wheel(c, v->mapToGlobal(c), {}, {0, 120}, Qt::NoButton, {}, Qt::NoScrollPhase, false);
