@@ -7,8 +7,10 @@
 //     tundrel::QtHost host(&mainWindow);
 //     tundrel::HostScope scope(host);   // or tundrel::setHost(&host)
 //
-// Every call runs on the GUI thread: install the host for that thread and call
-// the library from it.
+// The windows live on the GUI thread. A call from another thread (the host
+// installed as every thread's default with setHost, say) is carried out there
+// while the calling thread waits, so the GUI thread's event loop must be
+// running then.
 #pragma once
 
 #include <cstdint>

@@ -124,16 +124,6 @@ private slots:
         }
     }
 
-    // A message of the operation itself: the name is taken, the dialog opens again.
-    void operationMessage() {
-        Model m;
-        QString shown;
-        QVERIFY(!drive({[](QWidget* w) { type(w, 4053, "cp"), press(w, 1); }, answerBox(shown),
-                        [](QWidget* w) { press(w, 2); }},
-                       [&] { return m.open(kSelfIlluminationDialog); }));
-        QCOMPARE(shown, "The function name alredy exist");
-    }
-
     // Browse: the chooser's filter, extension and name; the chosen file
     // filled in, the other typed values kept; OK runs the operation (on the
     // markers' own, empty, field name).
@@ -157,17 +147,6 @@ private slots:
                           static_cast<QDialog*>(d)->accept();  // Open
                       }},
                       [&] { return m.open(kPressurePortsDialog, "") && m.field.hasFunction("cp_ports"); }));
-    }
-
-    // Every file ("*.*") is "*" to Qt; a name listed twice stays twice.
-    void imageFilters() {
-        const QStringList filters{"Princeton Files (*.spe)", "PCO Files (*.b16)", "PMIS Files (*.pmi)",
-            "Photonic Files (*.flf)", "Photonic Files (*.tif)", "Pericolor Files (*.p)", "All Files (*)"};
-        QVERIFY(!drive({[&](QWidget* w) {
-                           QCOMPARE(static_cast<QFileDialog*>(w)->nameFilters(), filters);
-                           static_cast<QDialog*>(w)->reject();
-                       }},
-                       [&] { return host.chooseFile(imageFileChooser()); }));
     }
 
     // Cancel in the progress dialog stops the correction with nothing added.
