@@ -48,6 +48,13 @@ BusyScope::~BusyScope() { host().setBusy(false); }
 HostScope::HostScope(Host& h) : previous_(t_installed) { t_installed = &h; }
 HostScope::~HostScope() { t_installed = previous_; }
 
+void CollectingHost::showMessage(const std::string& text) { messages.push_back(text); }
+bool CollectingHost::askParameters(Dialog& dialog) { return outer_.askParameters(dialog); }
+std::optional<std::string> CollectingHost::chooseFile(const FileChooser& chooser) { return outer_.chooseFile(chooser); }
+void CollectingHost::setBusy(bool busy) { outer_.setBusy(busy); }
+void CollectingHost::progress(std::int64_t done, std::int64_t total) { outer_.progress(done, total); }
+bool CollectingHost::stopRequested() { return outer_.stopRequested(); }
+
 void QuietHost::showMessage(const std::string& text) { std::cerr << text << '\n'; }
 
 bool QuietHost::askParameters(Dialog& dialog) {

@@ -69,6 +69,25 @@ public:
     BusyScope& operator=(const BusyScope&) = delete;
 };
 
+// Keeps the messages the library shows instead of showing them, and passes
+// dialogs, file choices, the wait cursor, progress and stop requests on to
+// `outer` (the host installed before, as a rule).
+class TUNDREL_API CollectingHost : public Host {
+public:
+    explicit CollectingHost(Host& outer) : outer_(outer) {}
+    void showMessage(const std::string& text) override;
+    bool askParameters(Dialog& dialog) override;
+    std::optional<std::string> chooseFile(const FileChooser& chooser) override;
+    void setBusy(bool busy) override;
+    void progress(std::int64_t done, std::int64_t total) override;
+    bool stopRequested() override;
+
+    std::vector<std::string> messages;
+
+private:
+    Host& outer_;
+};
+
 // Messages to standard error; every dialog is accepted with the values it
 // shows, except that the same dialog asked again at once with the same texts
 // (the library's answer to a refused value) is cancelled, so that nothing

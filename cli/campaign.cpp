@@ -45,15 +45,6 @@ CLI::Validator check(std::function<bool(const std::string&)> ok, std::string why
                           "");
 }
 
-std::vector<std::string> splitList(const std::string& text) {
-    std::vector<std::string> items;
-    std::stringstream in(text);
-    std::string item;
-    while (std::getline(in, item, ',')) items.push_back(item);
-    if (!text.empty() && text.back() == ',') items.emplace_back();
-    return items;
-}
-
 std::string lowExtension(const std::string& f) {
     std::string e = fs::path(f).extension().string();
     for (char& c : e) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));

@@ -81,6 +81,9 @@ void readMarkers(const std::string& file, const std::function<void()>& read);
 // no-value count.
 nlohmann::ordered_json describeModel(const std::string& file, const region& reg, const region_fe& reg_fe);
 
+// "a,b,,c" -> {"a", "b", "", "c"}; a trailing comma gives a last empty item.
+std::vector<std::string> splitList(const std::string& text);
+
 // "1600x1200" -> {1600, 1200}; nothing unless both sides are whole numbers
 // from 16 to 8192.
 std::optional<std::pair<int, int>> pictureSize(const std::string& text);

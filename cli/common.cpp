@@ -1,9 +1,6 @@
 // Shared pieces of the commands: option checks, reading and writing models
 // with messages that name the file and the reason, warnings about what a
 // format loses, and the memory check.
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -16,6 +13,7 @@
 #include <set>
 #include <sstream>
 
+#include "api/formats/safe_write.h"
 #include "cli/cli.h"
 #include "cli/host.h"
 
@@ -107,6 +105,15 @@ CLI::Validator numberIn(double lo, double hi, const std::string& what) {
         what);
 }
 
+std::vector<std::string> splitList(const std::string& text) {
+    std::vector<std::string> items;
+    std::stringstream in(text);
+    std::string item;
+    while (std::getline(in, item, ',')) items.push_back(item);
+    if (!text.empty() && text.back() == ',') items.emplace_back();
+    return items;
+}
+
 std::optional<std::pair<int, int>> pictureSize(const std::string& text) {
     const std::size_t x = text.find_first_of("xX");
     if (x == std::string::npos) return std::nullopt;
@@ -152,17 +159,6 @@ void addWriteOptions(CLI::App& cmd, WriteOptions& w) {
 
 namespace {
 
-// Why `file` cannot be read, as the system says it; empty when it can be.
-std::string readReason(const std::string& file) {
-    struct stat st {};
-    if (::stat(file.c_str(), &st) != 0) return std::strerror(errno);
-    if (S_ISDIR(st.st_mode)) return std::strerror(EISDIR);
-    const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return std::strerror(errno);
-    ::close(fd);
-    return {};
-}
-
 // Messages the library shows while `run` runs, held back instead of printed.
 template <class Run>
 std::vector<std::string> heldMessages(Run&& run, bool& ok) {
@@ -183,7 +179,7 @@ std::vector<std::string> heldMessages(Run&& run, bool& ok) {
 }  // namespace
 
 void readMarkers(const std::string& file, const std::function<void()>& read) {
-    const std::string reason = readReason(file);
+    const std::string reason = fileReadReason(file);
     if (!reason.empty()) throw Failure{"cannot read markers " + file + ": " + reason};
     try {
         read();
@@ -202,7 +198,7 @@ bool loadModel(const std::vector<std::string>& files, bool transpose, region& re
         bool ok = false;
         const std::vector<std::string> shown =
             heldMessages([&] { return import_data(f, transpose, reg, reg_fe); }, ok);
-        const std::string reason = ok ? std::string() : readReason(f);
+        const std::string reason = ok ? std::string() : fileReadReason(f);
         std::string where = f + (reason.empty() ? "" : ": " + reason);
         if (ok && reg.patchCount() == patches && reg_fe.patchCount() == facePatches) {
             error(f + ": no patches in the file");

@@ -14,15 +14,6 @@ namespace tundrel::cli {
 
 namespace {
 
-std::vector<std::string> splitList(const std::string& text) {
-    std::vector<std::string> items;
-    std::stringstream in(text);
-    std::string item;
-    while (std::getline(in, item, ',')) items.push_back(item);
-    if (!text.empty() && text.back() == ',') items.emplace_back();
-    return items;
-}
-
 std::optional<double> number(const std::string& text) {
     std::size_t used = 0;
     try {

@@ -14,24 +14,17 @@
 
 namespace tundrel {
 
+std::string fileReadReason(const std::string& file) {
+    struct stat st {};
+    if (::stat(file.c_str(), &st) != 0) return std::strerror(errno);
+    if (S_ISDIR(st.st_mode)) return std::strerror(EISDIR);
+    const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return std::strerror(errno);
+    ::close(fd);
+    return {};
+}
+
 namespace {
-
-// Collects what the library shows while a writer runs; dialogs and file
-// choices (writers ask none) go to the host that was installed before.
-class CollectingHost : public Host {
-public:
-    explicit CollectingHost(Host& outer) : outer_(outer) {}
-    void showMessage(const std::string& text) override { messages.push_back(text); }
-    bool askParameters(Dialog& dialog) override { return outer_.askParameters(dialog); }
-    std::optional<std::string> chooseFile(const FileChooser& chooser) override { return outer_.chooseFile(chooser); }
-    void setBusy(bool busy) override { outer_.setBusy(busy); }
-    void progress(std::int64_t done, std::int64_t total) override { outer_.progress(done, total); }
-
-    std::vector<std::string> messages;
-
-private:
-    Host& outer_;
-};
 
 std::string joined(const std::vector<std::string>& lines) {
     std::string s;

@@ -29,6 +29,10 @@ struct SafeWriteResult {
     explicit operator bool() const noexcept { return ok; }
 };
 
+// Why `file` cannot be read, as the operating system says it (a folder reads
+// as "Is a directory"); empty when it can be opened for reading.
+TUNDREL_API std::string fileReadReason(const std::string& file);
+
 // Writes `file` by calling `write` with the name of a temporary file beside
 // it, then renames the temporary onto `file`. Messages the library shows while
 // `write` runs are collected into the result instead of being shown. A new

@@ -134,6 +134,11 @@ struct Picture {
 // The title line of a model: "TITLE   Mach 0.8   alpha 2   beta 0".
 TUNDREL_API std::string pictureTitle(const std::string& modelTitle, double mach, double alpha, double beta);
 
+// The colour bar's round tick values (1, 2 or 5 times a power of ten, about
+// six over the range) inside [low, high], and the decimals that show them;
+// none for an empty or unbounded range.
+TUNDREL_API std::vector<double> colorBarTicks(double low, double high, int* decimals = nullptr);
+
 // A sheet: the views side by side (a grid for many), one colour bar with
 // ticks, numbers and the field's name on the right, the title line above.
 // Refused (a message, no image) for a field the container does not hold as

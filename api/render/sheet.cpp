@@ -87,22 +87,6 @@ void drawText(cairo_t* cr, std::vector<TextBox>& texts, const std::string& text,
     texts.push_back({text, x + e.x_bearing, y + e.y_bearing, x + e.x_bearing + e.width, y + e.y_bearing + e.height});
 }
 
-// Ticks at round numbers (1, 2 or 5 times a power of ten) inside the range.
-std::vector<double> ticks(double low, double high, int& decimals) {
-    const double raw = (high - low) / 6.0;
-    const double power = std::pow(10.0, std::floor(std::log10(raw)));
-    double step = 10.0 * power;
-    for (double m : {1.0, 2.0, 5.0})
-        if (m * power >= raw) {
-            step = m * power;
-            break;
-        }
-    decimals = std::max(0, -static_cast<int>(std::floor(std::log10(step) + 1e-9)));
-    std::vector<double> list;
-    for (double k = std::ceil(low / step); k * step <= high && list.size() < 50; k += 1.0) list.push_back(k * step);
-    return list;
-}
-
 void drawColorBar(cairo_t* cr, std::vector<TextBox>& texts, const ColorMap& map, double low, double high,
                   const std::string& label, double x, double top, double bottom, double font) {
     const double barWidth = std::round(font * 1.4);
@@ -146,7 +130,7 @@ void drawColorBar(cairo_t* cr, std::vector<TextBox>& texts, const ColorMap& map,
     tick(high, formatValue(high, -1));
     tick(low, formatValue(low, -1));
     int decimals = 0;
-    for (double v : ticks(low, high, decimals))
+    for (double v : colorBarTicks(low, high, &decimals))
         if (std::abs(yOf(v) - yOf(low)) > 2.0 * font && std::abs(yOf(v) - yOf(high)) > 2.0 * font)
             tick(v, formatValue(v, decimals));
 }
@@ -172,6 +156,23 @@ const arrayWorks::ScalarFunction* scalarNamed(const FieldMasterD& field, const s
 }
 
 }  // namespace
+
+std::vector<double> colorBarTicks(double low, double high, int* decimals) {
+    const double raw = (high - low) / 6.0;
+    if (!(raw > 0) || !std::isfinite(raw)) return {};
+    const double power = std::pow(10.0, std::floor(std::log10(raw)));
+    double step = 10.0 * power;
+    for (double m : {1.0, 2.0, 5.0})
+        if (m * power >= raw) {
+            step = m * power;
+            break;
+        }
+    if (decimals != nullptr) *decimals = std::max(0, -static_cast<int>(std::floor(std::log10(step) + 1e-9)));
+    std::vector<double> list;
+    for (double k = std::ceil(low / step); k * step <= high && list.size() < 50; k += 1.0)
+        list.push_back(std::abs(k * step) < 1e-12 * step ? 0.0 : k * step);
+    return list;
+}
 
 std::string pictureTitle(const std::string& modelTitle, double mach, double alpha, double beta) {
     char flow[160];
@@ -231,7 +232,7 @@ Picture renderPicture(const FieldMasterD& field, const PictureOptions& o) {
         cairo_set_font_size(cr.get(), font);
         int decimals = 0;
         std::vector<std::string> numbers = {formatValue(low, -1), formatValue(high, -1)};
-        for (double v : ticks(low, high, decimals)) numbers.push_back(formatValue(v, decimals));
+        for (double v : colorBarTicks(low, high, &decimals)) numbers.push_back(formatValue(v, decimals));
         double widest = 0.0;
         for (const std::string& t : numbers) {
             cairo_text_extents_t e;

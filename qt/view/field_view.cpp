@@ -10,23 +10,6 @@ namespace tundrel::view {
 
 namespace {
 
-// Round tick values (1, 2 or 5 times a power of ten) inside [low, high].
-std::vector<double> ticks(double low, double high) {
-    const double raw = (high - low) / 5.0;
-    if (!(raw > 0) || !std::isfinite(raw)) return {};
-    const double power = std::pow(10.0, std::floor(std::log10(raw)));
-    double step = 10.0 * power;
-    for (double m : {1.0, 2.0, 5.0})
-        if (m * power >= raw) {
-            step = m * power;
-            break;
-        }
-    std::vector<double> list;
-    for (double k = std::ceil(low / step); k * step <= high && list.size() < 20; k += 1.0)
-        list.push_back(std::abs(k * step) < 1e-12 * step ? 0.0 : k * step);
-    return list;
-}
-
 constexpr double kDegreesPerPixel = 0.5;
 constexpr double kZoomPerNotch = 1.15;
 
@@ -142,7 +125,7 @@ void FieldView::drawColorBar(QPainter& p) const {
     p.setPen(Qt::black);
     p.drawRect(x, top, barWidth - 1, bottom - top);
     auto yOf = [&](double v) { return bottom - static_cast<int>(std::lround((v - low_) / (high_ - low_) * (bottom - top))); };
-    std::vector<double> marks = ticks(low_, high_);
+    std::vector<double> marks = colorBarTicks(low_, high_);
     // The ends always, round numbers between them where they leave room.
     const int gap = fm.height();
     marks.erase(std::remove_if(marks.begin(), marks.end(),

@@ -1,52 +1,22 @@
 #include "qt/view/view_model.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <limits>
 
+#include "api/formats/safe_write.h"
+#include "api/host.h"
+
 namespace tundrel::view {
 
 namespace {
-
-// Holds back the messages the library shows and passes everything else on to
-// the host that was installed before.
-class HeldMessages : public Host {
-public:
-    explicit HeldMessages(Host& outer) : outer_(outer) {}
-    void showMessage(const std::string& text) override { messages.push_back(text); }
-    bool askParameters(Dialog& dialog) override { return outer_.askParameters(dialog); }
-    std::optional<std::string> chooseFile(const FileChooser& chooser) override { return outer_.chooseFile(chooser); }
-    void setBusy(bool busy) override { outer_.setBusy(busy); }
-    void progress(std::int64_t done, std::int64_t total) override { outer_.progress(done, total); }
-    bool stopRequested() override { return outer_.stopRequested(); }
-
-    std::vector<std::string> messages;
-
-private:
-    Host& outer_;
-};
 
 std::string joined(const std::vector<std::string>& lines) {
     std::string s;
     for (const std::string& l : lines) s += (s.empty() ? "" : "\n") + l;
     return s;
-}
-
-// Why a file cannot be read, as the operating system says it; "" when it can.
-std::string readReason(const std::string& file) {
-    struct stat st {};
-    if (::stat(file.c_str(), &st) != 0) return std::strerror(errno);
-    if (S_ISDIR(st.st_mode)) return std::strerror(EISDIR);
-    const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return std::strerror(errno);
-    ::close(fd);
-    return {};
 }
 
 std::string extensions() {
@@ -100,7 +70,7 @@ bool Model::load(const std::string& file) {
     }
     region reg;
     region_fe fe;
-    HeldMessages held(host());
+    CollectingHost held(host());
     bool ok = false;
     {
         HostScope scope(held);
@@ -111,7 +81,7 @@ bool Model::load(const std::string& file) {
         return false;
     }
     if (!ok) {
-        const std::string reason = readReason(file);
+        const std::string reason = fileReadReason(file);
         const std::string where = file + (reason.empty() ? "" : ": " + reason);
         showMessage(held.messages.empty() ? "Cannot read " + where : joined(held.messages) + "\n(" + where + ")");
         return false;
