@@ -30,8 +30,11 @@ Json campaign(int runs, const std::string& model = "tiny.fld") {
              {{"step", "write"}, {"out", "out.dat"}}}},
            {"defaults", {{"self-illumination", {{"ratio", 0.5}}}}},
            {"runs", Json::array()}};
-    for (int k = 0; k < runs; ++k)
-        c["runs"].push_back({{"id", "r" + std::to_string(k)}, {"input", model}});
+    for (int k = 0; k < runs; ++k) {
+        std::string id(1, 'r');  // appended, not "r" + ...: GCC 12 at -O3 warns falsely on that
+        id += std::to_string(k);
+        c["runs"].push_back({{"id", id}, {"input", model}});
+    }
     return c;
 }
 

@@ -82,6 +82,40 @@ execute_process(COMMAND ${CMAKE_COMMAND} --build ${app}/cmake-build RESULT_VARIA
 check("${rc}" "building README's CMake project")
 run_example(${app}/cmake-build/myapp "")
 
+# The Qt host, where it was built: README's lines for desktop applications in
+# a small program that links the installed TundrelApi::TundrelQt and runs.
+file(GLOB qt_targets ${prefix}/*/cmake/TundrelApi/TundrelQtTargets.cmake)
+if(qt_targets)
+  string(FIND "${readme}" "## Desktop applications (Qt)" at)
+  string(SUBSTRING "${readme}" ${at} -1 qt_section)
+  fenced("${qt_section}" cmake qt_link)
+  fenced("${qt_section}" cpp qt_code)
+  # Its #include lines go on top, the rest into main.
+  string(REGEX MATCHALL "#include[^\n]*\n" qt_includes "${qt_code}")
+  string(REPLACE ";" "" qt_includes "${qt_includes}")
+  string(REGEX REPLACE "#include[^\n]*\n" "" qt_code "${qt_code}")
+  set(qt_app ${WORK_DIR}/qt_app)
+  file(WRITE ${qt_app}/CMakeLists.txt
+       "cmake_minimum_required(VERSION 3.22)\nproject(qtapp CXX)\nadd_executable(myapp main.cpp)\n${qt_link}")
+  file(WRITE ${qt_app}/main.cpp "#include <QApplication>\n#include <QMainWindow>\n#include <cstdio>\n"
+       "#include <api/TundrelApi.h>\n${qt_includes}"
+       "int main(int argc, char** argv) {\n  QApplication application(argc, argv);\n  QMainWindow mainWindow;\n"
+       "  FieldMasterD field;\n  std::string fieldName = \"cp\";\n  try {\n${qt_code}  } catch (...) {\n"
+       "    std::puts(\"refused\");\n  }\n}\n")
+  execute_process(COMMAND ${CMAKE_COMMAND} -S ${qt_app} -B ${qt_app}/build -G ${GENERATOR}
+                  -DCMAKE_PREFIX_PATH=${prefix} RESULT_VARIABLE rc)
+  check("${rc}" "configuring README's Qt project")
+  execute_process(COMMAND ${CMAKE_COMMAND} --build ${qt_app}/build RESULT_VARIABLE rc)
+  check("${rc}" "building README's Qt project")
+  # The empty container has no cp: the library throws before any dialog.
+  execute_process(COMMAND ${CMAKE_COMMAND} -E env QT_QPA_PLATFORM=offscreen ${qt_app}/build/myapp
+                  RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  check("${rc}" "running README's Qt program: ${err}")
+  if(NOT out STREQUAL "refused\n")
+    message(FATAL_ERROR "README's Qt program: ${out}${err}")
+  endif()
+endif()
+
 # pkg-config, after moving the installed tree: the .pc file must find it
 # from its own place.
 set(moved ${WORK_DIR}/moved)
