@@ -22,7 +22,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (const auto& r : c.runs) {
         fuzzutil::check(ids.insert(r.id).second, "unique run ids");
         fuzzutil::check(!r.inputs.empty() && !r.steps.empty(), "inputs and steps in every run");
-        fuzzutil::check(r.steps[0]["step"] == "read", "read first");
+        fuzzutil::check(r.steps[0].value("step", std::string()) == std::string("read"), "read first");
     }
     return 0;
 }
