@@ -97,21 +97,24 @@ if(qt_targets)
   set(qt_app ${WORK_DIR}/qt_app)
   file(WRITE ${qt_app}/CMakeLists.txt
        "cmake_minimum_required(VERSION 3.22)\nproject(qtapp CXX)\nadd_executable(myapp main.cpp)\n${qt_link}")
-  file(WRITE ${qt_app}/main.cpp "#include <QApplication>\n#include <QMainWindow>\n#include <cstdio>\n"
-       "#include <api/TundrelApi.h>\n${qt_includes}"
+  # Whatever the library opens is cancelled, as a user would.
+  file(WRITE ${qt_app}/main.cpp "#include <QApplication>\n#include <QDialog>\n#include <QMainWindow>\n"
+       "#include <QTimer>\n#include <cstdio>\n#include <api/TundrelApi.h>\n${qt_includes}"
        "int main(int argc, char** argv) {\n  QApplication application(argc, argv);\n  QMainWindow mainWindow;\n"
-       "  FieldMasterD field;\n  std::string fieldName = \"cp\";\n  try {\n${qt_code}  } catch (...) {\n"
-       "    std::puts(\"refused\");\n  }\n}\n")
+       "  QTimer cancel;\n  QObject::connect(&cancel, &QTimer::timeout, [] {\n"
+       "    if (auto* d = qobject_cast<QDialog*>(QApplication::activeModalWidget())) {\n"
+       "      std::printf(\"%s\\n\", qPrintable(d->windowTitle()));\n      d->reject();\n    }\n  });\n"
+       "  cancel.start(50);\n  FieldMasterD field;\n  std::string fieldName = \"cp\";\n  try {\n${qt_code}"
+       "  } catch (...) {\n    std::puts(\"refused\");\n  }\n}\n")
   execute_process(COMMAND ${CMAKE_COMMAND} -S ${qt_app} -B ${qt_app}/build -G ${GENERATOR}
                   -DCMAKE_PREFIX_PATH=${prefix} RESULT_VARIABLE rc)
   check("${rc}" "configuring README's Qt project")
   execute_process(COMMAND ${CMAKE_COMMAND} --build ${qt_app}/build RESULT_VARIABLE rc)
   check("${rc}" "building README's Qt project")
-  # The empty container has no cp: the library throws before any dialog.
   execute_process(COMMAND ${CMAKE_COMMAND} -E env QT_QPA_PLATFORM=offscreen ${qt_app}/build/myapp
                   RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
   check("${rc}" "running README's Qt program: ${err}")
-  if(NOT out STREQUAL "refused\n")
+  if(NOT out MATCHES "^Self-illumination parameters\n")
     message(FATAL_ERROR "README's Qt program: ${out}${err}")
   endif()
 endif()
