@@ -24,32 +24,11 @@ void addInOut(CLI::App& cmd, MeshArgs& a) {
     addWriteOptions(cmd, a.w);
 }
 
-// Every structured patch that can be triangulated becomes a face patch after
-// those already there; patches narrower than 2 x 2 stay structured.
-bool triangulate(region& reg, region_fe& fe) {
-    const int before = fe.patchCount();
-    if (!converter_reg_to_reg_fe(reg, fe)) return false;
-    if (fe.patchCount() == before) return true;
-    if (before == 0) {
-        fe.name = reg.name;
-        fe.Mach = reg.Mach;
-        fe.alpha = reg.alpha;
-        fe.beta = reg.beta;
-    }
-    arrayWorks::PtrList<StructPatch> kept;
-    for (int k = 0; k < reg.patchCount(); ++k) {
-        const StructPatch& p = reg.patch(k);
-        if (p.I < 2 || p.J < 2) kept.append(reg.patches.shared(k));
-    }
-    reg.patches = std::move(kept);
-    return true;
-}
-
 // Reads IN for a command that edits face patches: a model without any is
 // triangulated first, so that structured models (APT, FLD) can be edited too.
 bool loadFaces(const MeshArgs& a, region& reg, region_fe& fe) {
     if (!loadModel({a.in}, a.transpose, reg, fe)) return false;
-    if (fe.patchCount() == 0 && !triangulate(reg, fe)) return false;
+    if (fe.patchCount() == 0 && !mesh::triangulateModel(reg, fe)) return false;
     if (fe.patchCount() == 0) {
         error(a.in + ": no face patches");
         return false;
@@ -96,7 +75,7 @@ void addMeshCommands(CLI::App& app, int& status) {
         for (int k = 0; k < reg.patchCount(); ++k)
             faces += 2.0 * std::max(reg.patch(k).I - 1, 0) * std::max(reg.patch(k).J - 1, 0);
         checkMemory(faces * 4 * sizeof(std::int32_t), "triangulate");
-        if (!triangulate(reg, fe) || !saveModel(tri->out, tri->w, reg, fe)) status = kFailure;
+        if (!mesh::triangulateModel(reg, fe) || !saveModel(tri->out, tri->w, reg, fe)) status = kFailure;
     });
 
     struct RefineArgs : MeshArgs {

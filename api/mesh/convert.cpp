@@ -121,3 +121,26 @@ void Add_to_regionFe(region_fe& r, int k, std::vector<int> faces) {
     f->faceIndex = std::move(index);
     r.append(std::move(f));
 }
+
+namespace tundrel::mesh {
+
+bool triangulateModel(region& reg, region_fe& fe) {
+    const int before = fe.patchCount();
+    if (!converter_reg_to_reg_fe(reg, fe)) return false;
+    if (fe.patchCount() == before) return true;
+    if (before == 0) {
+        fe.name = reg.name;
+        fe.Mach = reg.Mach;
+        fe.alpha = reg.alpha;
+        fe.beta = reg.beta;
+    }
+    arrayWorks::PtrList<StructPatch> kept;
+    for (int k = 0; k < reg.patchCount(); ++k) {
+        const StructPatch& p = reg.patch(k);
+        if (p.I < 2 || p.J < 2) kept.append(reg.patches.shared(k));
+    }
+    reg.patches = std::move(kept);
+    return true;
+}
+
+}  // namespace tundrel::mesh

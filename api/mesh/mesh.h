@@ -100,6 +100,13 @@ enum class MirrorPlane { xy, yz, xz };
 // lacks one of "x", "y", "z" (nothing is appended then).
 TUNDREL_API int mirrorPatch(region_fe& r, int k, MirrorPlane plane);
 
+// Turns every structured patch of `reg` that can be triangulated (2 x 2 nodes
+// at least) into a face patch appended to `fe` (converter_reg_to_reg_fe);
+// the narrower ones stay structured. When `fe` had no patches it takes the
+// model's title and flow conditions. False when the conversion fails; true,
+// with nothing changed, when no patch can be triangulated.
+TUNDREL_API bool triangulateModel(region& reg, region_fe& fe);
+
 // Gives patch `to` (the mirror image of `from`, or any patch with the same
 // nodes) every variable of `from` it lacks, with from's values node by node,
 // appended in from's order; the variables `to` has keep their values. So an

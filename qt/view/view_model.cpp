@@ -207,21 +207,10 @@ bool Model::triangulate() {
         return false;
     }
     const int before = fe_.patchCount();
-    if (!converter_reg_to_reg_fe(reg_, fe_) || fe_.patchCount() == before) {
+    if (!mesh::triangulateModel(reg_, fe_) || fe_.patchCount() == before) {
         showMessage("No structured patch of the model can be triangulated (each needs 2 x 2 nodes at least)");
         return false;
     }
-    if (before == 0) {
-        fe_.name = reg_.name;
-        fe_.Mach = reg_.Mach;
-        fe_.alpha = reg_.alpha;
-        fe_.beta = reg_.beta;
-    }
-    // The patches that became face patches leave the structured list.
-    arrayWorks::PtrList<StructPatch> kept;
-    for (int k = 0; k < reg_.patchCount(); ++k)
-        if (reg_.patch(k).I < 2 || reg_.patch(k).J < 2) kept.append(reg_.patches.shared(k));
-    reg_.patches = std::move(kept);
     fromPatches();
     return true;
 }
