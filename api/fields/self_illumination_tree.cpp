@@ -20,11 +20,43 @@
 //   order 1: + [a^T D^T d0 + (a . d0) tr D - 4 (a . d0)(d0^T D d0) / r0^2] / r0^4
 //   order 2: + the terms in Q (see farTerms)
 // and g is taken at the centre. Receivers are walked in groups (the largest
-// clusters of at most 64 nodes): one descent of the tree a group, each
-// cluster judged for all receivers of the group still looking at it in one
-// vectorised loop, the accepted ones' terms summed in another; every
-// receiver meets the clusters in the order and with the outcome of its own
-// walk, which is, per receiver, from the root:
+// clusters of at most 64 nodes), first as one, then each on its own.
+//
+// The group as one (walkGroup; its sphere, cone and slab made from its
+// receivers) descends the tree from the root. Bounds of N_i . (P_j - P_i)
+// over every receiver i and node j (and the same the other way) come from
+// both cones, both slabs and the distance of the centres (reach). A cluster
+//   - is skipped when no pair can face both ways, or when the bound of its
+//     shares (as below, with r0 - rho_G - rho_E) fits in what is left of
+//     the allowance every receiver of the group shares;
+//   - is taken whole into the group's field when every pair surely faces
+//     both ways, t^3 <= theta^3 / 2 max(0.15, cosR cosE) with t = (rho_G +
+//     rho_E) / r0 and the cosines of the centres' axes, and the largest
+//     receiver area A gives x <= A / (pi (r0 - rho_G - rho_E)^2) <=
+//     theta^3 / 4;
+//   - is opened while it is larger than twice the group's radius, and
+//     handed to the receivers' own walks otherwise.
+// The field: phi(d) = d d^T / |d|^4 at the centres' distance d is expanded
+// to the second order in both offsets together (e = delta_E - delta_R),
+// summed with the cluster's moments W, D, Q and written as a polynomial of
+// degree 2 in the receiver's offset, a vector field f with N . f the share
+// (see expand); x's first term -3x/4 is taken at the centres (N^T M N, times
+// the receiver's area). The remainder is of the order t^3 of the kernel's
+// size, as in the rule below, with both radii in t, so the group takes
+// clusters at the same relative error as a single receiver would with a
+// cluster of radius rho_G + rho_E; theta^3 / 2 rather than theta^3 because
+// one group's error reaches all its receivers alike (measured: at theta^3
+// the closed sphere erred 7e-4 at 20,000 nodes, at theta^3 / 2 2.5e-4); the
+// x term errs by at most x t <= theta^4 / 4 of the share (3e-3 of EPS at
+// 1e-3), the next one, 5x^2/8, by less. Each group evaluates its field at
+// its receivers once at the end.
+//
+// What the group hands on, its receivers walk on their own: each cluster
+// judged for all receivers still looking at it in one vectorised loop, the
+// accepted ones' terms summed in another, the leaves' pairs summed as a
+// block of the leaf's nodes against the receivers (vectorised over the
+// receivers); every receiver meets the clusters in the order and with the
+// outcome of its own walk, which is, per receiver, from what it is handed:
 //   - skip a cluster when it lies behind the receiver's plane (by its sphere
 //     and by the slab across the cone's axis that holds its nodes, which is
 //     thin for flat clusters: neighbours on a flat or convex part), or when no
@@ -57,7 +89,12 @@
 // sphere from inside where order 1 errs 1.7e-3 (its remainder is of the order
 // theta^2 and of one sign there); at theta 0.25 order 2 errs 3.2e-4 (sphere)
 // and 2.7e-4 (the concave model with a screen), at 0.35 1.7e-3. Leaves of 32
-// nodes were no faster.
+// nodes were no faster. The group's walk, with the same theta, errs 2.5e-4
+// (sphere) and 2.7e-4 (concave) at 20,000 nodes; groups that went on as
+// halves of 32 and 16 receivers (each judging what the larger handed down)
+// were slower, the expansions costing more than the receivers' own terms
+// they saved, and so was opening clusters down to the group's radius (rather
+// than twice it).
 //
 // With the obstruction test a few rays judge an accepted cluster (below), and
 // they judge it well only while it is small as seen from the receiver: theta
@@ -97,6 +134,8 @@ constexpr double kAllowanceShare = 0.25;
 constexpr double kVisibleTheta = 1.9;
 constexpr double kGrazingFloor = 0.15;
 constexpr int kLanes = 64;             // receivers walked together
+constexpr double kOpenRatio = 2.0;     // a group opens clusters larger than this times its radius
+constexpr double kGroupShare = 0.5;    // a group takes clusters whole at this share of theta^3
 
 struct alignas(64) Cluster {
     double c[3];           // centre of the bounding sphere
@@ -136,6 +175,8 @@ public:
             nx[k] = p.nx[i], ny[k] = p.ny[i], nz[k] = p.nz[i];
             area[k] = p.area[i], value[k] = p.value[i], extent[k] = p.extent[i];
             node[k] = p.node[i];
+            const double len = std::sqrt(nx[k] * nx[k] + ny[k] * ny[k] + nz[k] * nz[k]);
+            if (!(std::abs(len - 1.0) <= 1e-9)) unit = false;
         }
     }
 
@@ -144,6 +185,7 @@ public:
     std::vector<std::int32_t> groups; // in tree order, the largest clusters of at most kLanes nodes (or leaves)
     std::vector<double> x, y, z, nx, ny, nz, area, value, extent;
     std::vector<std::int32_t> node;
+    bool unit = true;  // every normal of unit length: the cone bounds of the receiver groups hold
 
 private:
     const IlluminationNodes& p_;
@@ -278,40 +320,13 @@ struct LeafRow {
     const double *x, *y, *z, *nx, *ny, *nz, *area, *value, *extent;
 };
 
-// What the receiver rec = (P, N, area, extent, ratio) gets from the nodes
-// [begin, end) by the exact kernel's arithmetic, written for the vectoriser
-// (the receiver itself, at distance 0, gives nothing).
-__attribute__((target_clones("avx2", "default"))) double leafShares(const LeafRow& R, std::size_t begin,
-                                                                    std::size_t end, const double* rec,
-                                                                    double sqrtPi) {
-    const double px = rec[0], py = rec[1], pz = rec[2], nx = rec[3], ny = rec[4], nz = rec[5];
-    const double ai = rec[6], ei = rec[7], ratio = rec[8];
-    double sum = 0.0;
-#pragma omp simd reduction(+ : sum)
-    for (std::size_t j = begin; j < end; ++j) {
-        const double dx = R.x[j] - px, dy = R.y[j] - py, dz = R.z[j] - pz;
-        const double r = std::sqrt(dx * dx + dy * dy + dz * dz);
-        const double m = std::max(ei, R.extent[j]);
-        const double inv = 1.0 / (r > 0.0 ? r : 1.0);
-        const double ux = dx * inv, uy = dy * inv, uz = dz * inv;
-        const double cosR = nx * ux + ny * uy + nz * uz;
-        const double cosE = R.nx[j] * -ux + R.ny[j] * -uy + R.nz[j] * -uz;
-        const bool exchange = (r > 1e-10 * m) & (cosR > 0.0) & (cosE > 0.0);
-        const double S = std::sqrt(kPi * r * r + (exchange ? cosR : 0.0) * ai);
-        const double q = 1.0 / (exchange ? 2 * S * ai : 1.0);
-        const double s = (S - r * sqrtPi) * R.value[j] * R.area[j] * cosE * ratio * q;
-        sum += exchange ? s : 0.0;
-    }
-    return sum;
-}
-
 // The receivers of a group, one lane each (lanes past the group's size
 // repeat its first receiver and are never looked at), and what the last
 // cluster judged is to each of them.
 struct Lanes {
     alignas(64) double px[kLanes], py[kLanes], pz[kLanes], nx[kLanes], ny[kLanes], nz[kLanes], nl[kLanes],
         ai[kLanes];
-    alignas(64) double invNl[kLanes], spent[kLanes], far[kLanes], exact[kLanes];
+    alignas(64) double invNl[kLanes], spent[kLanes], far[kLanes], exact[kLanes], ext[kLanes];
     alignas(64) double dx[kLanes], dy[kLanes], dz[kLanes], r0[kLanes], nd[kLanes];
     alignas(64) std::int32_t kind[kLanes];  // Kind
     alignas(64) std::int32_t take[kLanes];  // 1: the cluster counts whole for this lane
@@ -325,6 +340,36 @@ struct Judge {
     double ratio, theta, thq, allowance;
     int order;
 };
+
+// What the receivers in `lanes` get from the leaf's nodes by the exact
+// kernel's arithmetic: a block of the leaf's nodes against the group's
+// receivers, vectorised over the receivers (a receiver meets itself at
+// distance 0 and gets nothing from it).
+__attribute__((target_clones("avx2", "default"))) void leafBlock(const Cluster& C, Lanes& L, std::uint64_t lanes,
+                                                                 double ratio, double sqrtPi, const LeafRow& R) {
+    const int lo = std::countr_zero(lanes) & ~3, hi = std::min(kLanes, (kLanes - std::countl_zero(lanes) + 3) & ~3);
+    for (int l = lo; l < hi; ++l) L.in[l] = static_cast<std::int32_t>((lanes >> l) & 1u);
+    for (auto j = static_cast<std::size_t>(C.begin); j < static_cast<std::size_t>(C.end); ++j) {
+        const double xj = R.x[j], yj = R.y[j], zj = R.z[j], nxj = R.nx[j], nyj = R.ny[j], nzj = R.nz[j];
+        const double ej = R.extent[j], w = R.value[j] * R.area[j] * ratio;
+#pragma omp simd
+        for (int l = lo; l < hi; ++l) {
+            const double dx = xj - L.px[l], dy = yj - L.py[l], dz = zj - L.pz[l];
+            const double r = std::sqrt(dx * dx + dy * dy + dz * dz);
+            const double m = std::max(L.ext[l], ej);
+            const double inv = 1.0 / (r > 0.0 ? r : 1.0);
+            const double ux = dx * inv, uy = dy * inv, uz = dz * inv;
+            const double cosR = L.nx[l] * ux + L.ny[l] * uy + L.nz[l] * uz;
+            const double cosE = nxj * -ux + nyj * -uy + nzj * -uz;
+            const double ai = L.ai[l];
+            const bool exchange = (L.in[l] != 0) & (r > 1e-10 * m) & (cosR > 0.0) & (cosE > 0.0);
+            const double S = std::sqrt(kPi * r * r + (exchange ? cosR : 0.0) * ai);
+            const double q = 1.0 / (exchange ? 2 * S * ai : 1.0);
+            const double s = (S - r * sqrtPi) * w * cosE * q;
+            L.exact[l] += exchange ? s : 0.0;
+        }
+    }
+}
 
 // The cluster judged for every lane at once (see the notes at the top): the
 // lanes in `mask` that skip it by the allowance spend from it.
@@ -446,6 +491,107 @@ __attribute__((target_clones("avx2", "default"))) void farTerms(const Cluster& C
     }
 }
 
+// ---- clusters taken whole by a whole group of receivers ----
+
+// A polynomial of degree 2 in e = (e0, e1, e2): its value at 0, the
+// coefficients of e0, e1, e2, then of e0^2, e0 e1, e0 e2, e1^2, e1 e2, e2^2.
+struct Poly {
+    double v[10];
+};
+constexpr int kPairM[6] = {0, 0, 0, 1, 1, 2}, kPairN[6] = {0, 1, 2, 1, 2, 2};
+
+// What the clusters a group takes whole give each of its receivers, as a
+// field about the group's centre: receiver i at P_i = c + delta with normal
+// N and area A gets N . f(delta) + A N^T M N, f_k(delta) = a_k + B_km
+// delta_m + C_k,s delta_m delta_n (the pairs s = (m, n), m <= n).
+struct Local {
+    double a[3], B[9], C[18], M[6];
+};
+
+// The terms of the emitter cluster E at d = c_E - c_G in the group's field.
+// With phi(d) = c0 d d^T / |d|^4 (c0 = -ratio / (4 pi)) the shares of E's
+// nodes j to receiver i are N_i . sum_j phi(d + e_j) b_j, e_j = delta_j -
+// delta_i, to the first order in x; phi(d + e) is expanded to the second
+// order in e (both offsets together) and summed with E's moments:
+//   sum_j b_l e^0 = W_l,  sum_j b_l e_m = D_lm - W_l delta_m,
+//   sum_j b_l e_m e_n = Q_lmn - D_lm delta_n - D_ln delta_m + W_l delta_m delta_n.
+// The first correction in x, -3x/4 with x = (N . d) A / (pi r^3), is
+// 3 ratio A / (16 pi^2) (N . d)^2 (W . d) / r^7, taken at the centres.
+void expand(const Cluster& E, const double d[3], double ratio, Local& L) {
+    const double s0 = d[0] * d[0] + d[1] * d[1] + d[2] * d[2], is = 1.0 / s0, is2 = is * is, is3 = is2 * is;
+    const double c0 = -ratio / (4.0 * kPi);
+    // u(e) = |d + e|^-4 = s^-2 with s = s0 + 2 d . e + e . e, times c0.
+    Poly u{};
+    u.v[0] = c0 * is2;
+    for (int m = 0; m < 3; ++m) u.v[1 + m] = c0 * -4.0 * d[m] * is3;
+    for (int s = 0; s < 6; ++s) {
+        const int m = kPairM[s], n = kPairN[s];
+        u.v[4 + s] = c0 * (m == n ? -2.0 * is3 + 12.0 * d[m] * d[m] * is3 * is : 24.0 * d[m] * d[n] * is3 * is);
+    }
+    // p_k = d_k u, then phi_kl = p_k d_l (d_k(e) = d_k + e_k: sparse products).
+    Poly pk[3], phi[3][3];
+    for (int k = 0; k < 3; ++k) {
+        Poly& p = pk[k];
+        p.v[0] = d[k] * u.v[0];
+        for (int m = 0; m < 3; ++m) p.v[1 + m] = d[k] * u.v[1 + m] + (m == k ? u.v[0] : 0.0);
+        for (int s = 0; s < 6; ++s) {
+            const int m = kPairM[s], n = kPairN[s];
+            p.v[4 + s] = d[k] * u.v[4 + s] + (n == k ? u.v[1 + m] : 0.0) + (m == k && m != n ? u.v[1 + n] : 0.0);
+        }
+    }
+    for (int k = 0; k < 3; ++k)
+        for (int l = k; l < 3; ++l) {
+            const Poly& p = pk[k];
+            Poly& q = phi[k][l];
+            q.v[0] = d[l] * p.v[0];
+            for (int m = 0; m < 3; ++m) q.v[1 + m] = d[l] * p.v[1 + m] + (m == l ? p.v[0] : 0.0);
+            for (int s = 0; s < 6; ++s) {
+                const int m = kPairM[s], n = kPairN[s];
+                q.v[4 + s] = d[l] * p.v[4 + s] + (n == l ? p.v[1 + m] : 0.0) + (m == l && m != n ? p.v[1 + n] : 0.0);
+            }
+            phi[l][k] = q;
+        }
+    for (int k = 0; k < 3; ++k)
+        for (int l = 0; l < 3; ++l) {
+            const Poly& p = phi[k][l];
+            const double W = E.W[l];
+            L.a[k] += p.v[0] * W;
+            for (int m = 0; m < 3; ++m) {
+                L.a[k] += p.v[1 + m] * E.D[3 * l + m];
+                L.B[3 * k + m] -= p.v[1 + m] * W;
+            }
+            for (int s = 0; s < 6; ++s) {
+                const int m = kPairM[s], n = kPairN[s];
+                L.a[k] += p.v[4 + s] * E.Q[6 * l + s];
+                L.B[3 * k + n] -= p.v[4 + s] * E.D[3 * l + m];
+                L.B[3 * k + m] -= p.v[4 + s] * E.D[3 * l + n];
+                L.C[6 * k + s] += p.v[4 + s] * W;
+            }
+        }
+    const double r = std::sqrt(s0);
+    const double x = 3.0 * ratio / (16.0 * kPi * kPi) * (E.W[0] * d[0] + E.W[1] * d[1] + E.W[2] * d[2]) * is3 / r;
+    for (int s = 0; s < 6; ++s) L.M[s] += x * d[kPairM[s]] * d[kPairN[s]];
+}
+
+// Bounds of N_i . (P_j - P_i) over the nodes i of V (unit normals in V's
+// cone) and j of O, d = c_O - c_V: N_i . d by the cone against d's
+// direction, N_i . delta_j by O's sphere and slab, N_i . delta_i by V's
+// slab, each with |N_i - a_V| <= sqrt(2 (1 - cos alpha)) for the rest.
+void reach(const Cluster& V, const Cluster& O, const double d[3], double r0, double& lo, double& hi) {
+    const double s = std::sqrt(std::max(0.0, 2.0 * (1.0 - V.cosA)));
+    const double cosB = (V.axis[0] * d[0] + V.axis[1] * d[1] + V.axis[2] * d[2]) / r0;
+    const double sinB = std::sqrt(std::max(0.0, 1.0 - cosB * cosB));
+    const double nearest = cosB >= V.cosA ? 1.0 : cosB * V.cosA + sinB * V.sinA;
+    const double farthest = cosB * V.cosA - sinB * V.sinA;
+    const double na = V.axis[0] * O.axis[0] + V.axis[1] * O.axis[1] + V.axis[2] * O.axis[2];
+    const double across = std::sqrt(std::max(0.0, 1.0 - na * na)) * O.rho;
+    const double ojHi = std::min(O.rho, std::max(na * O.hlo, na * O.hhi) + across);
+    const double ojLo = std::max(-O.rho, std::min(na * O.hlo, na * O.hhi) - across);
+    const double slack = s * (O.rho + V.rho);
+    lo = r0 * farthest + ojLo - V.hhi - slack;
+    hi = r0 * nearest + ojHi - V.hlo + slack;
+}
+
 // The walk of a group of up to kLanes receivers (the nodes of one leaf, say):
 // one descent of the tree for all of them, each cluster judged for every
 // receiver still looking at it (a bit mask) in one vectorised loop, so that
@@ -470,6 +616,7 @@ public:
             L_.px[l] = t_.x[i], L_.py[l] = t_.y[i], L_.pz[l] = t_.z[i];
             L_.nx[l] = t_.nx[i], L_.ny[l] = t_.ny[i], L_.nz[l] = t_.nz[i];
             L_.ai[l] = t_.area[i];
+            L_.ext[l] = t_.extent[i];
             L_.nl[l] = std::sqrt(L_.nx[l] * L_.nx[l] + L_.ny[l] * L_.ny[l] + L_.nz[l] * L_.nz[l]);
             L_.invNl[l] = 1.0 / L_.nl[l];
             L_.exact[l] = L_.far[l] = L_.spent[l] = 0.0;
@@ -478,16 +625,53 @@ public:
         }
         const Judge judge{ratio_, rule_.theta, std::pow(rule_.theta, std::max(2, rule_.order + 1)), allowance,
                           rule_.order};
-        struct Item {
-            std::int32_t cluster;
-            std::uint64_t lanes;
-        } stack[128];
-        int top = 0;
-        if (live != 0 && !t_.clusters.empty()) stack[top++] = {0, live};
-        while (top > 0) {
-            const Item item = stack[--top];
+        // The group first as one (walkGroup): what it takes whole goes
+        // into its field, what it cannot judge as one is walked receiver by
+        // receiver from there.
+        if (live != 0 && !t_.clusters.empty()) {
+            if (describeGroup(n, live)) {
+                double spent = 0.0;
+                const int whole = walkGroup(judge, spent);
+                if (whole > 0) fieldToLanes(live);
+                terms += static_cast<std::int64_t>(whole) * std::popcount(live);
+                walkLanes(handed_, live, spent, judge);
+            } else {
+                handed_.assign(1, 0);
+                walkLanes(handed_, live, 0.0, judge);
+            }
+        }
+        for (int l = 0; l < n; ++l) out[l] = ((live >> l) & 1u) != 0 ? L_.exact[l] + L_.far[l] : 0.0;
+    }
+
+private:
+    struct Item {
+        std::int32_t cluster;
+        std::uint64_t lanes;
+    };
+
+    const Tree& t_;
+    double ratio_;
+    FarFieldRule rule_;
+    const SurfaceBvh* bvh_;
+    double sqrtPi_;
+    std::size_t i_[kLanes] = {};
+    Lanes L_{};
+    Cluster G_{};    // the group as a cluster of receivers
+    double areaMax_ = 0.0;
+    Local F_{};      // its field from the clusters it takes whole
+    std::vector<Item> stack_;
+    std::vector<std::int32_t> open_, handed_;
+
+    // The receivers in `lanes`, each with its own walk from the clusters in `list`.
+    void walkLanes(const std::vector<std::int32_t>& list, std::uint64_t lanes, double spent, const Judge& J) {
+        for (std::uint64_t m = lanes; m != 0; m &= m - 1) L_.spent[std::countr_zero(m)] = spent;
+        stack_.clear();
+        for (auto it = list.rbegin(); it != list.rend(); ++it) stack_.push_back({*it, lanes});
+        while (!stack_.empty()) {
+            const Item item = stack_.back();
+            stack_.pop_back();
             const Cluster& C = t_.clusters[static_cast<std::size_t>(item.cluster)];
-            classifyLanes(C, L_, item.lanes, judge);
+            classifyLanes(C, L_, item.lanes, J);
             std::uint64_t open = 0, take = 0, accepted = 0;
             for (std::uint64_t m = item.lanes; m != 0; m &= m - 1) {
                 const int l = std::countr_zero(m);
@@ -505,21 +689,120 @@ public:
             if (C.child[0] < 0) {
                 leaf(C, open);
             } else {
-                stack[top++] = {C.child[1], open};
-                stack[top++] = {C.child[0], open};
+                stack_.push_back({C.child[1], open});
+                stack_.push_back({C.child[0], open});
             }
         }
-        for (int l = 0; l < n; ++l) out[l] = ((live >> l) & 1u) != 0 ? L_.exact[l] + L_.far[l] : 0.0;
     }
 
-private:
-    const Tree& t_;
-    double ratio_;
-    FarFieldRule rule_;
-    const SurfaceBvh* bvh_;
-    double sqrtPi_;
-    std::size_t i_[kLanes] = {};
-    Lanes L_{};
+    // The group's sphere, cone and slab; false when they cannot speak for
+    // it (normals not of unit length, or spread over 90 degrees or more).
+    bool describeGroup(int n, std::uint64_t live) {
+        if (!t_.unit || rule_.order < 2) return false;
+        double lo[3], hi[3], s[3] = {0, 0, 0};
+        const int f = std::countr_zero(live);
+        lo[0] = hi[0] = L_.px[f], lo[1] = hi[1] = L_.py[f], lo[2] = hi[2] = L_.pz[f];
+        areaMax_ = 0.0;
+        for (int l = 0; l < n; ++l) {
+            if (((live >> l) & 1u) == 0) continue;
+            const double q[3] = {L_.px[l], L_.py[l], L_.pz[l]};
+            for (int a = 0; a < 3; ++a) lo[a] = std::min(lo[a], q[a]), hi[a] = std::max(hi[a], q[a]);
+            s[0] += L_.nx[l], s[1] += L_.ny[l], s[2] += L_.nz[l];
+            areaMax_ = std::max(areaMax_, L_.ai[l]);
+        }
+        const double sl = std::sqrt(s[0] * s[0] + s[1] * s[1] + s[2] * s[2]);
+        if (!(sl > 0.0)) return false;
+        Cluster& G = G_;
+        for (int a = 0; a < 3; ++a) G.c[a] = 0.5 * (lo[a] + hi[a]), G.axis[a] = s[a] / sl;
+        G.rho = G.hlo = G.hhi = 0.0;
+        G.cosA = 1.0;
+        for (int l = 0; l < n; ++l) {
+            if (((live >> l) & 1u) == 0) continue;
+            const double d[3] = {L_.px[l] - G.c[0], L_.py[l] - G.c[1], L_.pz[l] - G.c[2]};
+            const double r = std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]);
+            if (!(r <= G.rho)) G.rho = r;
+            const double h = G.axis[0] * d[0] + G.axis[1] * d[1] + G.axis[2] * d[2];
+            G.hlo = std::min(G.hlo, h), G.hhi = std::max(G.hhi, h);
+            G.cosA = std::min(G.cosA, G.axis[0] * L_.nx[l] + G.axis[1] * L_.ny[l] + G.axis[2] * L_.nz[l]);
+        }
+        G.sinA = std::sqrt(std::max(0.0, 1.0 - G.cosA * G.cosA));
+        return std::isfinite(G.rho) && G.cosA > 0.0;
+    }
+
+    // The group against the tree from the root, judged as one for all its
+    // receivers: skipped when no pair can exchange or when the bound of its
+    // shares fits in the allowance left to every receiver, taken whole into
+    // the group's field (see expand) when both spheres are small against
+    // their distance and every pair surely faces, opened while the cluster
+    // is larger than the group, and handed to the receivers' own walks
+    // otherwise. Returns how many clusters the group took whole.
+    int walkGroup(const Judge& J, double& spent) {
+        const Cluster& G = G_;
+        F_ = Local{};
+        handed_.clear();
+        open_.assign(1, 0);
+        int whole = 0;
+        while (!open_.empty()) {
+            const std::int32_t e = open_.back();
+            open_.pop_back();
+            const Cluster& E = t_.clusters[static_cast<std::size_t>(e)];
+            const double d[3] = {E.c[0] - G.c[0], E.c[1] - G.c[1], E.c[2] - G.c[2]};
+            const double r0 = std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]);
+            const double md[3] = {-d[0], -d[1], -d[2]};
+            double loR = 0, hiR = 0, loE = 0, hiE = 0;
+            const double rmin = r0 - G.rho - E.rho;
+            if (r0 > 0.0) {
+                reach(G, E, d, r0, loR, hiR);
+                reach(E, G, md, r0, loE, hiE);
+                if (hiR <= 0.0 || hiE <= 0.0) continue;  // no pair faces both ways
+                if (rmin > 0.0 && J.allowance > 0.0) {
+                    const double bound = J.ratio * E.mass * std::min(1.0, hiR / rmin) * std::min(1.0, hiE / rmin) *
+                                         (0.25 / kPi) / (rmin * rmin);
+                    if (spent + bound <= J.allowance) {
+                        spent += bound;
+                        continue;
+                    }
+                }
+                if (bvh_ == nullptr && J.theta > 0.0 && rmin > 0.0 && loR > 0.0 && loE > 0.0 && E.cosA > 0.0) {
+                    const double t = (G.rho + E.rho) / r0;
+                    const double cR = (G.axis[0] * d[0] + G.axis[1] * d[1] + G.axis[2] * d[2]) / r0;
+                    const double cE = -(E.axis[0] * d[0] + E.axis[1] * d[1] + E.axis[2] * d[2]) / r0;
+                    if (t * t * t <= kGroupShare * J.thq * std::max(kGrazingFloor, cR * cE) &&
+                        areaMax_ <= 0.25 * J.thq * kPi * rmin * rmin) {
+                        expand(E, d, J.ratio, F_);
+                        ++whole;
+                        continue;
+                    }
+                }
+            }
+            if (E.child[0] >= 0 && E.rho > kOpenRatio * G.rho) {
+                open_.push_back(E.child[1]);
+                open_.push_back(E.child[0]);
+            } else {
+                handed_.push_back(e);
+            }
+        }
+        return whole;
+    }
+
+    // The group's field at each of its receivers.
+    void fieldToLanes(std::uint64_t live) {
+        const Local& F = F_;
+        for (; live != 0; live &= live - 1) {
+            const int l = std::countr_zero(live);
+            const double e[3] = {L_.px[l] - G_.c[0], L_.py[l] - G_.c[1], L_.pz[l] - G_.c[2]};
+            const double N[3] = {L_.nx[l], L_.ny[l], L_.nz[l]};
+            double v = 0.0;
+            for (int k = 0; k < 3; ++k) {
+                double f = F.a[k] + F.B[3 * k] * e[0] + F.B[3 * k + 1] * e[1] + F.B[3 * k + 2] * e[2];
+                for (int s = 0; s < 6; ++s) f += F.C[6 * k + s] * e[kPairM[s]] * e[kPairN[s]];
+                v += N[k] * f;
+            }
+            double q = 0.0;
+            for (int s = 0; s < 6; ++s) q += (kPairM[s] == kPairN[s] ? 1.0 : 2.0) * F.M[s] * N[kPairM[s]] * N[kPairN[s]];
+            L_.far[l] += v + L_.ai[l] * q;
+        }
+    }
 
     // How many of the cluster's samples the surface hides from receiver l.
     // The receivers in `accepted` look at the cluster's samples, as many
@@ -555,15 +838,9 @@ private:
     // exact kernel's arithmetic.
     void leaf(const Cluster& C, std::uint64_t lanes) {
         if (bvh_ == nullptr) {
-            const LeafRow R{t_.x.data(),  t_.y.data(),    t_.z.data(),     t_.nx.data(), t_.ny.data(),
-                            t_.nz.data(), t_.area.data(), t_.value.data(), t_.extent.data()};
-            for (; lanes != 0; lanes &= lanes - 1) {
-                const int l = std::countr_zero(lanes);
-                const double rec[9] = {L_.px[l], L_.py[l], L_.pz[l], L_.nx[l],          L_.ny[l],
-                                       L_.nz[l], L_.ai[l], t_.extent[i_[l]], ratio_};
-                L_.exact[l] +=
-                    leafShares(R, static_cast<std::size_t>(C.begin), static_cast<std::size_t>(C.end), rec, sqrtPi_);
-            }
+            leafBlock(C, L_, lanes, ratio_, sqrtPi_,
+                      LeafRow{t_.x.data(), t_.y.data(), t_.z.data(), t_.nx.data(), t_.ny.data(), t_.nz.data(),
+                              t_.area.data(), t_.value.data(), t_.extent.data()});
             return;
         }
         for (; lanes != 0; lanes &= lanes - 1) visibleLeaf(C, std::countr_zero(lanes));
