@@ -52,8 +52,8 @@ public:
     // occludedPairs traces only the middle of a segment, between the regions
     // around its ends that no face counted by the test enters (on by
     // default; the answers are the same either way). For comparisons: off,
-    // or with empty tangent balls looked for up to ballCap times a node's
-    // clearance (0: none). Not while tests run.
+    // or with empty tangent balls looked for up to ballCap times the
+    // surface's half extent (0: none). Not while tests run.
     void setEndRegions(bool on, double ballCap);
     // Whether hierarchies built from now on use them (for benchmarks).
     static void useEndRegions(bool on);

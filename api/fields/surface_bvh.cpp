@@ -38,9 +38,10 @@ constexpr double kExtentTolerance = 1e-6;
 // of (half extent + segment length): far more than the single-precision
 // rounding of positions and of Embree's distances along a ray.
 constexpr double kTrimMargin = 1e-4;
-// Empty tangent balls are looked for up to this many times a node's
-// clearance: larger ones cost more to find than they save.
-constexpr double kBallCap = 8.0;
+// Empty tangent balls are looked for up to this many times the surface's
+// half extent, each with at most kBallBudget faces looked at.
+constexpr double kBallCap = 2.0;
+constexpr int kBallBudget = 256;
 // Segments that leave an end closer than this (a sine) to the plane of one
 // of the end's faces are traced whole.
 constexpr double kLeastSlope = 1e-3;
@@ -135,7 +136,7 @@ struct BvhData {
         std::atomic<std::uint8_t> ready{0};
     };
     std::unique_ptr<NodeEnd[]> ends;    // by welded node; null for scenes without obstruction tests
-    double ballCap = 0.0;               // the balls' radii are looked for up to ballCap * clear
+    double ballCap = 0.0;               // the balls' radii are looked for up to ballCap * extent
     bool trim = false;                  // packets use the end regions
 
     explicit BvhData(const Surface& surface) : s(surface) {}
@@ -248,6 +249,51 @@ bool visitEnd(RTCPointQueryFunctionArguments* args) {
     return false;
 }
 
+// Whether no face that does not touch node `self` enters the open ball of
+// radius r about c; false too when that takes more than `budget` faces.
+struct BallTest {
+    const BvhData* impl;
+    double c[3];
+    double r2;
+    std::int32_t self;
+    int visits, budget;
+    bool entered;
+};
+
+bool visitBall(RTCPointQueryFunctionArguments* args) {
+    auto* q = static_cast<BallTest*>(args->userPtr);
+    const auto t = static_cast<std::int32_t>(args->primID);
+    if (touches(*q->impl, t, q->self)) return false;
+    double a[3], b[3], c[3], cp[3];
+    q->impl->corner(t, 0, a);
+    q->impl->corner(t, 1, b);
+    q->impl->corner(t, 2, c);
+    closestOnTriangle(q->c, a, b, c, cp);
+    const double d2 = (cp[0] - q->c[0]) * (cp[0] - q->c[0]) + (cp[1] - q->c[1]) * (cp[1] - q->c[1]) +
+                      (cp[2] - q->c[2]) * (cp[2] - q->c[2]);
+    if (d2 < q->r2 || ++q->visits > q->budget) {
+        q->entered = true;
+        args->query->radius = 0.0f;
+        return true;
+    }
+    return false;
+}
+
+bool emptyBall(const BvhData& m, std::int32_t self, const double c[3], double r) {
+    BallTest q{&m, {c[0], c[1], c[2]}, r * r, self, 0, kBallBudget, false};
+    const double far = std::abs(c[0] - m.centre[0]) + std::abs(c[1] - m.centre[1]) + std::abs(c[2] - m.centre[2]);
+    RTCPointQuery query;
+    query.x = static_cast<float>(c[0] - m.centre[0]);
+    query.y = static_cast<float>(c[1] - m.centre[1]);
+    query.z = static_cast<float>(c[2] - m.centre[2]);
+    query.time = 0.0f;
+    query.radius = static_cast<float>(r) * 1.000001f + static_cast<float>(1e-6 * (m.extent + far + r));
+    RTCPointQueryContext ctx;
+    rtcInitPointQueryContext(&ctx);
+    rtcPointQuery(m.scene, &query, &ctx, visitBall, &q);
+    return !q.entered;
+}
+
 // The end regions of welded node w, computed once.
 const BvhData::NodeEnd& endOf(const BvhData& m, std::int32_t w) {
     BvhData::NodeEnd& e = m.ends[static_cast<std::size_t>(w)];
@@ -269,11 +315,22 @@ const BvhData::NodeEnd& endOf(const BvhData& m, std::int32_t w) {
     const double clear = std::isfinite(q.best2) ? std::sqrt(q.best2) : 0.0;
     const double nn = std::sqrt(q.normal[0] * q.normal[0] + q.normal[1] * q.normal[1] + q.normal[2] * q.normal[2]);
     if (clear > 0.0 && nn > 0.0 && m.ballCap > 0.0) {
+        // The ball of radius clear / 2 lies within clear of the node: empty.
+        // Larger ones are tried, doubling, while finding them stays cheap.
         for (int k = 0; k < 3; ++k) q.n[k] = q.normal[k] / nn;
         q.balls = true;
-        q.ball[0] = q.ball[1] = m.ballCap * clear;
-        query.radius = static_cast<float>(2.0 * m.ballCap * clear) * 1.000001f + q.slack;
-        rtcPointQuery(m.scene, &query, &ctx, visitEnd, &q);
+        for (int side = 0; side < 2; ++side) {
+            const double sign = side == 0 ? 1.0 : -1.0;
+            double r = 0.5 * clear;
+            auto empty = [&](double radius) {
+                const double c[3] = {q.p[0] + sign * radius * q.n[0], q.p[1] + sign * radius * q.n[1],
+                                     q.p[2] + sign * radius * q.n[2]};
+                return emptyBall(m, w, c, radius);
+            };
+            while (r < m.ballCap * (m.extent + clear) && empty(2.0 * r)) r *= 2.0;
+            if (r < m.ballCap * (m.extent + clear) && empty(1.5 * r)) r *= 1.5;
+            q.ball[side] = r;
+        }
     }
     // Stored rounded down: the regions only shrink.
     auto down = [](double v) { return std::nextafter(static_cast<float>(v), 0.0f); };
