@@ -183,8 +183,8 @@ struct EndQuery {
     double best2;         // square of the nearest distance so far
     double normal[3];     // sum of the node's face normals, one orientation
     double n[3];          // the unit normal, for the balls
-    double ball[2];       // radii so far
-    bool balls;           // false: the nearest face only
+    double ball[2];       // radii of the empty tangent balls
+    bool balls;           // whether they were looked for
     float slack;
     int faceCount;        // the node's faces (unit normals), up to kFaces
     static constexpr int kFaces = 32;
@@ -204,7 +204,7 @@ bool visitEnd(RTCPointQueryFunctionArguments* args) {
     q->impl->corner(t, 1, b);
     q->impl->corner(t, 2, c);
     if (touches(*q->impl, t, q->self)) {
-        if (!q->balls) {
+        {
             const double e1[3] = {b[0] - a[0], b[1] - a[1], b[2] - a[2]};
             const double e2[3] = {c[0] - a[0], c[1] - a[1], c[2] - a[2]};
             double f[3] = {e1[1] * e2[2] - e1[2] * e2[1], e1[2] * e2[0] - e1[0] * e2[2], e1[0] * e2[1] - e1[1] * e2[0]};
@@ -221,26 +221,9 @@ bool visitEnd(RTCPointQueryFunctionArguments* args) {
     closestOnTriangle(q->p, a, b, c, cp);
     const double d2 = (cp[0] - q->p[0]) * (cp[0] - q->p[0]) + (cp[1] - q->p[1]) * (cp[1] - q->p[1]) +
                       (cp[2] - q->p[2]) * (cp[2] - q->p[2]);
-    double reach;
-    if (!q->balls) {
-        if (!(d2 < q->best2)) return false;
-        q->best2 = d2;
-        reach = std::sqrt(d2);
-    } else {
-        // No point x of the face is in the open ball of radius r tangent
-        // along n when r <= |x - p|^2 / (2 n.(x - p)); |x - p| >= the face's
-        // distance, and n.(x - p) is largest at a corner.
-        const double* v[3] = {a, b, c};
-        double h[2] = {0.0, 0.0};
-        for (const double* w : v) {
-            const double up = q->n[0] * (w[0] - q->p[0]) + q->n[1] * (w[1] - q->p[1]) + q->n[2] * (w[2] - q->p[2]);
-            h[0] = std::max(h[0], up);
-            h[1] = std::max(h[1], -up);
-        }
-        for (int side = 0; side < 2; ++side)
-            if (h[side] > 0.0) q->ball[side] = std::min(q->ball[side], d2 / (2.0 * h[side]));
-        reach = 2.0 * std::max(q->ball[0], q->ball[1]);
-    }
+    if (!(d2 < q->best2)) return false;
+    q->best2 = d2;
+    const double reach = std::sqrt(d2);
     const float r = static_cast<float>(reach) * 1.000001f + q->slack;
     if (r < args->query->radius) {
         args->query->radius = r;
