@@ -6,6 +6,7 @@
 //   build/release/bench/self_illumination_bench --benchmark_counters_tabular=true
 #include <benchmark/benchmark.h>
 
+#include <ctime>
 #include <fstream>
 #include <random>
 #include <string>
@@ -69,19 +70,57 @@ void BM_CheckedLoop(benchmark::State& state) {
 }
 BENCHMARK(BM_CheckedLoop)->Arg(20000)->Arg(100000)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
 
-// The whole correction with the obstruction test on a closed ball of 20,000
-// nodes, for a selection of 2,000 of them (every pair of them is tested).
+// The whole correction with the obstruction test, for a selection of nodes
+// (every pair of them that faces is tested): a closed ball of 20,000 nodes,
+// every 10th selected; two bowls of 80 x 80 nodes facing each other with a
+// screen between them (real obstructions), every 4th selected. The packets
+// trace only the middle of each segment between its end regions, or (old)
+// the whole segment; `cpu_tests/s` counts CPU seconds of all threads.
 void BM_ObstructionKernel(benchmark::State& state) {
-    auto ball = ballOf(20000);
-    for (std::size_t k = 0; k < ball.selected.size(); k += 10) ball.selected[k] = 1;
-    const FieldMasterD f = shapes::build({ball});
+    const bool bowls = state.range(0) != 0;
+    std::vector<shapes::Block> blocks;
+    if (bowls) {
+        auto bowl = [](double z0, double s) {
+            return shapes::grid(80, 80, [=](int i, int j) {
+                const double x = 6.0 * i / 79 - 3.0, y = 6.0 * j / 79 - 3.0;
+                return shapes::V(x, y, z0 + s * 0.15 * (x * x + y * y));
+            }, {0, 0, s}, 1.5);
+        };
+        blocks = {bowl(0.0, 1.0), bowl(3.0, -1.0),
+                  shapes::grid(60, 60, [](int i, int j) { return shapes::V(0.2 + 2.6 * i / 59, -2.0 + 4.0 * j / 59, 1.5); },
+                               {0, 0, 1}, 1.2)};
+        for (auto& b : blocks) {
+            for (std::size_t k = 0; k < b.pos.size(); k += 4) b.selected[k] = 1;
+            if (b.pos.size() == 6400)
+                for (std::size_t k = 0; k < b.pos.size(); ++k) {
+                    const shapes::V n = shapes::V(-0.3 * b.pos[k].x, -0.3 * b.pos[k].y, 1) * b.normal[k].z;
+                    b.normal[k] = n / n.length();
+                }
+        }
+    } else {
+        blocks = {ballOf(20000)};
+        for (std::size_t k = 0; k < blocks[0].selected.size(); k += 10) blocks[0].selected[k] = 1;
+    }
+    const FieldMasterD f = shapes::build(blocks);
     tundrel::SelfIlluminationStats stats;
+    tundrel::SurfaceBvh::useEndRegions(state.range(1) == 0);
+    timespec c0{}, c1{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &c0);
     for (auto _ : state) benchmark::DoNotOptimize(tundrel::detail::selfIlluminationValues(f, "P", 0.5, true, &stats).data());
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &c1);
+    tundrel::SurfaceBvh::useEndRegions(true);
+    const double cpu = static_cast<double>(c1.tv_sec - c0.tv_sec) + 1e-9 * static_cast<double>(c1.tv_nsec - c0.tv_nsec);
     state.counters["tests"] = static_cast<double>(stats.segmentTests);
     state.counters["tests/s"] = benchmark::Counter(static_cast<double>(stats.segmentTests * state.iterations()),
                                                    benchmark::Counter::kIsRate);
+    state.counters["cpu_tests/s"] = static_cast<double>(stats.segmentTests * state.iterations()) / cpu;
 }
-BENCHMARK(BM_ObstructionKernel)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
+BENCHMARK(BM_ObstructionKernel)
+    ->ArgNames({"bowls", "old"})
+    ->ArgsProduct({{0, 1}, {1, 0}})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->Iterations(1);
 
 // Single obstruction tests on one thread: the hierarchy against the loop
 // over every face, on random node pairs of the 20,000-node ball.

@@ -49,6 +49,15 @@ public:
     static constexpr int kPacket = 8;
     void occludedPairs(const std::int32_t* a, const std::int32_t* b, int count, bool* hidden) const;
 
+    // occludedPairs traces only the middle of a segment, between the regions
+    // around its ends that no face counted by the test enters (on by
+    // default; the answers are the same either way). For comparisons: off,
+    // or with empty tangent balls looked for up to ballCap times the
+    // surface's half extent (0: none). Not while tests run.
+    void setEndRegions(bool on, double ballCap);
+    // Whether hierarchies built from now on use them (for benchmarks).
+    static void useEndRegions(bool on);
+
     // The first triangle met by the ray origin + t * direction, 0 < t <= maxDistance.
     std::optional<SurfaceHit> firstHit(const double origin[3], const double direction[3], double maxDistance) const;
 

@@ -19,6 +19,7 @@
 #include <embree3/rtcore.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <limits>
 #include <numeric>
@@ -33,6 +34,19 @@ namespace {
 
 constexpr double kEndTolerance = 1e-6;
 constexpr double kExtentTolerance = 1e-6;
+// The ends of a packet's rays move in by their end regions less this much
+// of (half extent + segment length): far more than the single-precision
+// rounding of positions and of Embree's distances along a ray.
+constexpr double kTrimMargin = 1e-4;
+// Empty tangent balls are looked for up to this many times the surface's
+// half extent, each with at most kBallBudget faces looked at.
+constexpr double kBallCap = 2.0;
+constexpr int kBallBudget = 256;
+// Segments that leave an end closer than this (a sine) to the plane of one
+// of the end's faces are traced whole.
+constexpr double kLeastSlope = 1e-3;
+
+std::atomic<bool> endRegionsByDefault{true};
 
 // The intersection context of one obstruction test: Embree hands it to the
 // filter, which rejects the faces around the segment's ends.
@@ -112,6 +126,19 @@ struct BvhData {
     std::vector<std::int32_t> weld;    // node -> lowest node at exactly the same position
     std::vector<std::int32_t> corners; // welded corners of every triangle
 
+    // What lies around a node's end of a segment, worked out when a packet
+    // first needs it (by whichever thread; every thread finds the same).
+    struct NodeEnd {
+        std::atomic<float> clear{0.0f};     // distance to the nearest face that does not touch the node
+        std::atomic<float> ball[2] = {};    // radii of empty balls tangent at the node along +normal, -normal
+        std::atomic<float> normal[3] = {};  // unit, or zero
+        std::atomic<float> spread{1.0f};    // sine of the largest angle between the normal and a face's
+        std::atomic<std::uint8_t> ready{0};
+    };
+    std::unique_ptr<NodeEnd[]> ends;    // by welded node; null for scenes without obstruction tests
+    double ballCap = 0.0;               // the balls' radii are looked for up to ballCap * extent
+    bool trim = false;                  // packets use the end regions
+
     explicit BvhData(const Surface& surface) : s(surface) {}
     BvhData(const BvhData&) = delete;
     BvhData& operator=(const BvhData&) = delete;
@@ -135,6 +162,190 @@ struct SurfaceBvh::Impl : BvhData {
 };
 
 namespace {
+
+// The faces around a node's end of a segment, for the packets.
+//
+// A segment from node a counts only faces that touch neither end. Around a
+// lie regions that no such face enters: the ball of radius `clear` about a,
+// clear being the distance to the nearest face that does not touch a (nor
+// a node at a's position), and balls tangent at a, centred at a + r n and
+// a - r n (n the mean normal of a's faces), that no such face enters either.
+// A segment from a in the direction u (unit) stays in them for the length
+//     reach = max(clear, 2 r+ (n . u), 2 r- (-n . u)),
+// so every crossing it has there is on a face that touches a and does not
+// count: the ray may start that far from a, less a margin for the single-
+// precision positions and distances that Embree works with. The stretch
+// near the surface, where the hierarchy's boxes are many, is not traced.
+struct EndQuery {
+    const BvhData* impl;
+    double p[3];
+    std::int32_t self;    // welded node
+    double best2;         // square of the nearest distance so far
+    double normal[3];     // sum of the node's face normals, one orientation
+    double n[3];          // the unit normal, for the balls
+    double ball[2];       // radii of the empty tangent balls
+    bool balls;           // whether they were looked for
+    float slack;
+    int faceCount;        // the node's faces (unit normals), up to kFaces
+    static constexpr int kFaces = 32;
+    double face[kFaces][3];
+};
+
+bool touches(const BvhData& m, std::int32_t t, std::int32_t w) {
+    const std::int32_t* c = m.corners.data() + 3 * static_cast<std::size_t>(t);
+    return c[0] == w || c[1] == w || c[2] == w;
+}
+
+bool visitEnd(RTCPointQueryFunctionArguments* args) {
+    auto* q = static_cast<EndQuery*>(args->userPtr);
+    const auto t = static_cast<std::int32_t>(args->primID);
+    double a[3], b[3], c[3];
+    q->impl->corner(t, 0, a);
+    q->impl->corner(t, 1, b);
+    q->impl->corner(t, 2, c);
+    if (touches(*q->impl, t, q->self)) {
+        {
+            const double e1[3] = {b[0] - a[0], b[1] - a[1], b[2] - a[2]};
+            const double e2[3] = {c[0] - a[0], c[1] - a[1], c[2] - a[2]};
+            double f[3] = {e1[1] * e2[2] - e1[2] * e2[1], e1[2] * e2[0] - e1[0] * e2[2], e1[0] * e2[1] - e1[1] * e2[0]};
+            const double s = f[0] * q->normal[0] + f[1] * q->normal[1] + f[2] * q->normal[2] < 0 ? -1.0 : 1.0;
+            for (int k = 0; k < 3; ++k) q->normal[k] += s * f[k];
+            const double fn = std::sqrt(f[0] * f[0] + f[1] * f[1] + f[2] * f[2]);
+            if (q->faceCount < EndQuery::kFaces && fn > 0.0)
+                for (int k = 0; k < 3; ++k) q->face[q->faceCount][k] = f[k] / fn;
+            q->faceCount = fn > 0.0 ? q->faceCount + 1 : EndQuery::kFaces + 1;
+        }
+        return false;
+    }
+    double cp[3];
+    closestOnTriangle(q->p, a, b, c, cp);
+    const double d2 = (cp[0] - q->p[0]) * (cp[0] - q->p[0]) + (cp[1] - q->p[1]) * (cp[1] - q->p[1]) +
+                      (cp[2] - q->p[2]) * (cp[2] - q->p[2]);
+    if (!(d2 < q->best2)) return false;
+    q->best2 = d2;
+    const double reach = std::sqrt(d2);
+    const float r = static_cast<float>(reach) * 1.000001f + q->slack;
+    if (r < args->query->radius) {
+        args->query->radius = r;
+        return true;
+    }
+    return false;
+}
+
+// Whether no face that does not touch node `self` enters the open ball of
+// radius r about c; false too when that takes more than `budget` faces.
+struct BallTest {
+    const BvhData* impl;
+    double c[3];
+    double r2;
+    std::int32_t self;
+    int visits, budget;
+    bool entered;
+};
+
+bool visitBall(RTCPointQueryFunctionArguments* args) {
+    auto* q = static_cast<BallTest*>(args->userPtr);
+    const auto t = static_cast<std::int32_t>(args->primID);
+    if (touches(*q->impl, t, q->self)) return false;
+    double a[3], b[3], c[3], cp[3];
+    q->impl->corner(t, 0, a);
+    q->impl->corner(t, 1, b);
+    q->impl->corner(t, 2, c);
+    closestOnTriangle(q->c, a, b, c, cp);
+    const double d2 = (cp[0] - q->c[0]) * (cp[0] - q->c[0]) + (cp[1] - q->c[1]) * (cp[1] - q->c[1]) +
+                      (cp[2] - q->c[2]) * (cp[2] - q->c[2]);
+    if (d2 < q->r2 || ++q->visits > q->budget) {
+        q->entered = true;
+        args->query->radius = 0.0f;
+        return true;
+    }
+    return false;
+}
+
+bool emptyBall(const BvhData& m, std::int32_t self, const double c[3], double r) {
+    BallTest q{&m, {c[0], c[1], c[2]}, r * r, self, 0, kBallBudget, false};
+    const double far = std::abs(c[0] - m.centre[0]) + std::abs(c[1] - m.centre[1]) + std::abs(c[2] - m.centre[2]);
+    RTCPointQuery query;
+    query.x = static_cast<float>(c[0] - m.centre[0]);
+    query.y = static_cast<float>(c[1] - m.centre[1]);
+    query.z = static_cast<float>(c[2] - m.centre[2]);
+    query.time = 0.0f;
+    query.radius = static_cast<float>(r) * 1.000001f + static_cast<float>(1e-6 * (m.extent + far + r));
+    RTCPointQueryContext ctx;
+    rtcInitPointQueryContext(&ctx);
+    rtcPointQuery(m.scene, &query, &ctx, visitBall, &q);
+    return !q.entered;
+}
+
+// The end regions of welded node w, computed once.
+const BvhData::NodeEnd& endOf(const BvhData& m, std::int32_t w) {
+    BvhData::NodeEnd& e = m.ends[static_cast<std::size_t>(w)];
+    if (e.ready.load(std::memory_order_acquire) != 0) return e;
+    const auto u = static_cast<std::size_t>(w);
+    EndQuery q{&m, {m.s.x[u], m.s.y[u], m.s.z[u]}, w, std::numeric_limits<double>::infinity(), {0, 0, 0}, {0, 0, 0},
+               {0, 0}, false, 0.0f, 0, {}};
+    const double far = std::abs(q.p[0] - m.centre[0]) + std::abs(q.p[1] - m.centre[1]) + std::abs(q.p[2] - m.centre[2]);
+    q.slack = static_cast<float>(1e-6 * (m.extent + far));
+    RTCPointQuery query;
+    query.x = static_cast<float>(q.p[0] - m.centre[0]);
+    query.y = static_cast<float>(q.p[1] - m.centre[1]);
+    query.z = static_cast<float>(q.p[2] - m.centre[2]);
+    query.time = 0.0f;
+    query.radius = std::numeric_limits<float>::infinity();
+    RTCPointQueryContext ctx;
+    rtcInitPointQueryContext(&ctx);
+    rtcPointQuery(m.scene, &query, &ctx, visitEnd, &q);
+    const double clear = std::isfinite(q.best2) ? std::sqrt(q.best2) : 0.0;
+    const double nn = std::sqrt(q.normal[0] * q.normal[0] + q.normal[1] * q.normal[1] + q.normal[2] * q.normal[2]);
+    if (clear > 0.0 && nn > 0.0 && m.ballCap > 0.0) {
+        // The ball of radius clear / 2 lies within clear of the node: empty.
+        // Larger ones are tried, doubling, while finding them stays cheap.
+        for (int k = 0; k < 3; ++k) q.n[k] = q.normal[k] / nn;
+        q.balls = true;
+        for (int side = 0; side < 2; ++side) {
+            const double sign = side == 0 ? 1.0 : -1.0;
+            double r = 0.5 * clear;
+            auto empty = [&](double radius) {
+                const double c[3] = {q.p[0] + sign * radius * q.n[0], q.p[1] + sign * radius * q.n[1],
+                                     q.p[2] + sign * radius * q.n[2]};
+                return emptyBall(m, w, c, radius);
+            };
+            while (r < m.ballCap * (m.extent + clear) && empty(2.0 * r)) r *= 2.0;
+            if (r < m.ballCap * (m.extent + clear) && empty(1.5 * r)) r *= 1.5;
+            q.ball[side] = r;
+        }
+    }
+    // Stored rounded down: the regions only shrink.
+    auto down = [](double v) { return std::nextafter(static_cast<float>(v), 0.0f); };
+    e.clear.store(clear > 0.0 ? down(clear) : 0.0f, std::memory_order_relaxed);
+    for (int side = 0; side < 2; ++side)
+        e.ball[side].store(q.balls && q.ball[side] > 0.0 ? down(q.ball[side]) : 0.0f, std::memory_order_relaxed);
+    for (int k = 0; k < 3; ++k) e.normal[k].store(static_cast<float>(q.balls ? q.n[k] : 0.0), std::memory_order_relaxed);
+    // The widest angle between the normal and one of the node's faces.
+    double least = q.balls && q.faceCount <= EndQuery::kFaces ? 1.0 : 0.0;
+    for (int f = 0; f < q.faceCount && f < EndQuery::kFaces && least > 0.0; ++f)
+        least = std::min(least, std::abs(q.n[0] * q.face[f][0] + q.n[1] * q.face[f][1] + q.n[2] * q.face[f][2]));
+    e.spread.store(static_cast<float>(std::min(1.0, std::sqrt(std::max(0.0, 1.0 - least * least)) + 1e-6)),
+                   std::memory_order_relaxed);
+    e.ready.store(1, std::memory_order_release);
+    return e;
+}
+
+// How far from node w along the unit direction u the segment stays in the
+// node's end regions; 0 for a segment that leaves the node almost in the
+// plane of one of its faces. Such a segment may run in the plane of other
+// faces nearby, where Embree's distance along the ray is rounding noise: the
+// whole segment is traced then, as occluded() traces it.
+double reachOf(const BvhData& m, std::int32_t w, const double u[3]) {
+    const BvhData::NodeEnd& e = endOf(m, w);
+    const double c = u[0] * e.normal[0].load(std::memory_order_relaxed) + u[1] * e.normal[1].load(std::memory_order_relaxed) +
+                     u[2] * e.normal[2].load(std::memory_order_relaxed);
+    const double sine = e.spread.load(std::memory_order_relaxed);
+    if (std::abs(c) * std::sqrt(std::max(0.0, 1.0 - sine * sine)) - sine < kLeastSlope) return 0.0;
+    const double ball = c > 0.0 ? 2.0 * e.ball[0].load(std::memory_order_relaxed) * c
+                                : -2.0 * e.ball[1].load(std::memory_order_relaxed) * c;
+    return std::max(static_cast<double>(e.clear.load(std::memory_order_relaxed)), ball);
+}
 
 // Distance along origin + t * dir to triangle t in double precision
 // (Moeller-Trumbore); NaN when the line misses it.
@@ -227,6 +438,11 @@ SurfaceBvh::SurfaceBvh(const Surface& surface, bool weldSeams) : impl_(std::make
         rtcReleaseGeometry(g);
     }
     rtcCommitScene(impl_->scene);
+    if (weldSeams) {
+        impl_->ends = std::make_unique<BvhData::NodeEnd[]>(n);
+        impl_->ballCap = kBallCap;
+        impl_->trim = endRegionsByDefault.load();
+    }
     if (rtcGetDeviceError(impl_->device) != RTC_ERROR_NONE)
         throw arrayWorks::StateError(arrayWorks::source::field_selection, __LINE__);
 }
@@ -285,6 +501,15 @@ bool SurfaceBvh::occludedBetween(const double p[3], const double q[3], const std
     return ray.tfar < 0.0f;  // Embree marks an occluded ray with tfar = -inf
 }
 
+void SurfaceBvh::setEndRegions(bool on, double ballCap) {
+    impl_->trim = on && impl_->ends != nullptr;
+    impl_->ballCap = ballCap;
+    for (std::size_t k = 0; impl_->ends != nullptr && k < impl_->s.nodeCount(); ++k)
+        impl_->ends[k].ready.store(0, std::memory_order_relaxed);
+}
+
+void SurfaceBvh::useEndRegions(bool on) { endRegionsByDefault.store(on); }
+
 void SurfaceBvh::occludedPairs(const std::int32_t* a, const std::int32_t* b, int count, bool* hidden) const {
     const Impl& m = *impl_;
     const std::size_t n = m.s.nodeCount();
@@ -301,9 +526,11 @@ void SurfaceBvh::occludedPairs(const std::int32_t* a, const std::int32_t* b, int
     std::int32_t ends[2 * kPacket] = {};
     ctx.rayEnds = ends;
 
-    // Every lane as occludedBetween sets up its single ray.
+    // Every lane as occludedBetween sets up its single ray, then moves the
+    // ray's ends in by the end regions (faces there never count).
     RTCRay8 rays{};
     alignas(32) int valid[kPacket] = {};
+    bool any = false;
     for (int k = 0; k < count; ++k) {
         hidden[k] = false;
         const std::size_t ua = check(a[k]), ub = check(b[k]);
@@ -313,18 +540,28 @@ void SurfaceBvh::occludedPairs(const std::int32_t* a, const std::int32_t* b, int
         if (!(len > 0.0) || !(skip < 0.5)) continue;
         ends[2 * k] = m.weld[ua];
         ends[2 * k + 1] = m.weld[ub];
+        double tnear = skip, tfar = 1.0 - skip;
+        if (m.trim) {
+            const double u[3] = {d[0] / len, d[1] / len, d[2] / len}, back[3] = {-u[0], -u[1], -u[2]};
+            const double margin = kTrimMargin * (m.extent + len);
+            tnear = std::max(tnear, (reachOf(m, ends[2 * k], u) - margin) / len);
+            tfar = std::min(tfar, 1.0 - (reachOf(m, ends[2 * k + 1], back) - margin) / len);
+            if (!(tnear < tfar)) continue;  // the end regions cover the segment
+        }
         valid[k] = -1;
+        any = true;
         rays.org_x[k] = static_cast<float>(m.s.x[ua] - m.centre[0]);
         rays.org_y[k] = static_cast<float>(m.s.y[ua] - m.centre[1]);
         rays.org_z[k] = static_cast<float>(m.s.z[ua] - m.centre[2]);
         rays.dir_x[k] = static_cast<float>(d[0]);
         rays.dir_y[k] = static_cast<float>(d[1]);
         rays.dir_z[k] = static_cast<float>(d[2]);
-        rays.tnear[k] = static_cast<float>(skip);
-        rays.tfar[k] = static_cast<float>(1.0 - skip);
+        rays.tnear[k] = static_cast<float>(tnear);
+        rays.tfar[k] = static_cast<float>(tfar);
         rays.mask[k] = 0xFFFFFFFFu;
         rays.id[k] = static_cast<unsigned>(k);
     }
+    if (!any) return;
     rtcOccluded8(valid, m.scene, &ctx.base, &rays);
     for (int k = 0; k < count; ++k) hidden[k] = valid[k] != 0 && rays.tfar[k] < 0.0f;
 }
