@@ -45,9 +45,13 @@ public:
 
     // The tests occluded(a[k], b[k]) for count (at most kPacket) pairs at
     // once, traced as one packet of rays: hidden[k] is what occluded(a[k],
-    // b[k]) gives. Safe from several threads.
+    // b[k]) gives. Safe from several threads. Without `trimmed` the whole
+    // segments are traced (same answers): cheaper for a caller that tests
+    // only a few segments a node, since the end regions are built on first
+    // use.
     static constexpr int kPacket = 8;
-    void occludedPairs(const std::int32_t* a, const std::int32_t* b, int count, bool* hidden) const;
+    void occludedPairs(const std::int32_t* a, const std::int32_t* b, int count, bool* hidden,
+                       bool trimmed = true) const;
 
     // occludedPairs traces only the middle of a segment, between the regions
     // around its ends that no face counted by the test enters (on by

@@ -95,9 +95,12 @@ TEST_P(PacketsAgree, WithOccludedForEveryPair) {
             std::int32_t from[P], to[P];
             bool h[P];
             for (int k = 0; k < count; ++k) from[k] = a, to[k] = b + k;
+            bool whole[P];
             bvh.occludedPairs(from, to, count, h);
+            bvh.occludedPairs(from, to, count, whole, false);
             for (int k = 0; k < count; ++k) {
-                differ += h[k] != bvh.occluded(a, b + k);
+                const bool reference = bvh.occluded(a, b + k);
+                differ += (h[k] != reference) + (whole[k] != reference);
                 hidden += h[k];
             }
         }
