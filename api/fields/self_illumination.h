@@ -59,7 +59,8 @@ struct SelfIlluminationStats {
     std::int64_t participants = 0;  // nodes that take part
     std::int64_t pairs = 0;         // ordered pairs of participants (R, E), R != E
     std::int64_t segmentTests = 0;  // obstruction tests run, one per unordered pair at most
-                                    // (hierarchical: rays to single nodes and to clusters' samples)
+                                    // (hierarchical: rays to single nodes and to clusters' samples;
+                                    // threads share answers, so the count varies a little)
     std::int64_t clusterTerms = 0;  // hierarchical: far clusters taken whole, over all receivers
 };
 
