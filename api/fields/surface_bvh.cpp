@@ -416,6 +416,7 @@ SurfaceBvh::SurfaceBvh(const Surface& surface, bool weldSeams) : impl_(std::make
     if (impl_->device == nullptr) throw arrayWorks::StateError(arrayWorks::source::field_selection, __LINE__);
     impl_->scene = rtcNewScene(impl_->device);
     rtcSetSceneFlags(impl_->scene, RTC_SCENE_FLAG_ROBUST);
+    rtcSetSceneBuildQuality(impl_->scene, RTC_BUILD_QUALITY_HIGH);
     if (tris > 0) {
         RTCGeometry g = rtcNewGeometry(impl_->device, RTC_GEOMETRY_TYPE_TRIANGLE);
         auto* vb = static_cast<float*>(
@@ -432,6 +433,7 @@ SurfaceBvh::SurfaceBvh(const Surface& surface, bool weldSeams) : impl_(std::make
             vb[3 * k + 2] = static_cast<float>(s.z[k] - impl_->centre[2]);
         }
         for (std::size_t k = 0; k < s.triangles.size(); ++k) ib[k] = static_cast<unsigned>(s.triangles[k]);
+        rtcSetGeometryBuildQuality(g, RTC_BUILD_QUALITY_HIGH);
         rtcSetGeometryOccludedFilterFunction(g, rejectEndFaces);
         rtcCommitGeometry(g);
         rtcAttachGeometry(impl_->scene, g);
