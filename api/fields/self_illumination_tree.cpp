@@ -141,6 +141,7 @@ constexpr int kSamples = 4;
 constexpr std::size_t kAllowanceSamples = 256;
 constexpr std::size_t kObstructedSamples = 8;  // of them walked again with the obstruction test
 constexpr double kAllowanceShare = 0.25;
+constexpr std::int64_t kTrimAfter = 64;
 constexpr double kVisibleTheta = 1.9;
 constexpr double kGrazingFloor = 0.15;
 constexpr int kLanes = 64;             // receivers walked together
@@ -677,6 +678,8 @@ public:
 
     // The received sums of the receivers at tree positions [first, first + n), 1 <= n <= kLanes.
     void sum(std::size_t first, int n, double* out) {
+        groupTests_ = tests;
+        groupSize_ = n;
         std::uint64_t live = 0;
         for (int l = 0; l < kLanes; ++l) {
             const std::size_t i = first + static_cast<std::size_t>(l < n ? l : 0);
@@ -723,6 +726,8 @@ private:
     const SurfaceBvh* bvh_;
     double sqrtPi_;
     PairCache* pairs_;
+    std::int64_t groupTests_ = 0;  // tests before this group's walk
+    int groupSize_ = 1;
     std::size_t i_[kLanes] = {};
     Lanes L_{};
     Cluster G_{};    // the group as a cluster of receivers
@@ -873,6 +878,11 @@ private:
         }
     }
 
+    // Whole segments one by one while the group's receivers have traced
+    // few; past kTrimAfter a receiver, the end regions (built once a node)
+    // pay for themselves, as they do in the exact pass.
+    bool trimmed() const { return tests - groupTests_ > kTrimAfter * groupSize_; }
+
     // How many of the cluster's samples the surface hides from receiver l.
     // The receivers in `accepted` look at the cluster's samples, as many
     // receivers a packet of rays as it holds: all clear, the receiver takes
@@ -893,7 +903,7 @@ private:
                     to[n] = t_.node[static_cast<std::size_t>(C.sample[s])];
                 }
             }
-            bvh_->occludedPairs(from, to, n, hidden, false);
+            bvh_->occludedPairs(from, to, n, hidden, trimmed());
             tests += n;
             for (int k = 0; k < lanes; ++k) {
                 const int h = static_cast<int>(std::count(hidden + k * C.samples, hidden + (k + 1) * C.samples, true));
@@ -979,7 +989,7 @@ private:
                 from[k] = std::min(t_.node[i], t_.node[j]);
                 target[k] = std::max(t_.node[i], t_.node[j]);
             }
-            bvh_->occludedPairs(from, target, n, hidden, false);
+            bvh_->occludedPairs(from, target, n, hidden, trimmed());
             tests += n;
             for (int k = 0; k < n; ++k) {
                 const Traced& t = trace_[k0 + k];
