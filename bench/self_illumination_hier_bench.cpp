@@ -6,7 +6,7 @@
 // bowls facing each other, a plate half way between them). Then the opening
 // rule (expansion order and theta) on the example refined once, the
 // obstruction tests by single rays against packets, and the hierarchical run
-// on the example refined four times (about 1.1 million nodes): time and peak
+// on the example refined three and four times (up to 1.1 million nodes): time and peak
 // memory a node.
 //
 //   build/release/bench/self_illumination_hier_bench --benchmark_counters_tabular=true
