@@ -45,13 +45,17 @@ public:
 
     // The tests occluded(a[k], b[k]) for count (at most kPacket) pairs at
     // once, traced as one packet of rays: hidden[k] is what occluded(a[k],
-    // b[k]) gives. Safe from several threads. Without `trimmed` the whole
-    // segments are traced (same answers): cheaper for a caller that tests
-    // only a few segments a node, since the end regions are built on first
-    // use.
+    // b[k]) gives, however they are traced. `trimmed`: the middle of each
+    // segment, between its ends' regions, built on first use; `asBuilt`:
+    // trimmed only at the ends whose regions are already built (buildEnd),
+    // for a caller that tests only a few segments a node, as building a
+    // node's regions costs more than that. Safe from several threads.
     static constexpr int kPacket = 8;
+    enum class Trace { trimmed, asBuilt };
     void occludedPairs(const std::int32_t* a, const std::int32_t* b, int count, bool* hidden,
-                       bool trimmed = true) const;
+                       Trace how = Trace::trimmed) const;
+    // Builds the end regions of node k now, if they are in use.
+    void buildEnd(std::int32_t k) const;
 
     // occludedPairs traces only the middle of a segment, between the regions
     // around its ends that no face counted by the test enters (on by

@@ -110,11 +110,12 @@
 // as seen without a ray (it errs by at most what it spends: on the example
 // refined twice this leaves 17 rays a node of 43), and a pair's answer is
 // kept for the pair's other node, whose walk may need it too (PairCache:
-// on the concave model half its rays). A group's first 64 rays a receiver
-// are whole segments traced one by one, which for a few rays a node is
-// cheaper than building the end regions the exact pass trims its packets
-// by; past that the group's rays go trimmed, as the exact pass's do (the
-// closed sphere of 20,000 nodes: 14 s rather than 29.5 s).
+// on the concave model half its rays). The end regions the exact pass trims
+// its segments by cost more to build than a few rays: here a node's are
+// built once it has been an end of 256 rays, and until then its segments
+// are traced whole (the closed sphere of 20,000 nodes: 19 s where whole
+// segments everywhere take 29.5 s; the example refined twice: 1.0 s where
+// trimming everywhere takes 1.3 s).
 //
 // Memory: the participants in tree order (about 90 bytes a node), one
 // cluster of about 370 bytes for every 8 nodes, and the sums.
@@ -127,6 +128,7 @@
 #include <cstdint>
 #include <exception>
 #include <limits>
+#include <memory>
 #include <mutex>
 #include <numeric>
 #include <unordered_map>
@@ -144,7 +146,7 @@ constexpr int kSamples = 4;
 constexpr std::size_t kAllowanceSamples = 256;
 constexpr std::size_t kObstructedSamples = 8;  // of them walked again with the obstruction test
 constexpr double kAllowanceShare = 0.25;
-constexpr std::int64_t kTrimAfter = 64;
+constexpr std::int32_t kTrimAfter = 256;
 // Pairs of leaves the pair cache keeps, a participant (about 110 bytes
 // each): the concave model of 16,400 nodes would fill 14 a node, the
 // example refined to 288,547 nodes fills 2.
@@ -687,8 +689,8 @@ private:
 class Group {
 public:
     Group(const Tree& t, double ratio, FarFieldRule rule, const SurfaceBvh* bvh, double sqrtPi,
-          PairCache* pairs = nullptr)
-        : t_(t), ratio_(ratio), rule_(rule), bvh_(bvh), sqrtPi_(sqrtPi), pairs_(pairs) {}
+          PairCache* pairs = nullptr, std::atomic<std::int32_t>* uses = nullptr)
+        : t_(t), ratio_(ratio), rule_(rule), bvh_(bvh), sqrtPi_(sqrtPi), pairs_(pairs), uses_(uses) {}
 
     // What each receiver may leave out in clusters whose bound is small.
     double allowance = 0.0;
@@ -697,8 +699,6 @@ public:
 
     // The received sums of the receivers at tree positions [first, first + n), 1 <= n <= kLanes.
     void sum(std::size_t first, int n, double* out) {
-        groupTests_ = tests;
-        groupSize_ = n;
         std::uint64_t live = 0;
         for (int l = 0; l < kLanes; ++l) {
             const std::size_t i = first + static_cast<std::size_t>(l < n ? l : 0);
@@ -745,8 +745,7 @@ private:
     const SurfaceBvh* bvh_;
     double sqrtPi_;
     PairCache* pairs_;
-    std::int64_t groupTests_ = 0;  // tests before this group's walk
-    int groupSize_ = 1;
+    std::atomic<std::int32_t>* uses_;  // rays a tree position has been an end of, over all walks
     std::size_t i_[kLanes] = {};
     Lanes L_{};
     Cluster G_{};    // the group as a cluster of receivers
@@ -897,10 +896,13 @@ private:
         }
     }
 
-    // Whole segments one by one while the group's receivers have traced
-    // few; past kTrimAfter a receiver, the end regions (built once a node)
-    // pay for themselves, as they do in the exact pass.
-    bool trimmed() const { return tests - groupTests_ > kTrimAfter * groupSize_; }
+    // Rays are trimmed at the ends whose regions are built: a node's are
+    // built once it has been an end of kTrimAfter rays, when they begin to
+    // pay for themselves.
+    void use(std::size_t position) {
+        if (uses_[position].fetch_add(1, std::memory_order_relaxed) == kTrimAfter)
+            bvh_->buildEnd(t_.node[position]);
+    }
 
     // How many of the cluster's samples the surface hides from receiver l.
     // The receivers in `accepted` look at the cluster's samples, as many
@@ -920,9 +922,11 @@ private:
                 for (int s = 0; s < C.samples; ++s, ++n) {
                     from[n] = t_.node[i_[l]];
                     to[n] = t_.node[static_cast<std::size_t>(C.sample[s])];
+                    use(i_[l]);
+                    use(static_cast<std::size_t>(C.sample[s]));
                 }
             }
-            bvh_->occludedPairs(from, to, n, hidden, trimmed());
+            bvh_->occludedPairs(from, to, n, hidden, SurfaceBvh::Trace::asBuilt);
             tests += n;
             for (int k = 0; k < lanes; ++k) {
                 const int h = static_cast<int>(std::count(hidden + k * C.samples, hidden + (k + 1) * C.samples, true));
@@ -1007,8 +1011,10 @@ private:
                 const auto j = static_cast<std::size_t>(trace_[k0 + k].node);
                 from[k] = std::min(t_.node[i], t_.node[j]);
                 target[k] = std::max(t_.node[i], t_.node[j]);
+                use(i);
+                use(j);
             }
-            bvh_->occludedPairs(from, target, n, hidden, trimmed());
+            bvh_->occludedPairs(from, target, n, hidden, SurfaceBvh::Trace::asBuilt);
             tests += n;
             for (int k = 0; k < n; ++k) {
                 const Traced& t = trace_[k0 + k];
@@ -1061,6 +1067,8 @@ std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, F
     // it.
     double allowance = 0.0;
     PairCache pairs(kPairsKept * static_cast<std::size_t>(M));
+    std::unique_ptr<std::atomic<std::int32_t>[]> uses;
+    if (bvh != nullptr) uses = std::make_unique<std::atomic<std::int32_t>[]>(M);
     if (rule.tolerance > 0.0 && M > 0) {
         const std::size_t n = std::min<std::size_t>(M, kAllowanceSamples);
         std::vector<double> sampled(n, 0.0);
@@ -1078,7 +1086,7 @@ std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, F
             rank.resize(std::min(n, kObstructedSamples));
 #pragma omp parallel
             {
-                Group walk(tree, ratio, rule, bvh, sqrtPi, &pairs);
+                Group walk(tree, ratio, rule, bvh, sqrtPi, &pairs, uses.get());
 #pragma omp for schedule(dynamic, 1)
                 for (std::size_t k = 0; k < rank.size(); ++k) walk.sum(rank[k] * M / n, 1, &sampled[rank[k]]);
             }
@@ -1104,7 +1112,7 @@ std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, F
     // One walk a group of receivers (a cluster of at most kLanes nodes, or a larger leaf in parts).
 #pragma omp parallel reduction(+ : tests, terms)
     {
-        Group walk(tree, ratio, rule, bvh, sqrtPi, &pairs);
+        Group walk(tree, ratio, rule, bvh, sqrtPi, &pairs, uses.get());
         walk.allowance = allowance;
         double out[kLanes];
 #pragma omp for schedule(dynamic, 4)

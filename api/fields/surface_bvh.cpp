@@ -512,8 +512,15 @@ void SurfaceBvh::setEndRegions(bool on, double ballCap) {
 
 void SurfaceBvh::useEndRegions(bool on) { endRegionsByDefault.store(on); }
 
+void SurfaceBvh::buildEnd(std::int32_t k) const {
+    const Impl& m = *impl_;
+    if (k < 0 || static_cast<std::size_t>(k) >= m.s.nodeCount())
+        throw arrayWorks::IndexError(arrayWorks::source::field_selection, __LINE__);
+    if (m.trim) endOf(m, m.weld[static_cast<std::size_t>(k)]);
+}
+
 void SurfaceBvh::occludedPairs(const std::int32_t* a, const std::int32_t* b, int count, bool* hidden,
-                               bool trimmed) const {
+                               Trace how) const {
     const Impl& m = *impl_;
     const std::size_t n = m.s.nodeCount();
     auto check = [n](std::int32_t k) {
@@ -544,11 +551,17 @@ void SurfaceBvh::occludedPairs(const std::int32_t* a, const std::int32_t* b, int
         ends[2 * k] = m.weld[ua];
         ends[2 * k + 1] = m.weld[ub];
         double tnear = skip, tfar = 1.0 - skip;
-        if (m.trim && trimmed) {
+        if (m.trim) {
             const double u[3] = {d[0] / len, d[1] / len, d[2] / len}, back[3] = {-u[0], -u[1], -u[2]};
             const double margin = kTrimMargin * (m.extent + len);
-            tnear = std::max(tnear, (reachOf(m, ends[2 * k], u) - margin) / len);
-            tfar = std::min(tfar, 1.0 - (reachOf(m, ends[2 * k + 1], back) - margin) / len);
+            auto reach = [&](std::int32_t w, const double* dir) {
+                if (how == Trace::asBuilt &&
+                    m.ends[static_cast<std::size_t>(w)].ready.load(std::memory_order_acquire) == 0)
+                    return margin;  // not built: not trimmed
+                return reachOf(m, w, dir);
+            };
+            tnear = std::max(tnear, (reach(ends[2 * k], u) - margin) / len);
+            tfar = std::min(tfar, 1.0 - (reach(ends[2 * k + 1], back) - margin) / len);
             if (!(tnear < tfar)) continue;  // the end regions cover the segment
         }
         valid[k] = -1;
@@ -565,22 +578,6 @@ void SurfaceBvh::occludedPairs(const std::int32_t* a, const std::int32_t* b, int
         rays.id[k] = static_cast<unsigned>(k);
     }
     if (!any) return;
-    // Whole segments, as few a node as the hierarchical pass traces, go
-    // faster one by one than as a packet (they seldom share a way).
-    if (!trimmed) {
-        for (int k = 0; k < count; ++k) {
-            if (valid[k] == 0) continue;
-            RTCRay ray{};
-            ray.org_x = rays.org_x[k], ray.org_y = rays.org_y[k], ray.org_z = rays.org_z[k];
-            ray.dir_x = rays.dir_x[k], ray.dir_y = rays.dir_y[k], ray.dir_z = rays.dir_z[k];
-            ray.tnear = rays.tnear[k], ray.tfar = rays.tfar[k];
-            ray.mask = 0xFFFFFFFFu;
-            ray.id = static_cast<unsigned>(k);
-            rtcOccluded1(m.scene, &ctx.base, &ray);
-            hidden[k] = ray.tfar < 0.0f;
-        }
-        return;
-    }
     rtcOccluded8(valid, m.scene, &ctx.base, &rays);
     for (int k = 0; k < count; ++k) hidden[k] = valid[k] != 0 && rays.tfar[k] < 0.0f;
 }
