@@ -118,7 +118,10 @@
 // trimming everywhere takes 1.3 s).
 //
 // Memory: the participants in tree order (about 90 bytes a node), one
-// cluster of about 370 bytes for every 8 nodes, and the sums.
+// cluster of about 370 bytes for every 8 nodes, and the sums; with the
+// obstruction test also a ray count a node and the pair cache (at most 8
+// pairs of leaves a node, about 110 bytes each), besides the ray-tracing
+// hierarchy and the end regions it builds.
 #include <omp.h>
 
 #include <algorithm>
@@ -627,6 +630,10 @@ class PairCache {
 public:
     static constexpr int kSide = 16;  // leaves of more nodes are not kept
 
+    // At most `limit` pairs of leaves are kept: the memory stays linear in
+    // the nodes however many pairs the walks trace.
+    explicit PairCache(std::size_t limit) : limit_(limit) {}
+
     struct Bits {
         std::uint64_t known[kSide * kSide / 64] = {}, hidden[kSide * kSide / 64] = {};
     };
@@ -649,10 +656,6 @@ public:
         const auto it = s.map.find(k);
         return it == s.map.end() ? Bits{} : it->second;
     }
-    // At most `limit` pairs of leaves are kept: the memory stays linear in
-    // the nodes however many pairs the walks trace.
-    explicit PairCache(std::size_t limit) : limit_(limit) {}
-
     void put(std::uint64_t k, const Bits& found) {
         Shard& s = shard(k);
         const std::lock_guard<std::mutex> lock(s.m);
