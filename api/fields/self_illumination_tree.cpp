@@ -963,8 +963,8 @@ private:
                                     t_.clusters[static_cast<std::size_t>(mine)].begin <=
                                 PairCache::kSide;
         const std::uint64_t key = PairCache::key(mine, id);
-        const PairCache::Bits known = cached ? pairs_->get(key) : PairCache::Bits{};
-        PairCache::Bits found;
+        PairCache::Bits known, found;
+        bool looked = false;  // the cache is read at the first pair the allowance does not take
         // The shares in node order, each with what is known of it (seen,
         // hidden, or still to trace), summed in that order once traced: the
         // sum does not depend on which answers the cache already held.
@@ -994,6 +994,7 @@ private:
             }
             int b = 0;
             if (cached) {
+                if (!looked) known = pairs_->get(key), looked = true;
                 b = PairCache::bit(mine, own, id, static_cast<std::int32_t>(j), t_);
                 const std::uint64_t mask = std::uint64_t{1} << (b % 64);
                 if ((known.known[b / 64] & mask) != 0) {
