@@ -256,17 +256,37 @@ __attribute__((target_clones("avx512f", "avx2", "default"))) double openRow(cons
     return sum;
 }
 
+// The shares of the pairs (i, j), j in [first, last), into flat arrays:
+// vectorised, with the same arithmetic as openRow; exchange[j - first] 0
+// where the pair does not exchange.
+constexpr std::size_t kSpan = 256;
+__attribute__((target_clones("avx512f", "avx2", "default"))) void rowShares(
+    const Row& R, std::size_t i, std::size_t first, std::size_t last, double ratio, double sqrtPi,
+    std::uint8_t* __restrict exchanges, double* __restrict shareI, double* __restrict shareJ) {
+    TUNDREL_ROW_CONSTANTS(i);
+#pragma omp simd
+    for (std::size_t j = first; j < last; ++j) {
+        TUNDREL_PAIR_TERMS(i, j);
+        exchanges[j - first] = exchange ? 1 : 0;
+        shareI[j - first] = toI;
+        shareJ[j - first] = toJ;
+    }
+}
+
 // Row i with the obstruction test, run once for each pair that exchanges.
-// The pairs go to the hierarchy in packets of rays from node i; their shares
-// are added afterwards in the order of j, as a pair-by-pair loop adds them.
+// The shares are worked out a span of pairs at a time, the pairs that
+// exchange go to the hierarchy in packets of rays from node i, and their
+// shares are added afterwards in the order of j, as a pair-by-pair loop
+// adds them.
 double testedRow(const Row& R, const std::vector<std::int32_t>& node, std::size_t i, std::size_t M,
                  double* __restrict col, double ratio, double sqrtPi, const SurfaceBvh& bvh, std::int64_t& tests) {
-    TUNDREL_ROW_CONSTANTS(i);
     constexpr int P = SurfaceBvh::kPacket;
     std::int32_t from[P], target[P];
     std::size_t at[P];
-    double shareI[P], shareJ[P];
+    double toI[P], toJ[P];
     bool hidden[P];
+    alignas(64) std::uint8_t exchanges[kSpan];
+    alignas(64) double shareI[kSpan], shareJ[kSpan];
     int n = 0;
     double sum = 0.0;
     auto flush = [&] {
@@ -274,20 +294,23 @@ double testedRow(const Row& R, const std::vector<std::int32_t>& node, std::size_
         tests += n;
         for (int k = 0; k < n; ++k) {
             if (hidden[k]) continue;
-            sum += shareI[k];
-            col[at[k]] += shareJ[k];
+            sum += toI[k];
+            col[at[k]] += toJ[k];
         }
         n = 0;
     };
-    for (std::size_t j = i + 1; j < M; ++j) {
-        TUNDREL_PAIR_TERMS(i, j);
-        if (!exchange) continue;
-        from[n] = node[i];
-        target[n] = node[j];
-        at[n] = j;
-        shareI[n] = toI;
-        shareJ[n] = toJ;
-        if (++n == P) flush();
+    for (std::size_t first = i + 1; first < M; first += kSpan) {
+        const std::size_t last = std::min(M, first + kSpan);
+        rowShares(R, i, first, last, ratio, sqrtPi, exchanges, shareI, shareJ);
+        for (std::size_t j = first; j < last; ++j) {
+            if (exchanges[j - first] == 0) continue;
+            from[n] = node[i];
+            target[n] = node[j];
+            at[n] = j;
+            toI[n] = shareI[j - first];
+            toJ[n] = shareJ[j - first];
+            if (++n == P) flush();
+        }
     }
     if (n > 0) flush();
     return sum;
