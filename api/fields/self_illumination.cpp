@@ -259,7 +259,7 @@ __attribute__((target_clones("avx512f", "avx2", "default"))) double openRow(cons
 // The shares of the pairs (i, j), j in [first, last), into flat arrays:
 // vectorised, with the same arithmetic as openRow; exchange[j - first] 0
 // where the pair does not exchange.
-constexpr std::size_t kSpan = 256;
+constexpr std::size_t kSpan = 64;
 __attribute__((target_clones("avx512f", "avx2", "default"))) void rowShares(
     const Row& R, std::size_t i, std::size_t first, std::size_t last, double ratio, double sqrtPi,
     std::uint8_t* __restrict exchanges, double* __restrict shareI, double* __restrict shareJ) {
@@ -271,6 +271,26 @@ __attribute__((target_clones("avx512f", "avx2", "default"))) void rowShares(
         shareI[j - first] = toI;
         shareJ[j - first] = toJ;
     }
+}
+
+// Whether a pair (i, j), j in [first, last), may exchange: false only when
+// one of the two surely faces away, by N . d without the square root and
+// the division (rounding cannot make such a cosine positive), so that spans
+// where no pair exchanges (much of a convex body) cost little.
+__attribute__((target_clones("avx512f", "avx2", "default"))) bool mayExchange(const Row& R, std::size_t i,
+                                                                               std::size_t first, std::size_t last) {
+    const double xi = R.x[i], yi = R.y[i], zi = R.z[i], nxi = R.nx[i], nyi = R.ny[i], nzi = R.nz[i];
+    int any = 0;
+#pragma omp simd reduction(| : any)
+    for (std::size_t j = first; j < last; ++j) {
+        const double dx = R.x[j] - xi, dy = R.y[j] - yi, dz = R.z[j] - zi;
+        const double ti = nxi * dx + nyi * dy + nzi * dz;
+        const double si = std::abs(nxi * dx) + std::abs(nyi * dy) + std::abs(nzi * dz);
+        const double tj = R.nx[j] * dx + R.ny[j] * dy + R.nz[j] * dz;
+        const double sj = std::abs(R.nx[j] * dx) + std::abs(R.ny[j] * dy) + std::abs(R.nz[j] * dz);
+        any |= static_cast<int>(!(ti < -1e-12 * si) & !(tj > 1e-12 * sj));
+    }
+    return any != 0;
 }
 
 // Row i with the obstruction test, run once for each pair that exchanges.
@@ -301,6 +321,7 @@ double testedRow(const Row& R, const std::vector<std::int32_t>& node, std::size_
     };
     for (std::size_t first = i + 1; first < M; first += kSpan) {
         const std::size_t last = std::min(M, first + kSpan);
+        if (!mayExchange(R, i, first, last)) continue;
         rowShares(R, i, first, last, ratio, sqrtPi, exchanges, shareI, shareJ);
         for (std::size_t j = first; j < last; ++j) {
             if (exchanges[j - first] == 0) continue;
