@@ -363,7 +363,10 @@ std::vector<double> illuminationSums(const IlluminationNodes& p, double ratio, c
     const std::size_t M = p.size();
     const double sqrtPi = std::sqrt(kPi);
     const int threads = std::max(1, omp_get_max_threads());
-    // One column of received sums a thread.
+    // One column of received sums a thread. Rows are dealt out to the
+    // threads in a fixed order, so that each column adds its terms in the
+    // same order every run: a run repeats to the bit (for the same number of
+    // threads).
     std::vector<double> columns(static_cast<std::size_t>(threads) * M, 0.0);
     // A share of several walks its own rows only; a whole run every row.
     const bool part = share.count > 1;
@@ -382,7 +385,7 @@ std::vector<double> illuminationSums(const IlluminationNodes& p, double ratio, c
 #pragma omp parallel num_threads(threads) reduction(+ : tests)
     {
         double* col = columns.data() + static_cast<std::size_t>(omp_get_thread_num()) * M;
-#pragma omp for schedule(dynamic, kRowChunk)
+#pragma omp for schedule(static, kRowChunk)
         for (std::size_t k = 0; k < rowCount; ++k) {
             const std::size_t i = part ? owned[k] : k;
             if (progress.stopping()) continue;

@@ -1,8 +1,10 @@
 // The self-illumination correction: node areas, the kernel against a plain
 // loop, the obstruction test, edge cases, and the dialog beside the typed core.
 #include <gtest/gtest.h>
+#include <omp.h>
 
 #include <cmath>
+#include <cstring>
 #include <random>
 
 #include "api/TundrelApi.h"
@@ -318,6 +320,22 @@ TEST(SelfIlluminationHierarchy, StaysWithinTheToleranceOfTheExactCorrection) {
         }
         EXPECT_EQ(stats.segmentTests > 0, c.visibility);
     }
+}
+
+// A run repeats to the bit, with and without the obstruction test, however
+// the threads happen to share the rows.
+TEST(SelfIlluminationKernel, RepeatsToTheBit) {
+    const FieldMasterD f = shapes::build({bowl(20, 19, 0.0, 1.0, true), bowl(15, 15, 3.0, -1.0, false)});
+    const int threads = omp_get_max_threads();
+    omp_set_num_threads(3);
+    for (const bool visibility : {false, true}) {
+        const auto first = tundrel::detail::selfIlluminationValues(f, "P", 0.7, visibility);
+        for (int run = 0; run < 4; ++run) {
+            const auto again = tundrel::detail::selfIlluminationValues(f, "P", 0.7, visibility);
+            ASSERT_EQ(std::memcmp(first.data(), again.data(), first.size() * sizeof(double)), 0) << visibility;
+        }
+    }
+    omp_set_num_threads(threads);
 }
 
 // With nothing taken whole (theta 0, no tolerance) the hierarchical walk
