@@ -242,36 +242,8 @@ struct Row {
     const double nxi = R.nx[i], nyi = R.ny[i], nzi = R.nz[i];                     \
     const double ai = R.area[i], vi = R.value[i], ei = R.extent[i]
 
-// Row i without the obstruction test: the sum i receives; col[j] gets what j
-// receives from i. Written for the vectoriser: flat arrays, no branches.
-__attribute__((target_clones("avx512f", "avx2", "default"))) double openRow(const Row& R, std::size_t i, std::size_t M, double* __restrict col, double ratio, double sqrtPi) {
-    TUNDREL_ROW_CONSTANTS(i);
-    double sum = 0.0;
-#pragma omp simd reduction(+ : sum)
-    for (std::size_t j = i + 1; j < M; ++j) {
-        TUNDREL_PAIR_TERMS(i, j);
-        sum += exchange ? toI : 0.0;
-        col[j] += exchange ? toJ : 0.0;
-    }
-    return sum;
-}
-
-// The shares of the pairs (i, j), j in [first, last), into flat arrays:
-// vectorised, with the same arithmetic as openRow; exchange[j - first] 0
-// where the pair does not exchange.
+// Pairs are taken a span at a time.
 constexpr std::size_t kSpan = 64;
-__attribute__((target_clones("avx512f", "avx2", "default"))) void rowShares(
-    const Row& R, std::size_t i, std::size_t first, std::size_t last, double ratio, double sqrtPi,
-    std::uint8_t* __restrict exchanges, double* __restrict shareI, double* __restrict shareJ) {
-    TUNDREL_ROW_CONSTANTS(i);
-#pragma omp simd
-    for (std::size_t j = first; j < last; ++j) {
-        TUNDREL_PAIR_TERMS(i, j);
-        exchanges[j - first] = exchange ? 1 : 0;
-        shareI[j - first] = toI;
-        shareJ[j - first] = toJ;
-    }
-}
 
 // Whether a pair (i, j), j in [first, last), may exchange: false only when
 // one of the two surely faces away, by N . d without the square root and
@@ -291,6 +263,70 @@ __attribute__((target_clones("avx512f", "avx2", "default"))) bool mayExchange(co
         any |= static_cast<int>(!(ti < -1e-12 * si) & !(tj > 1e-12 * sj));
     }
     return any != 0;
+}
+
+// The spans of row i, in order, that may hold a pair that exchanges: a span
+// is looked at with mayExchange first only when the one before held none,
+// so that where every pair exchanges (a surface seen from inside) the look
+// costs nothing. `work(first, last)` returns whether a pair exchanged.
+template <typename Work>
+void eachSpan(const Row& R, std::size_t i, std::size_t M, Work&& work) {
+    bool look = true;
+    for (std::size_t first = i + 1; first < M; first += kSpan) {
+        const std::size_t last = std::min(M, first + kSpan);
+        if (look && !mayExchange(R, i, first, last)) continue;
+        look = !work(first, last);
+    }
+}
+
+// Pairs (i, j), j in [first, last), without the obstruction test: the sum i
+// receives; col[j] gets what j receives from i; `any` whether a pair
+// exchanged. Written for the vectoriser: flat arrays, no branches.
+__attribute__((target_clones("avx512f", "avx2", "default"))) double openSpan(
+    const Row& R, std::size_t i, std::size_t first, std::size_t last, double* __restrict col, double ratio,
+    double sqrtPi, bool& any) {
+    TUNDREL_ROW_CONSTANTS(i);
+    double sum = 0.0;
+    int exchanged = 0;
+#pragma omp simd reduction(+ : sum) reduction(| : exchanged)
+    for (std::size_t j = first; j < last; ++j) {
+        TUNDREL_PAIR_TERMS(i, j);
+        sum += exchange ? toI : 0.0;
+        col[j] += exchange ? toJ : 0.0;
+        exchanged |= static_cast<int>(exchange);
+    }
+    any = exchanged != 0;
+    return sum;
+}
+
+// Row i without the obstruction test.
+double openRow(const Row& R, std::size_t i, std::size_t M, double* __restrict col, double ratio, double sqrtPi) {
+    double sum = 0.0;
+    eachSpan(R, i, M, [&](std::size_t first, std::size_t last) {
+        bool any = false;
+        sum += openSpan(R, i, first, last, col, ratio, sqrtPi, any);
+        return any;
+    });
+    return sum;
+}
+
+// The shares of the pairs (i, j), j in [first, last), into flat arrays:
+// vectorised, with the same arithmetic as openSpan; exchange[j - first] 0
+// where the pair does not exchange. Returns whether a pair exchanged.
+__attribute__((target_clones("avx512f", "avx2", "default"))) bool rowShares(
+    const Row& R, std::size_t i, std::size_t first, std::size_t last, double ratio, double sqrtPi,
+    std::uint8_t* __restrict exchanges, double* __restrict shareI, double* __restrict shareJ) {
+    TUNDREL_ROW_CONSTANTS(i);
+    int exchanged = 0;
+#pragma omp simd reduction(| : exchanged)
+    for (std::size_t j = first; j < last; ++j) {
+        TUNDREL_PAIR_TERMS(i, j);
+        exchanges[j - first] = exchange ? 1 : 0;
+        shareI[j - first] = toI;
+        shareJ[j - first] = toJ;
+        exchanged |= static_cast<int>(exchange);
+    }
+    return exchanged != 0;
 }
 
 // Row i with the obstruction test, run once for each pair that exchanges.
@@ -319,10 +355,8 @@ double testedRow(const Row& R, const std::vector<std::int32_t>& node, std::size_
         }
         n = 0;
     };
-    for (std::size_t first = i + 1; first < M; first += kSpan) {
-        const std::size_t last = std::min(M, first + kSpan);
-        if (!mayExchange(R, i, first, last)) continue;
-        rowShares(R, i, first, last, ratio, sqrtPi, exchanges, shareI, shareJ);
+    eachSpan(R, i, M, [&](std::size_t first, std::size_t last) {
+        if (!rowShares(R, i, first, last, ratio, sqrtPi, exchanges, shareI, shareJ)) return false;
         for (std::size_t j = first; j < last; ++j) {
             if (exchanges[j - first] == 0) continue;
             from[n] = node[i];
@@ -332,7 +366,8 @@ double testedRow(const Row& R, const std::vector<std::int32_t>& node, std::size_
             toJ[n] = shareJ[j - first];
             if (++n == P) flush();
         }
-    }
+        return true;
+    });
     if (n > 0) flush();
     return sum;
 }
