@@ -212,11 +212,35 @@ struct Row {
     const double *__restrict x, *__restrict y, *__restrict z;
     const double *__restrict nx, *__restrict ny, *__restrict nz;
     const double *__restrict area, *__restrict value, *__restrict extent;
+    const double* box;  // the bounding box of block b of kSpan nodes: lo at 6 b, hi at 6 b + 3
 
-    explicit Row(const IlluminationNodes& p)
+    Row(const IlluminationNodes& p, const std::vector<double>& boxes)
         : x(p.x.data()), y(p.y.data()), z(p.z.data()), nx(p.nx.data()), ny(p.ny.data()), nz(p.nz.data()),
-          area(p.area.data()), value(p.value.data()), extent(p.extent.data()) {}
+          area(p.area.data()), value(p.value.data()), extent(p.extent.data()), box(boxes.data()) {}
 };
+
+// Pairs are taken a span at a time: the nodes from i + 1 to the end of the
+// block of kSpan nodes that i + 1 is in, then block by block.
+constexpr std::size_t kSpan = 64;
+
+// The bounding boxes of the blocks of kSpan nodes.
+std::vector<double> blockBoxes(const IlluminationNodes& p) {
+    const std::size_t M = p.size(), blocks = (M + kSpan - 1) / kSpan;
+    std::vector<double> box(6 * blocks);
+    for (std::size_t b = 0; b < blocks; ++b) {
+        double* lo = &box[6 * b];
+        double* hi = lo + 3;
+        for (std::size_t j = b * kSpan; j < std::min(M, (b + 1) * kSpan); ++j) {
+            const double q[3] = {p.x[j], p.y[j], p.z[j]};
+            for (int k = 0; k < 3; ++k) {
+                lo[k] = j == b * kSpan ? q[k] : std::min(lo[k], q[k]);
+                hi[k] = j == b * kSpan ? q[k] : std::max(hi[k], q[k]);
+                if (std::isnan(q[k])) lo[k] = hi[k] = q[k];  // sticks: such a block is never passed over
+            }
+        }
+    }
+    return box;
+}
 
 #define TUNDREL_PAIR_TERMS(i, j)                                                                \
     const double dx = R.x[j] - xi, dy = R.y[j] - yi, dz = R.z[j] - zi;                         \
@@ -242,9 +266,6 @@ struct Row {
     const double nxi = R.nx[i], nyi = R.ny[i], nzi = R.nz[i];                     \
     const double ai = R.area[i], vi = R.value[i], ei = R.extent[i]
 
-// Pairs are taken a span at a time.
-constexpr std::size_t kSpan = 64;
-
 // Whether a pair (i, j), j in [first, last), may exchange: false only when
 // one of the two surely faces away, by N . d without the square root and
 // the division (rounding cannot make such a cosine positive), so that spans
@@ -265,17 +286,36 @@ __attribute__((target_clones("avx512f", "avx2", "default"))) bool mayExchange(co
     return any != 0;
 }
 
-// The spans of row i, in order, that may hold a pair that exchanges: a span
-// is looked at with mayExchange first only when the one before held none,
-// so that where every pair exchanges (a surface seen from inside) the look
+// Whether every node of block b lies behind the plane of node i, so that
+// no pair of i with them exchanges: by the box's farthest corner along N_i,
+// with a margin far above the rounding of N_i . d, whose terms lie between
+// those at the box's faces (rounding keeps the order).
+bool behind(const Row& R, std::size_t i, std::size_t b) {
+    const double p[3] = {R.x[i], R.y[i], R.z[i]}, n[3] = {R.nx[i], R.ny[i], R.nz[i]};
+    const double* lo = R.box + 6 * b;
+    const double* hi = lo + 3;
+    double most = 0.0, size = 0.0;
+    for (int k = 0; k < 3; ++k) {
+        const double a = n[k] * (lo[k] - p[k]), c = n[k] * (hi[k] - p[k]);
+        most += std::max(a, c);
+        size += std::max(std::abs(a), std::abs(c));
+    }
+    return most < -1e-10 * size;
+}
+
+// The spans of row i, in order, that may hold a pair that exchanges. A
+// block that lies behind node i's plane is passed over whole; a span is
+// looked at with mayExchange first only when the one before held none, so
+// that where every pair exchanges (a surface seen from inside) the look
 // costs nothing. `work(first, last)` returns whether a pair exchanged.
 template <typename Work>
 void eachSpan(const Row& R, std::size_t i, std::size_t M, Work&& work) {
     bool look = true;
-    for (std::size_t first = i + 1; first < M; first += kSpan) {
-        const std::size_t last = std::min(M, first + kSpan);
-        if (look && !mayExchange(R, i, first, last)) continue;
-        look = !work(first, last);
+    for (std::size_t first = i + 1; first < M;) {
+        const std::size_t block = first / kSpan, last = std::min(M, (block + 1) * kSpan);
+        if (behind(R, i, block) || (look && !mayExchange(R, i, first, last))) look = true;
+        else look = !work(first, last);
+        first = last;
     }
 }
 
@@ -415,7 +455,8 @@ std::vector<double> illuminationSums(const IlluminationNodes& p, double ratio, c
     PairProgress progress(total);
     std::int64_t tests = 0;
     std::exception_ptr failure;
-    const Row rows(p);
+    const std::vector<double> boxes = blockBoxes(p);
+    const Row rows(p, boxes);
 
 #pragma omp parallel num_threads(threads) reduction(+ : tests)
     {
