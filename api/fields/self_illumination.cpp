@@ -20,6 +20,7 @@
 #include <atomic>
 #include <cmath>
 #include <exception>
+#include <limits>
 #include <memory>
 #include <span>
 
@@ -227,18 +228,17 @@ constexpr std::size_t kSpan = 64;
 std::vector<double> blockBoxes(const IlluminationNodes& p) {
     const std::size_t M = p.size(), blocks = (M + kSpan - 1) / kSpan;
     std::vector<double> box(6 * blocks);
-    for (std::size_t b = 0; b < blocks; ++b) {
-        double* lo = &box[6 * b];
-        double* hi = lo + 3;
-        for (std::size_t j = b * kSpan; j < std::min(M, (b + 1) * kSpan); ++j) {
-            const double q[3] = {p.x[j], p.y[j], p.z[j]};
-            for (int k = 0; k < 3; ++k) {
-                lo[k] = j == b * kSpan ? q[k] : std::min(lo[k], q[k]);
-                hi[k] = j == b * kSpan ? q[k] : std::max(hi[k], q[k]);
-                if (std::isnan(q[k])) lo[k] = hi[k] = q[k];  // sticks: such a block is never passed over
-            }
+    const std::vector<double>* c[3] = {&p.x, &p.y, &p.z};
+    for (std::size_t b = 0; b < blocks; ++b)
+        for (int k = 0; k < 3; ++k) {
+            const auto first = c[k]->begin() + static_cast<std::ptrdiff_t>(b * kSpan);
+            const auto last = c[k]->begin() + static_cast<std::ptrdiff_t>(std::min(M, (b + 1) * kSpan));
+            const auto [lo, hi] = std::minmax_element(first, last);
+            // A NaN position leaves the box NaN: such a block is never passed over.
+            const bool nan = std::any_of(first, last, [](double v) { return std::isnan(v); });
+            box[6 * b + k] = nan ? std::numeric_limits<double>::quiet_NaN() : *lo;
+            box[6 * b + 3 + k] = nan ? std::numeric_limits<double>::quiet_NaN() : *hi;
         }
-    }
     return box;
 }
 
