@@ -148,6 +148,7 @@ void BM_HierarchicalVersusExact(benchmark::State& state) {
     state.counters["cpu_speedup"] = exactCpu / hierCpu;
     state.counters["error"] = error;
     state.counters["terms/node"] = static_cast<double>(stats.clusterTerms) / static_cast<double>(stats.participants);
+    state.counters["rays/node"] = static_cast<double>(stats.segmentTests) / static_cast<double>(stats.participants);
 }
 BENCHMARK(BM_HierarchicalVersusExact)
     ->ArgNames({"model", "size", "vis"})

@@ -133,8 +133,9 @@ struct BvhData {
         std::atomic<float> ball[2] = {};    // radii of empty balls tangent at the node along +normal, -normal
         std::atomic<float> normal[3] = {};  // unit, or zero
         std::atomic<float> spread{1.0f};    // sine of the largest angle between the normal and a face's
-        std::atomic<std::uint8_t> ready{0};
+        std::atomic<std::uint8_t> ready{0}; // kCore, then kBall << side as each side's ball is found
     };
+    static constexpr std::uint8_t kCore = 1, kBall = 2;
     std::unique_ptr<NodeEnd[]> ends;    // by welded node; null for scenes without obstruction tests
     double ballCap = 0.0;               // the balls' radii are looked for up to ballCap * extent
     bool trim = false;                  // packets use the end regions
@@ -147,11 +148,15 @@ struct BvhData {
         if (device != nullptr) rtcReleaseDevice(device);
     }
 
+    // Positions by node, x y z together: a triangle's corners in three reads.
+    std::vector<double> xyz;
+
+    // Corner k of triangle t (by its welded node, which lies at the same position).
     void corner(std::int32_t t, int k, double out[3]) const {
-        const auto n = static_cast<std::size_t>(s.triangles[3 * static_cast<std::size_t>(t) + static_cast<std::size_t>(k)]);
-        out[0] = s.x[n];
-        out[1] = s.y[n];
-        out[2] = s.z[n];
+        const double* q = xyz.data() + 3 * static_cast<std::size_t>(corners[3 * static_cast<std::size_t>(t) + static_cast<std::size_t>(k)]);
+        out[0] = q[0];
+        out[1] = q[1];
+        out[2] = q[2];
     }
 };
 
@@ -183,13 +188,15 @@ struct EndQuery {
     double best2;         // square of the nearest distance so far
     double normal[3];     // sum of the node's face normals, one orientation
     double n[3];          // the unit normal, for the balls
-    double ball[2];       // radii of the empty tangent balls
-    bool balls;           // whether they were looked for
+    bool balls;           // whether they are looked for
     float slack;
     int faceCount;        // the node's faces (unit normals), up to kFaces
     static constexpr int kFaces = 32;
     double face[kFaces][3];
 };
+
+// A float no larger than v.
+float roundedDown(double v) { return std::nextafter(static_cast<float>(v), 0.0f); }
 
 bool touches(const BvhData& m, std::int32_t t, std::int32_t w) {
     const std::int32_t* c = m.corners.data() + 3 * static_cast<std::size_t>(t);
@@ -233,37 +240,55 @@ bool visitEnd(RTCPointQueryFunctionArguments* args) {
 }
 
 // Whether no face that does not touch node `self` enters the open ball of
-// radius r about c; false too when that takes more than `budget` faces.
+// radius r about c; false too when that takes more than `budget` faces
+// (`exhausted` then).
 struct BallTest {
     const BvhData* impl;
     double c[3];
     double r2;
     std::int32_t self;
     int visits, budget;
-    bool entered;
+    bool entered, exhausted;
 };
+
+// Whether triangle (a, b, c) comes closer than sqrt(r2) to p: a corner that
+// close answers yes, a plane at least that far (by a relative margin well
+// above rounding) no, and only the rest need the closest point.
+bool entersBall(const double p[3], double r2, const double a[3], const double b[3], const double c[3]) {
+    double d[3][3];
+    for (int k = 0; k < 3; ++k) d[0][k] = a[k] - p[k], d[1][k] = b[k] - p[k], d[2][k] = c[k] - p[k];
+    for (const auto& v : d)
+        if (v[0] * v[0] + v[1] * v[1] + v[2] * v[2] < r2) return true;
+    const double e1[3] = {b[0] - a[0], b[1] - a[1], b[2] - a[2]}, e2[3] = {c[0] - a[0], c[1] - a[1], c[2] - a[2]};
+    const double n[3] = {e1[1] * e2[2] - e1[2] * e2[1], e1[2] * e2[0] - e1[0] * e2[2], e1[0] * e2[1] - e1[1] * e2[0]};
+    const double h = n[0] * d[0][0] + n[1] * d[0][1] + n[2] * d[0][2];
+    if (h * h >= r2 * (n[0] * n[0] + n[1] * n[1] + n[2] * n[2]) * (1.0 + 1e-9)) return false;
+    double cp[3];
+    closestOnTriangle(p, a, b, c, cp);
+    return (cp[0] - p[0]) * (cp[0] - p[0]) + (cp[1] - p[1]) * (cp[1] - p[1]) + (cp[2] - p[2]) * (cp[2] - p[2]) < r2;
+}
 
 bool visitBall(RTCPointQueryFunctionArguments* args) {
     auto* q = static_cast<BallTest*>(args->userPtr);
     const auto t = static_cast<std::int32_t>(args->primID);
     if (touches(*q->impl, t, q->self)) return false;
-    double a[3], b[3], c[3], cp[3];
+    double a[3], b[3], c[3];
     q->impl->corner(t, 0, a);
     q->impl->corner(t, 1, b);
     q->impl->corner(t, 2, c);
-    closestOnTriangle(q->c, a, b, c, cp);
-    const double d2 = (cp[0] - q->c[0]) * (cp[0] - q->c[0]) + (cp[1] - q->c[1]) * (cp[1] - q->c[1]) +
-                      (cp[2] - q->c[2]) * (cp[2] - q->c[2]);
-    if (d2 < q->r2 || ++q->visits > q->budget) {
+    const bool over = ++q->visits > q->budget;
+    if (over || entersBall(q->c, q->r2, a, b, c)) {
         q->entered = true;
+        q->exhausted = over;
         args->query->radius = 0.0f;
         return true;
     }
     return false;
 }
 
-bool emptyBall(const BvhData& m, std::int32_t self, const double c[3], double r) {
-    BallTest q{&m, {c[0], c[1], c[2]}, r * r, self, 0, kBallBudget, false};
+// Whether the ball is empty; `exhausted` tells a ball given up on from one a face entered.
+bool emptyBall(const BvhData& m, std::int32_t self, const double c[3], double r, bool* exhausted = nullptr) {
+    BallTest q{&m, {c[0], c[1], c[2]}, r * r, self, 0, kBallBudget, false, false};
     const double far = std::abs(c[0] - m.centre[0]) + std::abs(c[1] - m.centre[1]) + std::abs(c[2] - m.centre[2]);
     RTCPointQuery query;
     query.x = static_cast<float>(c[0] - m.centre[0]);
@@ -274,16 +299,19 @@ bool emptyBall(const BvhData& m, std::int32_t self, const double c[3], double r)
     RTCPointQueryContext ctx;
     rtcInitPointQueryContext(&ctx);
     rtcPointQuery(m.scene, &query, &ctx, visitBall, &q);
+    if (exhausted != nullptr) *exhausted = q.exhausted;
     return !q.entered;
 }
 
-// The end regions of welded node w, computed once.
+// The end regions of welded node w that one query finds (the nearest face
+// that does not touch it, its normal and the spread of its faces), computed
+// once; the tangent balls come later, a side when a segment first needs it.
 const BvhData::NodeEnd& endOf(const BvhData& m, std::int32_t w) {
     BvhData::NodeEnd& e = m.ends[static_cast<std::size_t>(w)];
-    if (e.ready.load(std::memory_order_acquire) != 0) return e;
+    if ((e.ready.load(std::memory_order_acquire) & BvhData::kCore) != 0) return e;
     const auto u = static_cast<std::size_t>(w);
     EndQuery q{&m, {m.s.x[u], m.s.y[u], m.s.z[u]}, w, std::numeric_limits<double>::infinity(), {0, 0, 0}, {0, 0, 0},
-               {0, 0}, false, 0.0f, 0, {}};
+               false, 0.0f, 0, {}};
     const double far = std::abs(q.p[0] - m.centre[0]) + std::abs(q.p[1] - m.centre[1]) + std::abs(q.p[2] - m.centre[2]);
     q.slack = static_cast<float>(1e-6 * (m.extent + far));
     RTCPointQuery query;
@@ -297,29 +325,13 @@ const BvhData::NodeEnd& endOf(const BvhData& m, std::int32_t w) {
     rtcPointQuery(m.scene, &query, &ctx, visitEnd, &q);
     const double clear = std::isfinite(q.best2) ? std::sqrt(q.best2) : 0.0;
     const double nn = std::sqrt(q.normal[0] * q.normal[0] + q.normal[1] * q.normal[1] + q.normal[2] * q.normal[2]);
+    // Balls are looked for only about a node with a normal and room around it.
     if (clear > 0.0 && nn > 0.0 && m.ballCap > 0.0) {
-        // The ball of radius clear / 2 lies within clear of the node: empty.
-        // Larger ones are tried, doubling, while finding them stays cheap.
         for (int k = 0; k < 3; ++k) q.n[k] = q.normal[k] / nn;
         q.balls = true;
-        for (int side = 0; side < 2; ++side) {
-            const double sign = side == 0 ? 1.0 : -1.0;
-            double r = 0.5 * clear;
-            auto empty = [&](double radius) {
-                const double c[3] = {q.p[0] + sign * radius * q.n[0], q.p[1] + sign * radius * q.n[1],
-                                     q.p[2] + sign * radius * q.n[2]};
-                return emptyBall(m, w, c, radius);
-            };
-            while (r < m.ballCap * (m.extent + clear) && empty(2.0 * r)) r *= 2.0;
-            if (r < m.ballCap * (m.extent + clear) && empty(1.5 * r)) r *= 1.5;
-            q.ball[side] = r;
-        }
     }
     // Stored rounded down: the regions only shrink.
-    auto down = [](double v) { return std::nextafter(static_cast<float>(v), 0.0f); };
-    e.clear.store(clear > 0.0 ? down(clear) : 0.0f, std::memory_order_relaxed);
-    for (int side = 0; side < 2; ++side)
-        e.ball[side].store(q.balls && q.ball[side] > 0.0 ? down(q.ball[side]) : 0.0f, std::memory_order_relaxed);
+    e.clear.store(clear > 0.0 ? roundedDown(clear) : 0.0f, std::memory_order_relaxed);
     for (int k = 0; k < 3; ++k) e.normal[k].store(static_cast<float>(q.balls ? q.n[k] : 0.0), std::memory_order_relaxed);
     // The widest angle between the normal and one of the node's faces.
     double least = q.balls && q.faceCount <= EndQuery::kFaces ? 1.0 : 0.0;
@@ -327,8 +339,44 @@ const BvhData::NodeEnd& endOf(const BvhData& m, std::int32_t w) {
         least = std::min(least, std::abs(q.n[0] * q.face[f][0] + q.n[1] * q.face[f][1] + q.n[2] * q.face[f][2]));
     e.spread.store(static_cast<float>(std::min(1.0, std::sqrt(std::max(0.0, 1.0 - least * least)) + 1e-6)),
                    std::memory_order_relaxed);
-    e.ready.store(1, std::memory_order_release);
+    e.ready.fetch_or(BvhData::kCore, std::memory_order_release);
     return e;
+}
+
+// The radius of the empty ball tangent at welded node w on the side of its
+// normal (side 0) or the other (side 1), found when first asked for: the
+// ball of radius clear / 2 lies within clear of the node and is empty;
+// larger ones are tried, doubling, while finding them stays cheap.
+double ballOf(const BvhData& m, std::int32_t w, int side) {
+    const BvhData::NodeEnd& e = endOf(m, w);
+    auto& ball = m.ends[static_cast<std::size_t>(w)].ball[side];
+    const auto bit = static_cast<std::uint8_t>(BvhData::kBall << side);
+    if ((e.ready.load(std::memory_order_acquire) & bit) != 0) return ball.load(std::memory_order_relaxed);
+    const auto u = static_cast<std::size_t>(w);
+    const double p[3] = {m.s.x[u], m.s.y[u], m.s.z[u]};
+    const double clear = e.clear.load(std::memory_order_relaxed);
+    double n[3] = {e.normal[0].load(std::memory_order_relaxed), e.normal[1].load(std::memory_order_relaxed),
+                   e.normal[2].load(std::memory_order_relaxed)};
+    const double nn = std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]);
+    double r = 0.0;
+    if (clear > 0.0 && nn > 0.0) {
+        const double sign = (side == 0 ? 1.0 : -1.0) / nn;
+        for (double& c : n) c *= sign;
+        r = 0.5 * clear;
+        bool exhausted = false;
+        auto empty = [&](double radius) {
+            const double c[3] = {p[0] + radius * n[0], p[1] + radius * n[1], p[2] + radius * n[2]};
+            return emptyBall(m, w, c, radius, &exhausted);
+        };
+        while (r < m.ballCap * (m.extent + clear) && empty(2.0 * r)) r *= 2.0;
+        // After a ball given up on for its many faces, the one of 1.5 r
+        // (which would most often be given up on too) is not tried.
+        if (!exhausted && r < m.ballCap * (m.extent + clear) && empty(1.5 * r)) r *= 1.5;
+    }
+    const float found = r > 0.0 ? roundedDown(r) : 0.0f;
+    ball.store(found, std::memory_order_relaxed);
+    m.ends[static_cast<std::size_t>(w)].ready.fetch_or(bit, std::memory_order_release);
+    return found;
 }
 
 // How far from node w along the unit direction u the segment stays in the
@@ -342,8 +390,7 @@ double reachOf(const BvhData& m, std::int32_t w, const double u[3]) {
                      u[2] * e.normal[2].load(std::memory_order_relaxed);
     const double sine = e.spread.load(std::memory_order_relaxed);
     if (std::abs(c) * std::sqrt(std::max(0.0, 1.0 - sine * sine)) - sine < kLeastSlope) return 0.0;
-    const double ball = c > 0.0 ? 2.0 * e.ball[0].load(std::memory_order_relaxed) * c
-                                : -2.0 * e.ball[1].load(std::memory_order_relaxed) * c;
+    const double ball = c > 0.0 ? 2.0 * ballOf(m, w, 0) * c : -2.0 * ballOf(m, w, 1) * c;
     return std::max(static_cast<double>(e.clear.load(std::memory_order_relaxed)), ball);
 }
 
@@ -411,6 +458,12 @@ SurfaceBvh::SurfaceBvh(const Surface& surface, bool weldSeams) : impl_(std::make
     impl_->corners.resize(s.triangles.size());
     for (std::size_t k = 0; k < s.triangles.size(); ++k)
         impl_->corners[k] = impl_->weld[static_cast<std::size_t>(s.triangles[k])];
+    impl_->xyz.resize(3 * n);
+    for (std::size_t k = 0; k < n; ++k) {
+        impl_->xyz[3 * k] = s.x[k];
+        impl_->xyz[3 * k + 1] = s.y[k];
+        impl_->xyz[3 * k + 2] = s.z[k];
+    }
 
     impl_->device = rtcNewDevice("verbose=0");
     if (impl_->device == nullptr) throw arrayWorks::StateError(arrayWorks::source::field_selection, __LINE__);
@@ -556,7 +609,7 @@ void SurfaceBvh::occludedPairs(const std::int32_t* a, const std::int32_t* b, int
             const double margin = kTrimMargin * (m.extent + len);
             auto reach = [&](std::int32_t w, const double* dir) {
                 if (how == Trace::asBuilt &&
-                    m.ends[static_cast<std::size_t>(w)].ready.load(std::memory_order_acquire) == 0)
+                    (m.ends[static_cast<std::size_t>(w)].ready.load(std::memory_order_acquire) & BvhData::kCore) == 0)
                     return margin;  // not built: not trimmed
                 return reachOf(m, w, dir);
             };
