@@ -134,6 +134,7 @@ struct BvhData {
         std::atomic<float> normal[3] = {};  // unit, or zero
         std::atomic<float> spread{1.0f};    // sine of the largest angle between the normal and a face's
         std::atomic<std::uint8_t> ready{0}; // kCore, then kBall << side as each side's ball is found
+        std::atomic<std::uint8_t> taken{0}; // the same bits, as a thread begins to find them
     };
     static constexpr std::uint8_t kCore = 1, kBall = 2;
     std::unique_ptr<NodeEnd[]> ends;    // by welded node; null for scenes without obstruction tests
@@ -303,12 +304,24 @@ bool emptyBall(const BvhData& m, std::int32_t self, const double c[3], double r,
     return !q.entered;
 }
 
+// Whether `bit` of node end e is ready; else whether this thread is the one
+// to find it. Threads that walk the rows side by side reach the same nodes
+// at the same time: the others trace their segments untrimmed meanwhile
+// rather than find the same regions again.
+enum class Claim { ready, mine, another };
+Claim claim(BvhData::NodeEnd& e, std::uint8_t bit) {
+    if ((e.ready.load(std::memory_order_acquire) & bit) != 0) return Claim::ready;
+    return (e.taken.fetch_or(bit, std::memory_order_relaxed) & bit) == 0 ? Claim::mine : Claim::another;
+}
+
 // The end regions of welded node w that one query finds (the nearest face
-// that does not touch it, its normal and the spread of its faces), computed
+// that does not touch it, its normal and the spread of its faces), found
 // once; the tangent balls come later, a side when a segment first needs it.
-const BvhData::NodeEnd& endOf(const BvhData& m, std::int32_t w) {
+// Null while another thread is finding them.
+const BvhData::NodeEnd* endOf(const BvhData& m, std::int32_t w) {
     BvhData::NodeEnd& e = m.ends[static_cast<std::size_t>(w)];
-    if ((e.ready.load(std::memory_order_acquire) & BvhData::kCore) != 0) return e;
+    const Claim c = claim(e, BvhData::kCore);
+    if (c != Claim::mine) return c == Claim::ready ? &e : nullptr;
     const auto u = static_cast<std::size_t>(w);
     EndQuery q{&m, {m.s.x[u], m.s.y[u], m.s.z[u]}, w, std::numeric_limits<double>::infinity(), {0, 0, 0}, {0, 0, 0},
                false, 0.0f, 0, {}};
@@ -340,18 +353,20 @@ const BvhData::NodeEnd& endOf(const BvhData& m, std::int32_t w) {
     e.spread.store(static_cast<float>(std::min(1.0, std::sqrt(std::max(0.0, 1.0 - least * least)) + 1e-6)),
                    std::memory_order_relaxed);
     e.ready.fetch_or(BvhData::kCore, std::memory_order_release);
-    return e;
+    return &e;
 }
 
 // The radius of the empty ball tangent at welded node w on the side of its
 // normal (side 0) or the other (side 1), found when first asked for: the
 // ball of radius clear / 2 lies within clear of the node and is empty;
-// larger ones are tried, doubling, while finding them stays cheap.
+// larger ones are tried, doubling, while finding them stays cheap. 0 while
+// another thread is finding it. The node's other regions are found.
 double ballOf(const BvhData& m, std::int32_t w, int side) {
-    const BvhData::NodeEnd& e = endOf(m, w);
-    auto& ball = m.ends[static_cast<std::size_t>(w)].ball[side];
+    BvhData::NodeEnd& e = m.ends[static_cast<std::size_t>(w)];
+    auto& ball = e.ball[side];
     const auto bit = static_cast<std::uint8_t>(BvhData::kBall << side);
-    if ((e.ready.load(std::memory_order_acquire) & bit) != 0) return ball.load(std::memory_order_relaxed);
+    const Claim mine = claim(e, bit);
+    if (mine != Claim::mine) return mine == Claim::ready ? ball.load(std::memory_order_relaxed) : 0.0;
     const auto u = static_cast<std::size_t>(w);
     const double p[3] = {m.s.x[u], m.s.y[u], m.s.z[u]};
     const double clear = e.clear.load(std::memory_order_relaxed);
@@ -375,7 +390,7 @@ double ballOf(const BvhData& m, std::int32_t w, int side) {
     }
     const float found = r > 0.0 ? roundedDown(r) : 0.0f;
     ball.store(found, std::memory_order_relaxed);
-    m.ends[static_cast<std::size_t>(w)].ready.fetch_or(bit, std::memory_order_release);
+    e.ready.fetch_or(bit, std::memory_order_release);
     return found;
 }
 
@@ -385,7 +400,9 @@ double ballOf(const BvhData& m, std::int32_t w, int side) {
 // faces nearby, where Embree's distance along the ray is rounding noise: the
 // whole segment is traced then, as occluded() traces it.
 double reachOf(const BvhData& m, std::int32_t w, const double u[3]) {
-    const BvhData::NodeEnd& e = endOf(m, w);
+    const BvhData::NodeEnd* found = endOf(m, w);
+    if (found == nullptr) return 0.0;
+    const BvhData::NodeEnd& e = *found;
     const double c = u[0] * e.normal[0].load(std::memory_order_relaxed) + u[1] * e.normal[1].load(std::memory_order_relaxed) +
                      u[2] * e.normal[2].load(std::memory_order_relaxed);
     const double sine = e.spread.load(std::memory_order_relaxed);
@@ -560,7 +577,7 @@ void SurfaceBvh::setEndRegions(bool on, double ballCap) {
     impl_->trim = on && impl_->ends != nullptr;
     impl_->ballCap = ballCap;
     for (std::size_t k = 0; impl_->ends != nullptr && k < impl_->s.nodeCount(); ++k)
-        impl_->ends[k].ready.store(0, std::memory_order_relaxed);
+        impl_->ends[k].ready.store(0, std::memory_order_relaxed), impl_->ends[k].taken.store(0, std::memory_order_relaxed);
 }
 
 void SurfaceBvh::useEndRegions(bool on) { endRegionsByDefault.store(on); }
