@@ -187,12 +187,20 @@ public:
         order.resize(static_cast<std::size_t>(M));
         std::iota(order.begin(), order.end(), 0);
         leafOf.resize(order.size());
-        clusters.reserve(static_cast<std::size_t>(2 * (M / std::max(1, leaf_ / 2) + 1)));
-        if (M > 0) build(0, M);
-        // The flat arrays in tree order, for the leaves' pair loops.
+        // The splits, top levels as tasks: a cluster's number is where a walk
+        // of the tree in pre-order meets it, fixed by the subtree sizes alone.
+        if (M > 0) {
+            clusters.resize(static_cast<std::size_t>(subtreeClusters(M)));
+#pragma omp parallel
+#pragma omp single
+            split(0, 0, M);
+        }
+        // The flat arrays in tree order, for the descriptions and the leaves' pair loops.
         x.resize(order.size());
         y = z = nx = ny = nz = area = value = extent = x;
         node.resize(order.size());
+        std::int64_t other = 0;  // normals not of unit length
+#pragma omp parallel for reduction(+ : other)
         for (std::size_t k = 0; k < order.size(); ++k) {
             const auto i = static_cast<std::size_t>(order[k]);
             x[k] = p.x[i], y[k] = p.y[i], z[k] = p.z[i];
@@ -200,7 +208,18 @@ public:
             area[k] = p.area[i], value[k] = p.value[i], extent[k] = p.extent[i];
             node[k] = p.node[i];
             const double len = std::sqrt(nx[k] * nx[k] + ny[k] * ny[k] + nz[k] * nz[k]);
-            if (!(std::abs(len - 1.0) <= 1e-9)) unit = false;
+            if (!(std::abs(len - 1.0) <= 1e-9)) ++other;
+        }
+        unit = other == 0;
+        // Every cluster is a range of the tree order: described from the flat arrays.
+#pragma omp parallel for schedule(dynamic, 16)
+        for (std::size_t c = 0; c < clusters.size(); ++c) describe(clusters[c]);
+        // A cluster of at most kLanes nodes, or a leaf, not within the last group is a group.
+        for (std::size_t c = 0; c < clusters.size(); ++c) {
+            const Cluster& C = clusters[c];
+            if ((C.child[0] < 0 || C.end - C.begin <= kLanes) &&
+                (groups.empty() || clusters[static_cast<std::size_t>(groups.back())].end <= C.begin))
+                groups.push_back(static_cast<std::int32_t>(c));
         }
     }
 
@@ -217,6 +236,12 @@ private:
     int leaf_;
     int samples_;
 
+    // How many clusters a subtree of m nodes has (the splits fall at the
+    // median, wherever the nodes lie).
+    std::int64_t subtreeClusters(std::int32_t m) const {
+        return m <= leaf_ ? 1 : 1 + subtreeClusters(m / 2) + subtreeClusters(m - m / 2);
+    }
+
     double pos(std::int32_t i, int axis) const {
         const auto u = static_cast<std::size_t>(i);
         const double v = axis == 0 ? p_.x[u] : axis == 1 ? p_.y[u] : p_.z[u];
@@ -231,23 +256,48 @@ private:
         return std::isnan(v) ? std::numeric_limits<double>::infinity() : v;
     }
 
-    std::int32_t build(std::int32_t begin, std::int32_t end) {
-        const auto id = static_cast<std::int32_t>(clusters.size());
-        clusters.emplace_back();
-        describe(clusters.back(), begin, end);
-        // A cluster of at most kLanes nodes, or a leaf, not within the last group is a group.
-        const bool leaf = end - begin <= leaf_;
-        if ((leaf || end - begin <= kLanes) &&
-            (groups.empty() || clusters[static_cast<std::size_t>(groups.back())].end <= begin))
-            groups.push_back(id);
-        if (leaf) {
+    // The cone that holds the normals (nx, ny, nz at at(k)) of tree
+    // positions [begin, end): its axis (the normalised sum of the normals,
+    // zero when that is zero) and the cosine of its half angle.
+    struct Normals {
+        const double *nx, *ny, *nz;
+    };
+    template <class At>
+    static double cone(Normals p, At at, std::int32_t begin, std::int32_t end, double axis[3]) {
+        double n[3] = {0, 0, 0};
+        for (std::int32_t k = begin; k < end; ++k) {
+            const std::size_t i = at(k);
+            n[0] += p.nx[i], n[1] += p.ny[i], n[2] += p.nz[i];
+        }
+        const double nl = std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]);
+        for (int a = 0; a < 3; ++a) axis[a] = nl > 0.0 ? n[a] / nl : 0.0;
+        double cosA = nl > 0.0 ? 1.0 : -1.0;
+        for (std::int32_t k = begin; k < end; ++k) {
+            const std::size_t i = at(k);
+            const double len = std::sqrt(p.nx[i] * p.nx[i] + p.ny[i] * p.ny[i] + p.nz[i] * p.nz[i]);
+            const double cosN = (axis[0] * p.nx[i] + axis[1] * p.ny[i] + axis[2] * p.nz[i]) / len;
+            if (!(cosN >= cosA)) cosA = std::isnan(cosN) ? -1.0 : std::max(-1.0, cosN);
+        }
+        return cosA;
+    }
+
+    // Cluster `id` over the nodes [begin, end) of the tree order, and its subtree.
+    void split(std::int32_t id, std::int32_t begin, std::int32_t end) {
+        Cluster& C = clusters[static_cast<std::size_t>(id)];
+        C.begin = begin;
+        C.end = end;
+        C.child[0] = C.child[1] = -1;
+        if (end - begin <= leaf_) {
             for (std::int32_t k = begin; k < end; ++k) leafOf[static_cast<std::size_t>(k)] = id;
-            return id;
+            return;
         }
         // A cluster whose normals spread over more than 60 degrees (both
         // sides of a thin wing, a sharp edge) is split by the normals, so
         // that its parts can be skipped or taken whole; others by position.
-        const bool byNormal = clusters[static_cast<std::size_t>(id)].cosA < 0.5;
+        double axisN[3];
+        const bool byNormal =
+            cone({p_.nx.data(), p_.ny.data(), p_.nz.data()}, [&](std::int32_t k) { return static_cast<std::size_t>(order[static_cast<std::size_t>(k)]); }, begin,
+                 end, axisN) < 0.5;
         auto key = [&](std::int32_t i, int axis) { return byNormal ? dir(i, axis) : pos(i, axis); };
         double lo[3], hi[3];
         for (int a = 0; a < 3; ++a) lo[a] = hi[a] = key(order[static_cast<std::size_t>(begin)], a);
@@ -263,35 +313,34 @@ private:
         const std::int32_t mid = begin + (end - begin) / 2;
         std::nth_element(order.begin() + begin, order.begin() + mid, order.begin() + end,
                          [&](std::int32_t i, std::int32_t j) { return key(i, axis) < key(j, axis); });
-        const std::int32_t left = build(begin, mid);
-        const std::int32_t right = build(mid, end);
-        clusters[static_cast<std::size_t>(id)].child[0] = left;
-        clusters[static_cast<std::size_t>(id)].child[1] = right;
-        return id;
+        const std::int32_t left = id + 1;
+        const auto right = static_cast<std::int32_t>(left + subtreeClusters(mid - begin));
+        C.child[0] = left;
+        C.child[1] = right;
+        constexpr std::int32_t kTaskNodes = 4096;  // smaller subtrees are split by the task that meets them
+#pragma omp task if (end - begin > kTaskNodes)
+        split(left, begin, mid);
+        split(right, mid, end);
+#pragma omp taskwait
     }
 
-    void describe(Cluster& C, std::int32_t begin, std::int32_t end) const {
-        C.begin = begin;
-        C.end = end;
-        C.child[0] = C.child[1] = -1;
-        auto at = [&](std::int32_t k) { return static_cast<std::size_t>(order[static_cast<std::size_t>(k)]); };
-        double lo[3] = {p_.x[at(begin)], p_.y[at(begin)], p_.z[at(begin)]}, hi[3] = {lo[0], lo[1], lo[2]};
-        double n[3] = {0, 0, 0};
+    // Cluster C's sphere, cone, slab, moments and samples, from the flat arrays.
+    void describe(Cluster& C) const {
+        const std::int32_t begin = C.begin, end = C.end;
+        auto at = [](std::int32_t k) { return static_cast<std::size_t>(k); };
+        double lo[3] = {x[at(begin)], y[at(begin)], z[at(begin)]}, hi[3] = {lo[0], lo[1], lo[2]};
         for (std::int32_t k = begin; k < end; ++k) {
             const std::size_t i = at(k);
-            const double q[3] = {p_.x[i], p_.y[i], p_.z[i]};
+            const double q[3] = {x[i], y[i], z[i]};
             for (int a = 0; a < 3; ++a) {
                 lo[a] = std::min(lo[a], q[a]);
                 hi[a] = std::max(hi[a], q[a]);
             }
-            n[0] += p_.nx[i], n[1] += p_.ny[i], n[2] += p_.nz[i];
         }
         for (int a = 0; a < 3; ++a) C.c[a] = 0.5 * (lo[a] + hi[a]);
-        const double nl = std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]);
-        for (int a = 0; a < 3; ++a) C.axis[a] = nl > 0.0 ? n[a] / nl : 0.0;
+        C.cosA = cone({nx.data(), ny.data(), nz.data()}, at, begin, end, C.axis);
         C.rho = 0.0;
         C.hlo = C.hhi = 0.0;
-        C.cosA = nl > 0.0 ? 1.0 : -1.0;
         std::fill(std::begin(C.W), std::end(C.W), 0.0);
         C.mass = 0.0;
         std::fill(std::begin(C.D), std::end(C.D), 0.0);
@@ -300,19 +349,16 @@ private:
         double nearestD = std::numeric_limits<double>::infinity();
         for (std::int32_t k = begin; k < end; ++k) {
             const std::size_t i = at(k);
-            const double d[3] = {p_.x[i] - C.c[0], p_.y[i] - C.c[1], p_.z[i] - C.c[2]};
+            const double d[3] = {x[i] - C.c[0], y[i] - C.c[1], z[i] - C.c[2]};
             const double r = std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]);
             if (!(r <= C.rho)) C.rho = r;  // NaN sticks
             const double h = C.axis[0] * d[0] + C.axis[1] * d[1] + C.axis[2] * d[2];
             C.hlo = std::min(C.hlo, h);
             C.hhi = std::max(C.hhi, h);
             if (r < nearestD) nearestD = r, nearest = k;
-            const double len = std::sqrt(p_.nx[i] * p_.nx[i] + p_.ny[i] * p_.ny[i] + p_.nz[i] * p_.nz[i]);
-            const double cosN = (C.axis[0] * p_.nx[i] + C.axis[1] * p_.ny[i] + C.axis[2] * p_.nz[i]) / len;
-            if (!(cosN >= C.cosA)) C.cosA = std::isnan(cosN) ? -1.0 : std::max(-1.0, cosN);
-            const double w = p_.value[i] * p_.area[i];
+            const double w = value[i] * area[i];
             C.mass += std::abs(w);
-            const double b[3] = {w * p_.nx[i], w * p_.ny[i], w * p_.nz[i]};
+            const double b[3] = {w * nx[i], w * ny[i], w * nz[i]};
             for (int r0 = 0; r0 < 3; ++r0) {
                 C.W[r0] += b[r0];
                 for (int c0 = 0; c0 < 3; ++c0) C.D[3 * r0 + c0] += b[r0] * d[c0];
@@ -333,7 +379,7 @@ private:
                 double dmin = std::numeric_limits<double>::infinity();
                 for (int s = 0; s < C.samples; ++s) {
                     const std::size_t i = at(k), j = at(C.sample[s]);
-                    const double d[3] = {p_.x[i] - p_.x[j], p_.y[i] - p_.y[j], p_.z[i] - p_.z[j]};
+                    const double d[3] = {x[i] - x[j], y[i] - y[j], z[i] - z[j]};
                     dmin = std::min(dmin, d[0] * d[0] + d[1] * d[1] + d[2] * d[2]);
                 }
                 if (dmin > bestD) bestD = dmin, best = k;
