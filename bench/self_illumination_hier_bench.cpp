@@ -118,10 +118,13 @@ double relativeError(const FieldMasterD& f, const std::string& source, const std
 
 // Exact and hierarchical (tolerance 1e-3) on one model; the iteration time is
 // the hierarchical run's. Args: model (0 sphere, 1 example, 2 concave), size
-// (sphere: nodes, example: refinements, concave: bowl side), obstruction test.
+// (sphere: nodes, example: refinements, concave: bowl side), obstruction
+// test, whether the tolerance may run the exact pass where that is cheaper
+// (0: the walk itself is measured).
 void BM_HierarchicalVersusExact(benchmark::State& state) {
     const auto kind = static_cast<int>(state.range(0));
     const bool visibility = state.range(2) != 0;
+    tundrel::detail::preferExactWhenCheaper(state.range(3) != 0);
     const FieldMasterD& f = model(kind, static_cast<int>(state.range(1)));
     const std::string source = sourceOf(kind);
     double exactSeconds = 0, hierSeconds = 0, error = 0, exactCpu = 0, hierCpu = 0;
@@ -149,15 +152,20 @@ void BM_HierarchicalVersusExact(benchmark::State& state) {
     state.counters["error"] = error;
     state.counters["terms/node"] = static_cast<double>(stats.clusterTerms) / static_cast<double>(stats.participants);
     state.counters["rays/node"] = static_cast<double>(stats.segmentTests) / static_cast<double>(stats.participants);
+    tundrel::detail::preferExactWhenCheaper(true);
 }
 BENCHMARK(BM_HierarchicalVersusExact)
-    ->ArgNames({"model", "size", "vis"})
-    ->Args({0, 70000, 0})
-    ->Args({1, 2, 0})
-    ->Args({2, 150, 0})
-    ->Args({1, 2, 1})
-    ->Args({0, 20000, 1})
-    ->Args({2, 80, 1})
+    ->ArgNames({"model", "size", "vis", "choice"})
+    ->Args({0, 70000, 0, 1})
+    ->Args({1, 2, 0, 1})
+    ->Args({2, 150, 0, 1})
+    ->Args({1, 2, 1, 1})
+    ->Args({0, 20000, 1, 1})
+    ->Args({2, 80, 1, 1})
+    ->Args({0, 20000, 1, 0})
+    ->Args({2, 80, 1, 0})
+    ->Args({1, 0, 1, 1})
+    ->Args({1, 0, 1, 0})
     ->Unit(benchmark::kSecond)
     ->UseManualTime()
     ->Iterations(1);

@@ -98,8 +98,14 @@ struct FarFieldRule {
     // Above 0: each receiver may leave out clusters whose shares are bounded
     // by a quarter of tolerance times the largest correction of a sample.
     double tolerance = 0.0;
+    // With the obstruction test: run the exact pass instead when a few
+    // receivers' walks show that it would trace about as many rays.
+    bool exactWhenCheaper = false;
 };
+// The rule a tolerance asks for; exactWhenCheaper as preferExactWhenCheaper
+// last set it (on unless a test or benchmark measures the walk itself).
 FarFieldRule farFieldRule(double tolerance);
+void preferExactWhenCheaper(bool on);
 
 // The received sums as illuminationSums gives them, with far clusters of
 // emitters taken whole by `rule`; with the obstruction test when bvh is not

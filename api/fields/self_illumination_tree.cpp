@@ -149,6 +149,12 @@ constexpr int kSamples = 4;
 constexpr std::size_t kAllowanceSamples = 256;
 constexpr std::size_t kObstructedSamples = 8;  // of them walked again with the obstruction test
 constexpr double kAllowanceShare = 0.25;
+// The exact pass runs instead when a receiver's walk (alone, each leaf pair
+// traced from both sides) traces at least this share of the rays the exact
+// pass traces a node.
+constexpr double kCheaperShare = 0.5;
+constexpr std::size_t kRaySamples = 32;
+constexpr std::size_t kPairSamples = 4096;
 constexpr std::int32_t kTrimAfter = 256;
 // Pairs of leaves the pair cache keeps, a participant (about 110 bytes
 // each): the concave model of 16,400 nodes would fill 14 a node, the
@@ -768,7 +774,10 @@ public:
         // into its field, what it cannot judge as one is walked receiver by
         // receiver from there.
         if (live != 0 && !t_.clusters.empty()) {
-            if (describeGroup(n, live)) {
+            // With the obstruction test the group only skips clusters and
+            // hands them on: a receiver on its own walks from the root, as
+            // a group of one would open every cluster down to its leaves.
+            if (!(bvh_ != nullptr && n == 1) && describeGroup(n, live)) {
                 double spent = 0.0;
                 const int whole = walkGroup(judge, spent);
                 if (whole > 0) fieldToLanes(live);
@@ -1091,13 +1100,40 @@ private:
 
 }  // namespace
 
+namespace {
+std::atomic<bool> exactWhenCheaperByDefault{true};
+
+// The share of the pairs of participants that exchange (both cosines
+// positive), from kPairSamples pairs drawn by a fixed sequence.
+double exchangingShare(const IlluminationNodes& p) {
+    const std::size_t M = p.size();
+    std::uint64_t state = 0x9E3779B97F4A7C15ull;
+    auto draw = [&] {
+        state = state * 6364136223846793005ull + 1442695040888963407ull;
+        return static_cast<std::size_t>((state >> 33) % M);
+    };
+    std::size_t exchanging = 0, drawn = 0;
+    for (; drawn < kPairSamples; ++drawn) {
+        const std::size_t i = draw(), j = draw();
+        const double d[3] = {p.x[j] - p.x[i], p.y[j] - p.y[i], p.z[j] - p.z[i]};
+        const double cosR = p.nx[i] * d[0] + p.ny[i] * d[1] + p.nz[i] * d[2];
+        const double cosE = -(p.nx[j] * d[0] + p.ny[j] * d[1] + p.nz[j] * d[2]);
+        exchanging += i != j && cosR > 0.0 && cosE > 0.0;
+    }
+    return static_cast<double>(exchanging) / static_cast<double>(drawn);
+}
+}  // namespace
+
 FarFieldRule farFieldRule(double tolerance) {
     FarFieldRule r;
     r.order = 2;
     r.tolerance = std::max(0.0, tolerance);
     r.theta = std::min(0.5, 2.5 * std::cbrt(std::max(0.0, tolerance)));
+    r.exactWhenCheaper = exactWhenCheaperByDefault.load();
     return r;
 }
+
+void preferExactWhenCheaper(bool on) { exactWhenCheaperByDefault.store(on); }
 
 std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, FarFieldRule rule,
                                      const SurfaceBvh* bvh, SelfIlluminationStats* stats, WorkShare share) {
@@ -1144,6 +1180,28 @@ std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, F
         double largest = 0.0;
         for (const std::size_t k : rank) largest = std::max(largest, std::max(0.0, size(k)));
         allowance = kAllowanceShare * rule.tolerance * largest;
+    }
+    // With the obstruction test, a model that sees much of itself near by
+    // (the inside of a closed sphere, two bowls facing each other) has the
+    // walks trace about as many rays as the exact pass, and dearer ones
+    // (whole segments): a few receivers spread over the tree, walked alone
+    // without shared answers, tell, and the exact pass runs instead. Every
+    // share of a run finds the same.
+    if (bvh != nullptr && rule.exactWhenCheaper && rule.tolerance > 0.0 && M > 1) {
+        const std::size_t n = std::min<std::size_t>(M, kRaySamples);
+        std::int64_t rays = 0;
+#pragma omp parallel reduction(+ : rays)
+        {
+            Group walk(tree, ratio, rule, bvh, sqrtPi, nullptr, uses.get());
+            walk.allowance = allowance;
+            double sum = 0.0;
+#pragma omp for schedule(dynamic, 1)
+            for (std::size_t k = 0; k < n; ++k) walk.sum(k * M / n, 1, &sum);
+            rays += walk.tests;
+        }
+        const double exact = exchangingShare(p) * static_cast<double>(M - 1) / 2.0;  // a node, each pair once
+        if (static_cast<double>(rays) / static_cast<double>(n) >= kCheaperShare * exact)
+            return illuminationSums(p, ratio, bvh, stats, share);
     }
     // A share of several: its own groups of receivers only, dealt out as
     // ownsBlock deals out blocks of rows.

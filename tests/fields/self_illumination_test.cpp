@@ -274,6 +274,7 @@ TEST_F(SelfIlluminationDialogLoop, CoreRefusesWithTheDialogsMessagesInItsOrder) 
 // 1 - ratio / 4 (ratio f / 4 less on a cap of the fraction f); two bowls
 // facing each other with a plate between them have pairs the plate hides.
 TEST(SelfIlluminationHierarchy, StaysWithinTheToleranceOfTheExactCorrection) {
+    const testutil::WalkItself walk;
     const struct {
         int shape;  // 0 sphere, 1 cap (the nodes with z > 0.5 selected), 2 bowls and plate, 3 thin wing over a bowl,
                     // 4 two small plates far apart facing each other (taken whole by groups of receivers)
@@ -319,6 +320,33 @@ TEST(SelfIlluminationHierarchy, StaysWithinTheToleranceOfTheExactCorrection) {
             EXPECT_GT(stats.clusterTerms, c.shape == 4 ? 0 : stats.participants);
         }
         EXPECT_EQ(stats.segmentTests > 0, c.visibility);
+    }
+}
+
+// With the obstruction test a tolerance runs the exact pass where the walks
+// would trace about as many rays as it does (the inside of a closed sphere:
+// every pair exchanges, near by), and the walk where far parts can be judged
+// by a few rays (two plates far apart).
+TEST(SelfIlluminationHierarchy, RunsTheExactPassWhereThatIsCheaper) {
+    auto plate = [](double z, double n) {
+        return shapes::grid(16, 16, [=](int i, int j) { return V(0.05 * i + 0.1 * z, 0.05 * j, z); }, {0, 0, n});
+    };
+    const struct {
+        std::vector<shapes::Block> blocks;
+        bool exact;
+    } cases[] = {{{shapes::sphere(20, 40, 1.0)}, true}, {{plate(0.0, 1.0), plate(20.0, -1.0)}, false}};
+    for (const auto& c : cases) {
+        const FieldMasterD f = shapes::build(c.blocks);
+        const auto exact = tundrel::detail::selfIlluminationValues(f, "P", 0.8, true);
+        tundrel::SelfIlluminationStats stats;
+        const auto got = tundrel::detail::selfIlluminationValues(f, "P", 0.8, true, &stats, 1e-3);
+        ASSERT_EQ(got.size(), exact.size());
+        if (c.exact) {
+            EXPECT_EQ(std::memcmp(got.data(), exact.data(), got.size() * sizeof(double)), 0);
+            EXPECT_EQ(stats.clusterTerms, 0);
+        } else {
+            EXPECT_GT(stats.clusterTerms, stats.participants);
+        }
     }
 }
 

@@ -33,6 +33,7 @@ std::vector<double> field(const FieldMasterD& f, const std::string& name) {
 class WorkShares : public testutil::HostTest {};
 
 TEST_F(WorkShares, SharesAddedUpGiveTheWholeRun) {
+    const testutil::WalkItself walk;  // the walk's shares, where the exact pass would be cheaper too
     const struct {
         double tolerance;
         bool visibility, select;

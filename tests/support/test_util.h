@@ -14,9 +14,19 @@
 #include <string>
 
 #include "api/TundrelApi.h"
+#include "api/detail/self_illumination_kernel.h"
 #include "tests/support/models.h"
 
 namespace testutil {
+
+// For one scope, a tolerance with the obstruction test runs the hierarchical
+// walk even where the exact pass would be cheaper: tests of the walk itself.
+struct WalkItself {
+    WalkItself() { tundrel::detail::preferExactWhenCheaper(false); }
+    ~WalkItself() { tundrel::detail::preferExactWhenCheaper(true); }
+    WalkItself(const WalkItself&) = delete;
+    WalkItself& operator=(const WalkItself&) = delete;
+};
 
 namespace fs = std::filesystem;
 
