@@ -153,7 +153,7 @@ constexpr double kAllowanceShare = 0.25;
 // traced from both sides) traces at least this share of the rays the exact
 // pass traces a node.
 constexpr double kCheaperShare = 0.5;
-constexpr std::size_t kRaySamples = 32;
+constexpr std::size_t kRaySamples = 64;
 constexpr std::size_t kPairSamples = 4096;
 constexpr std::int32_t kTrimAfter = 256;
 // Pairs of leaves the pair cache keeps, a participant (about 110 bytes
@@ -749,6 +749,8 @@ public:
 
     // What each receiver may leave out in clusters whose bound is small.
     double allowance = 0.0;
+    // Rays are counted, not traced: every one is taken as clear.
+    bool dry = false;
 
     std::int64_t tests = 0, terms = 0;
 
@@ -958,8 +960,14 @@ private:
     // built once it has been an end of kTrimAfter rays, when they begin to
     // pay for themselves.
     void use(std::size_t position) {
-        if (uses_[position].fetch_add(1, std::memory_order_relaxed) == kTrimAfter)
+        if (uses_ != nullptr && uses_[position].fetch_add(1, std::memory_order_relaxed) == kTrimAfter)
             bvh_->buildEnd(t_.node[position]);
+    }
+
+    // The obstruction tests of n pairs (none in a dry walk).
+    void trace(const std::int32_t* from, const std::int32_t* to, int n, bool* hidden) {
+        if (dry) std::fill(hidden, hidden + n, false);
+        else bvh_->occludedPairs(from, to, n, hidden, SurfaceBvh::Trace::asBuilt);
     }
 
     // How many of the cluster's samples the surface hides from receiver l.
@@ -984,7 +992,7 @@ private:
                     use(static_cast<std::size_t>(C.sample[s]));
                 }
             }
-            bvh_->occludedPairs(from, to, n, hidden, SurfaceBvh::Trace::asBuilt);
+            trace(from, to, n, hidden);
             tests += n;
             for (int k = 0; k < lanes; ++k) {
                 const int h = static_cast<int>(std::count(hidden + k * C.samples, hidden + (k + 1) * C.samples, true));
@@ -1073,7 +1081,7 @@ private:
                 use(i);
                 use(j);
             }
-            bvh_->occludedPairs(from, target, n, hidden, SurfaceBvh::Trace::asBuilt);
+            trace(from, target, n, hidden);
             tests += n;
             for (int k = 0; k < n; ++k) {
                 const Traced& t = trace_[k0 + k];
@@ -1168,6 +1176,31 @@ std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, F
         std::iota(rank.begin(), rank.end(), std::size_t{0});
         auto size = [&](std::size_t k) { return std::isfinite(sampled[k]) ? std::abs(sampled[k]) : -1.0; };
         std::stable_sort(rank.begin(), rank.end(), [&](std::size_t a, std::size_t b) { return size(a) > size(b); });
+        // With the obstruction test, a model that sees much of itself near
+        // by (the inside of a closed sphere, two bowls facing each other)
+        // has the walks trace about as many rays as the exact pass, and
+        // dearer ones (whole segments): a few receivers spread over the
+        // tree, walked alone without tracing (every ray taken as clear) and
+        // with the allowance these samples give before obstruction (the
+        // larger), tell, and the exact pass runs instead. Every share of a
+        // run finds the same.
+        if (bvh != nullptr && rule.exactWhenCheaper && M > 1) {
+            const std::size_t m = std::min<std::size_t>(M, kRaySamples);
+            std::int64_t rays = 0;
+#pragma omp parallel reduction(+ : rays)
+            {
+                Group walk(tree, ratio, rule, bvh, sqrtPi);
+                walk.allowance = kAllowanceShare * rule.tolerance * std::max(0.0, size(rank[0]));
+                walk.dry = true;
+                double sum = 0.0;
+#pragma omp for schedule(dynamic, 1)
+                for (std::size_t k = 0; k < m; ++k) walk.sum(k * M / m, 1, &sum);
+                rays += walk.tests;
+            }
+            const double exact = exchangingShare(p) * static_cast<double>(M - 1) / 2.0;  // a node, each pair once
+            if (static_cast<double>(rays) / static_cast<double>(m) >= kCheaperShare * exact)
+                return illuminationSums(p, ratio, bvh, stats, share);
+        }
         if (bvh != nullptr) {
             rank.resize(std::min(n, kObstructedSamples));
 #pragma omp parallel
@@ -1180,28 +1213,6 @@ std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, F
         double largest = 0.0;
         for (const std::size_t k : rank) largest = std::max(largest, std::max(0.0, size(k)));
         allowance = kAllowanceShare * rule.tolerance * largest;
-    }
-    // With the obstruction test, a model that sees much of itself near by
-    // (the inside of a closed sphere, two bowls facing each other) has the
-    // walks trace about as many rays as the exact pass, and dearer ones
-    // (whole segments): a few receivers spread over the tree, walked alone
-    // without shared answers, tell, and the exact pass runs instead. Every
-    // share of a run finds the same.
-    if (bvh != nullptr && rule.exactWhenCheaper && rule.tolerance > 0.0 && M > 1) {
-        const std::size_t n = std::min<std::size_t>(M, kRaySamples);
-        std::int64_t rays = 0;
-#pragma omp parallel reduction(+ : rays)
-        {
-            Group walk(tree, ratio, rule, bvh, sqrtPi, nullptr, uses.get());
-            walk.allowance = allowance;
-            double sum = 0.0;
-#pragma omp for schedule(dynamic, 1)
-            for (std::size_t k = 0; k < n; ++k) walk.sum(k * M / n, 1, &sum);
-            rays += walk.tests;
-        }
-        const double exact = exchangingShare(p) * static_cast<double>(M - 1) / 2.0;  // a node, each pair once
-        if (static_cast<double>(rays) / static_cast<double>(n) >= kCheaperShare * exact)
-            return illuminationSums(p, ratio, bvh, stats, share);
     }
     // A share of several: its own groups of receivers only, dealt out as
     // ownsBlock deals out blocks of rows.
