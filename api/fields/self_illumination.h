@@ -74,6 +74,9 @@ struct SelfIlluminationStats {
 // EPS > 0 runs the hierarchical one for large models: far groups of nodes are
 // taken whole, aiming at max |c_h - c| <= EPS max |c| over the nodes, with c
 // the amount the exact correction subtracts; 1e-3 is a sensible choice.
+// With the obstruction test, where a few receivers' walks show that the
+// hierarchical pass would trace about as many rays as the exact one (small
+// models, surfaces that mostly face themselves), the exact one runs.
 struct SelfIlluminationParameters {
     double ratio = 1.0;            // diffuse reflection ratio, 0 to 1
     bool checkVisibility = false;  // the obstruction test for every pair

@@ -117,6 +117,10 @@
 // segments everywhere take 29.5 s; the example refined twice: 1.0 s where
 // trimming everywhere takes 1.3 s).
 //
+// Where a few receivers' dry walks (rays counted, none traced) come to at
+// least half the rays the exact pass traces a node, the exact pass runs
+// instead (see hierarchicalSums).
+//
 // Memory: the participants in tree order (about 90 bytes a node), one
 // cluster of about 370 bytes for every 8 nodes, and the sums; with the
 // obstruction test also a ray count a node and the pair cache (at most 8
