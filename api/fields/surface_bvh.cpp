@@ -132,7 +132,9 @@ struct BvhData {
         std::atomic<float> clear{0.0f};     // distance to the nearest face that does not touch the node
         std::atomic<float> ball[2] = {};    // radii of empty balls tangent at the node along +normal, -normal
         std::atomic<float> normal[3] = {};  // unit, or zero
-        std::atomic<float> spread{1.0f};    // sine of the largest angle between the normal and a face's
+        // |cos| of the angle between the normal and a segment below which the
+        // segment leaves the node too near one of its faces' planes to be trimmed
+        std::atomic<float> steepest{std::numeric_limits<float>::infinity()};
         std::atomic<std::uint8_t> ready{0}; // kCore, then kBall << side as each side's ball is found
         std::atomic<std::uint8_t> taken{0}; // the same bits, as a thread begins to find them
     };
@@ -198,6 +200,7 @@ struct EndQuery {
 
 // A float no larger than v.
 float roundedDown(double v) { return std::nextafter(static_cast<float>(v), 0.0f); }
+float roundedUp(double v) { return std::nextafter(static_cast<float>(v), std::numeric_limits<float>::infinity()); }
 
 bool touches(const BvhData& m, std::int32_t t, std::int32_t w) {
     const std::int32_t* c = m.corners.data() + 3 * static_cast<std::size_t>(t);
@@ -350,8 +353,13 @@ const BvhData::NodeEnd* endOf(const BvhData& m, std::int32_t w) {
     double least = q.balls && q.faceCount <= EndQuery::kFaces ? 1.0 : 0.0;
     for (int f = 0; f < q.faceCount && f < EndQuery::kFaces && least > 0.0; ++f)
         least = std::min(least, std::abs(q.n[0] * q.face[f][0] + q.n[1] * q.face[f][1] + q.n[2] * q.face[f][2]));
-    e.spread.store(static_cast<float>(std::min(1.0, std::sqrt(std::max(0.0, 1.0 - least * least)) + 1e-6)),
-                   std::memory_order_relaxed);
+    // A segment at angle theta to the normal clears the faces' planes by at
+    // least |cos theta| cos s - sin s (s the spread, padded), which must be
+    // kLeastSlope: stored as the least |cos theta|, rounded up.
+    const double sine = std::min(1.0, std::sqrt(std::max(0.0, 1.0 - least * least)) + 1e-6);
+    const double cosine = std::sqrt(std::max(0.0, 1.0 - sine * sine));
+    const double steepest = cosine > 0.0 ? (kLeastSlope + sine) / cosine : std::numeric_limits<double>::infinity();
+    e.steepest.store(roundedUp(steepest), std::memory_order_relaxed);
     e.ready.fetch_or(BvhData::kCore, std::memory_order_release);
     return &e;
 }
@@ -394,21 +402,24 @@ double ballOf(const BvhData& m, std::int32_t w, int side) {
     return found;
 }
 
-// How far from node w along the unit direction u the segment stays in the
-// node's end regions; 0 for a segment that leaves the node almost in the
-// plane of one of its faces. Such a segment may run in the plane of other
+// How far from node w along the unit direction sign * u the segment stays
+// in the node's end regions; 0 for a segment that leaves the node almost in
+// the plane of one of its faces. Such a segment may run in the plane of other
 // faces nearby, where Embree's distance along the ray is rounding noise: the
-// whole segment is traced then, as occluded() traces it.
-double reachOf(const BvhData& m, std::int32_t w, const double u[3]) {
-    const BvhData::NodeEnd* found = endOf(m, w);
-    if (found == nullptr) return 0.0;
-    const BvhData::NodeEnd& e = *found;
-    const double c = u[0] * e.normal[0].load(std::memory_order_relaxed) + u[1] * e.normal[1].load(std::memory_order_relaxed) +
-                     u[2] * e.normal[2].load(std::memory_order_relaxed);
-    const double sine = e.spread.load(std::memory_order_relaxed);
-    if (std::abs(c) * std::sqrt(std::max(0.0, 1.0 - sine * sine)) - sine < kLeastSlope) return 0.0;
-    const double ball = c > 0.0 ? 2.0 * ballOf(m, w, 0) * c : -2.0 * ballOf(m, w, 1) * c;
-    return std::max(static_cast<double>(e.clear.load(std::memory_order_relaxed)), ball);
+// whole segment is traced then, as occluded() traces it. Regions not yet
+// found are found now when `build`, else the segment is not trimmed there.
+inline double reachOf(const BvhData& m, std::int32_t w, const double u[3], double sign, bool build) {
+    const BvhData::NodeEnd& e = m.ends[static_cast<std::size_t>(w)];
+    const std::uint8_t ready = e.ready.load(std::memory_order_acquire);
+    if ((ready & BvhData::kCore) == 0 && !(build && endOf(m, w) != nullptr)) return 0.0;
+    const double c = sign * (u[0] * e.normal[0].load(std::memory_order_relaxed) +
+                             u[1] * e.normal[1].load(std::memory_order_relaxed) +
+                             u[2] * e.normal[2].load(std::memory_order_relaxed));
+    if (std::abs(c) < e.steepest.load(std::memory_order_relaxed)) return 0.0;
+    const int side = c > 0.0 ? 0 : 1;
+    const double ball = (ready & (BvhData::kBall << side)) != 0 ? e.ball[side].load(std::memory_order_relaxed)
+                                                               : ballOf(m, w, side);
+    return std::max(static_cast<double>(e.clear.load(std::memory_order_relaxed)), 2.0 * ball * std::abs(c));
 }
 
 // Distance along origin + t * dir to triangle t in double precision
@@ -606,46 +617,65 @@ void SurfaceBvh::occludedPairs(const std::int32_t* a, const std::int32_t* b, int
     std::int32_t ends[2 * kPacket] = {};
     ctx.rayEnds = ends;
 
-    // Every lane as occludedBetween sets up its single ray, then moves the
-    // ray's ends in by the end regions (faces there never count).
-    RTCRay8 rays{};
+    // The ends' positions and regions lie scattered in memory: all of them
+    // are asked for before the first is used.
+    std::size_t ua[kPacket], ub[kPacket];
+    for (int k = 0; k < count; ++k) {
+        ua[k] = check(a[k]), ub[k] = check(b[k]);
+        ends[2 * k] = m.weld[ua[k]];
+        ends[2 * k + 1] = m.weld[ub[k]];
+        __builtin_prefetch(m.xyz.data() + 3 * ub[k]);
+        if (m.trim) __builtin_prefetch(&m.ends[static_cast<std::size_t>(ends[2 * k + 1])]);
+    }
+    // Every lane as occludedBetween sets up its single ray (the square roots
+    // and divisions of all lanes together), then moves the ray's ends in by
+    // the end regions (faces there never count).
+    alignas(32) double org[3][kPacket], dir[3][kPacket], len[kPacket], inv[kPacket], tnear[kPacket],
+                       tfar[kPacket], margin[kPacket];
+    for (int k = 0; k < count; ++k) {
+        const double* p = m.xyz.data() + 3 * ua[k];
+        const double* q = m.xyz.data() + 3 * ub[k];
+        for (int c = 0; c < 3; ++c) org[c][k] = p[c], dir[c][k] = q[c] - p[c];
+    }
+    for (int k = 0; k < count; ++k) {
+        len[k] = std::sqrt(dir[0][k] * dir[0][k] + dir[1][k] * dir[1][k] + dir[2][k] * dir[2][k]);
+        tnear[k] = kEndTolerance + kExtentTolerance * m.extent / len[k];
+        tfar[k] = 1.0 - tnear[k];
+        // (the regions' margin absorbs the rounding of 1 / len)
+        inv[k] = 1.0 / len[k];
+        margin[k] = kTrimMargin * (m.extent + len[k]);
+    }
+    const bool build = how != Trace::asBuilt;
     alignas(32) int valid[kPacket] = {};
     bool any = false;
     for (int k = 0; k < count; ++k) {
         hidden[k] = false;
-        const std::size_t ua = check(a[k]), ub = check(b[k]);
-        const double d[3] = {m.s.x[ub] - m.s.x[ua], m.s.y[ub] - m.s.y[ua], m.s.z[ub] - m.s.z[ua]};
-        const double len = std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]);
-        const double skip = kEndTolerance + kExtentTolerance * m.extent / len;
-        if (!(len > 0.0) || !(skip < 0.5)) continue;
-        ends[2 * k] = m.weld[ua];
-        ends[2 * k + 1] = m.weld[ub];
-        double tnear = skip, tfar = 1.0 - skip;
+        if (!(len[k] > 0.0) || !(tnear[k] < 0.5)) continue;
         if (m.trim) {
-            const double u[3] = {d[0] / len, d[1] / len, d[2] / len}, back[3] = {-u[0], -u[1], -u[2]};
-            const double margin = kTrimMargin * (m.extent + len);
-            auto reach = [&](std::int32_t w, const double* dir) {
-                if (how == Trace::asBuilt &&
-                    (m.ends[static_cast<std::size_t>(w)].ready.load(std::memory_order_acquire) & BvhData::kCore) == 0)
-                    return margin;  // not built: not trimmed
-                return reachOf(m, w, dir);
-            };
-            tnear = std::max(tnear, (reach(ends[2 * k], u) - margin) / len);
-            tfar = std::min(tfar, 1.0 - (reach(ends[2 * k + 1], back) - margin) / len);
-            if (!(tnear < tfar)) continue;  // the end regions cover the segment
+            const double u[3] = {dir[0][k] * inv[k], dir[1][k] * inv[k], dir[2][k] * inv[k]};
+            tnear[k] = std::max(tnear[k], (reachOf(m, ends[2 * k], u, 1.0, build) - margin[k]) * inv[k]);
+            tfar[k] = std::min(tfar[k], 1.0 - (reachOf(m, ends[2 * k + 1], u, -1.0, build) - margin[k]) * inv[k]);
+            if (!(tnear[k] < tfar[k])) continue;  // the end regions cover the segment
         }
         valid[k] = -1;
         any = true;
-        rays.org_x[k] = static_cast<float>(m.s.x[ua] - m.centre[0]);
-        rays.org_y[k] = static_cast<float>(m.s.y[ua] - m.centre[1]);
-        rays.org_z[k] = static_cast<float>(m.s.z[ua] - m.centre[2]);
-        rays.dir_x[k] = static_cast<float>(d[0]);
-        rays.dir_y[k] = static_cast<float>(d[1]);
-        rays.dir_z[k] = static_cast<float>(d[2]);
-        rays.tnear[k] = static_cast<float>(tnear);
-        rays.tfar[k] = static_cast<float>(tfar);
+    }
+    // Every lane is written, the unused ones as empty rays.
+    RTCRay8 rays;
+    for (int k = 0; k < kPacket; ++k) {
+        const bool v = valid[k] != 0;
+        rays.org_x[k] = v ? static_cast<float>(org[0][k] - m.centre[0]) : 0.0f;
+        rays.org_y[k] = v ? static_cast<float>(org[1][k] - m.centre[1]) : 0.0f;
+        rays.org_z[k] = v ? static_cast<float>(org[2][k] - m.centre[2]) : 0.0f;
+        rays.dir_x[k] = v ? static_cast<float>(dir[0][k]) : 0.0f;
+        rays.dir_y[k] = v ? static_cast<float>(dir[1][k]) : 0.0f;
+        rays.dir_z[k] = v ? static_cast<float>(dir[2][k]) : 0.0f;
+        rays.tnear[k] = v ? static_cast<float>(tnear[k]) : 0.0f;
+        rays.tfar[k] = v ? static_cast<float>(tfar[k]) : 0.0f;
+        rays.time[k] = 0.0f;
         rays.mask[k] = 0xFFFFFFFFu;
         rays.id[k] = static_cast<unsigned>(k);
+        rays.flags[k] = 0;
     }
     if (!any) return;
     rtcOccluded8(valid, m.scene, &ctx.base, &rays);
