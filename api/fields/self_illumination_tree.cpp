@@ -425,10 +425,30 @@ struct Judge {
     int order;
 };
 
+// The exact kernel's share of emitter j at receiver i, written with one
+// division: with d = P_j - P_i, r = |d|, a = N_i . d = r cosR, b = -N_j . d
+// = r cosE and S^2 = pi r^2 + cosR A_i, S - r sqrt(pi) = cosR A_i / (S + r
+// sqrt(pi)), so that (T = r S^2 = pi r^3 + a A_i)
+//     ratio w_j cosE (S - r sqrt(pi)) / (2 S A_i)
+//   = ratio w_j a b / (2 r^2 S (S + r sqrt(pi)))
+//   = ratio w_j a b / (2 r (T + sqrt(pi) r sqrt(T r))),
+// which also keeps the digits that the difference loses when x is small.
+// `exchange`: both cosines positive and the nodes apart (m: the larger of
+// their extents); the share is 0 otherwise.
+inline double pairShare(double dx, double dy, double dz, double nxi, double nyi, double nzi, double nxj, double nyj,
+                        double nzj, double ai, double wj, double m, double sqrtPi, bool& exchange) {
+    const double r = std::sqrt(dx * dx + dy * dy + dz * dz);
+    const double a = nxi * dx + nyi * dy + nzi * dz, b = -(nxj * dx + nyj * dy + nzj * dz);
+    exchange = (r > 1e-10 * m) & (a > 0.0) & (b > 0.0);
+    const double T = kPi * r * r * r + a * ai;
+    const double den = 2.0 * r * (T + sqrtPi * r * std::sqrt(T * r));
+    return exchange ? wj * a * b / den : 0.0;
+}
+
 // What the receivers in `lanes` get from the leaf's nodes by the exact
-// kernel's arithmetic: a block of the leaf's nodes against the group's
-// receivers, vectorised over the receivers (a receiver meets itself at
-// distance 0 and gets nothing from it).
+// kernel: a block of the leaf's nodes against the group's receivers,
+// vectorised over the receivers (a receiver meets itself at distance 0 and
+// gets nothing from it).
 __attribute__((target_clones("avx2", "default"))) void leafBlock(const Cluster& C, Lanes& L, std::uint64_t lanes,
                                                                  double ratio, double sqrtPi, const LeafRow& R) {
     const int lo = std::countr_zero(lanes) & ~3, hi = std::min(kLanes, (kLanes - std::countl_zero(lanes) + 3) & ~3);
@@ -438,19 +458,10 @@ __attribute__((target_clones("avx2", "default"))) void leafBlock(const Cluster& 
         const double ej = R.extent[j], w = R.value[j] * R.area[j] * ratio;
 #pragma omp simd
         for (int l = lo; l < hi; ++l) {
-            const double dx = xj - L.px[l], dy = yj - L.py[l], dz = zj - L.pz[l];
-            const double r = std::sqrt(dx * dx + dy * dy + dz * dz);
-            const double m = std::max(L.ext[l], ej);
-            const double inv = 1.0 / (r > 0.0 ? r : 1.0);
-            const double ux = dx * inv, uy = dy * inv, uz = dz * inv;
-            const double cosR = L.nx[l] * ux + L.ny[l] * uy + L.nz[l] * uz;
-            const double cosE = nxj * -ux + nyj * -uy + nzj * -uz;
-            const double ai = L.ai[l];
-            const bool exchange = (L.in[l] != 0) & (r > 1e-10 * m) & (cosR > 0.0) & (cosE > 0.0);
-            const double S = std::sqrt(kPi * r * r + (exchange ? cosR : 0.0) * ai);
-            const double q = 1.0 / (exchange ? 2 * S * ai : 1.0);
-            const double s = (S - r * sqrtPi) * w * cosE * q;
-            L.exact[l] += exchange ? s : 0.0;
+            bool exchange = false;
+            const double s = pairShare(xj - L.px[l], yj - L.py[l], zj - L.pz[l], L.nx[l], L.ny[l], L.nz[l], nxj, nyj,
+                                       nzj, L.ai[l], w, std::max(L.ext[l], ej), sqrtPi, exchange);
+            L.exact[l] += (L.in[l] != 0) & exchange ? s : 0.0;
         }
     }
 }
@@ -1022,7 +1033,6 @@ private:
     // over all walks when the pair cache holds the two leaves.
     void visibleLeaf(std::int32_t id, const Cluster& C, int l) {
         const std::size_t i = i_[l];
-        const double ei = t_.extent[i], px = L_.px[l], py = L_.py[l], pz = L_.pz[l], ai = L_.ai[l];
         const auto own = static_cast<std::int32_t>(i);
         const std::int32_t mine = t_.leafOf[i];
         const bool cached = pairs_ != nullptr && C.end - C.begin <= PairCache::kSide &&
@@ -1038,19 +1048,13 @@ private:
         share_.clear();
         state_.clear();
         trace_.clear();
-        for (auto j = static_cast<std::size_t>(C.begin); j < static_cast<std::size_t>(C.end); ++j) {
-            if (j == i) continue;
-            const double dx = t_.x[j] - px, dy = t_.y[j] - py, dz = t_.z[j] - pz;
-            const double r = std::sqrt(dx * dx + dy * dy + dz * dz);
-            const double m = std::max(ei, t_.extent[j]);
-            if (!(r > 1e-10 * m)) continue;
-            const double inv = 1.0 / r;
-            const double ux = dx * inv, uy = dy * inv, uz = dz * inv;
-            const double cosR = L_.nx[l] * ux + L_.ny[l] * uy + L_.nz[l] * uz;
-            const double cosE = t_.nx[j] * -ux + t_.ny[j] * -uy + t_.nz[j] * -uz;
-            if (!(cosR > 0.0 && cosE > 0.0)) continue;
-            const double S = std::sqrt(kPi * r * r + cosR * ai);
-            const double s = (S - r * sqrtPi_) * t_.value[j] * t_.area[j] * cosE * ratio_ / (2 * S * ai);
+        const auto first = static_cast<std::size_t>(C.begin), count = static_cast<std::size_t>(C.end - C.begin);
+        shares_.resize(count);
+        leafShares(first, count, l, shares_.data());
+        for (std::size_t k = 0; k < count; ++k) {
+            const double s = shares_[k];
+            if (!(s != 0.0)) continue;  // no exchange
+            const std::size_t j = first + k;
             share_.push_back(s);
             state_.push_back(kSeen);
             // A share that fits in what is left of the allowance counts as
@@ -1101,11 +1105,28 @@ private:
         if (!trace_.empty() && cached) pairs_->put(key, found);
     }
 
+    // The shares of the leaf's nodes [first, first + count) at receiver l,
+    // 0 where a pair does not exchange (and for the receiver itself).
+    void leafShares(std::size_t first, std::size_t count, int l, double* __restrict out) const {
+        const double px = L_.px[l], py = L_.py[l], pz = L_.pz[l], nx = L_.nx[l], ny = L_.ny[l], nz = L_.nz[l];
+        const double ai = L_.ai[l], ei = L_.ext[l];
+        const double *x = t_.x.data() + first, *y = t_.y.data() + first, *z = t_.z.data() + first;
+        const double *mx = t_.nx.data() + first, *my = t_.ny.data() + first, *mz = t_.nz.data() + first;
+        const double *area = t_.area.data() + first, *value = t_.value.data() + first, *ext = t_.extent.data() + first;
+#pragma omp simd
+        for (std::size_t k = 0; k < count; ++k) {
+            bool exchange = false;
+            const double s = pairShare(x[k] - px, y[k] - py, z[k] - pz, nx, ny, nz, mx[k], my[k], mz[k], ai,
+                                       value[k] * area[k] * ratio_, std::max(ei, ext[k]), sqrtPi_, exchange);
+            out[k] = exchange ? s : 0.0;
+        }
+    }
+
     static constexpr std::uint8_t kSeen = 0, kHidden = 1, kPending = 2;
     struct Traced {
         std::int32_t share, node, bit;
     };
-    std::vector<double> share_;
+    std::vector<double> share_, shares_;
     std::vector<std::uint8_t> state_;
     std::vector<Traced> trace_;
 };
