@@ -176,6 +176,7 @@ struct alignas(64) Cluster {
     double axis[3];        // cone of the normals: axis, cos and sin of the half angle
     double cosA, sinA;
     double hlo, hhi;       // the nodes lie within hlo <= axis . (P - c) <= hhi
+    double back, front;    // least and largest n . (P - c) over the nodes (n the unit normal)
     std::int32_t begin, end;   // nodes in tree order
     std::int32_t child[2];     // -1 -1 for a leaf
     double mass;           // sum of |V| A
@@ -351,6 +352,7 @@ private:
         C.cosA = cone({nx.data(), ny.data(), nz.data()}, at, begin, end, C.axis);
         C.rho = 0.0;
         C.hlo = C.hhi = 0.0;
+        C.back = std::numeric_limits<double>::infinity(), C.front = -C.back;
         std::fill(std::begin(C.W), std::end(C.W), 0.0);
         C.mass = 0.0;
         std::fill(std::begin(C.D), std::end(C.D), 0.0);
@@ -365,6 +367,10 @@ private:
             const double h = C.axis[0] * d[0] + C.axis[1] * d[1] + C.axis[2] * d[2];
             C.hlo = std::min(C.hlo, h);
             C.hhi = std::max(C.hhi, h);
+            const double f = (nx[i] * d[0] + ny[i] * d[1] + nz[i] * d[2]) /
+                             std::sqrt(nx[i] * nx[i] + ny[i] * ny[i] + nz[i] * nz[i]);
+            if (!(f >= C.back)) C.back = f;  // NaN sticks: such a cluster is never surely facing
+            if (!(f <= C.front)) C.front = f;
             if (r < nearestD) nearestD = r, nearest = k;
             const double w = value[i] * area[i];
             C.mass += std::abs(w);
@@ -472,7 +478,7 @@ __attribute__((target_clones("avx2", "default"))) void classifyLanes(const Clust
                                                                      const Judge& J) {
     const double cx = C.c[0], cy = C.c[1], cz = C.c[2], rho = C.rho;
     const double ax = C.axis[0], ay = C.axis[1], az = C.axis[2], cosA = C.cosA, sinA = C.sinA;
-    const double hlo = C.hlo, hhi = C.hhi, mass = C.mass;
+    const double hlo = C.hlo, hhi = C.hhi, mass = C.mass, back = C.back, front = C.front;
     // Only the lanes from the first to the last in the mask, in whole vectors.
     const int lo = std::countr_zero(mask) & ~3, hi = std::min(kLanes, (kLanes - std::countl_zero(mask) + 3) & ~3);
     for (int l = lo; l < hi; ++l) L.in[l] = static_cast<std::int32_t>((mask >> l) & 1u);
@@ -500,19 +506,21 @@ __attribute__((target_clones("avx2", "default"))) void classifyLanes(const Clust
         const double sinB = std::sqrt(std::max(0.0, 1.0 - cosB * cosB));
         // The largest cosE any node can have: the cone's normal nearest the way back.
         const double cosNear = cosB <= cosA ? cosB * cosA + sinB * sinA : 1.0;
-        // No normal of the cone within 90 degrees of it, by more than the sphere allows: cosE <= 0 for all.
-        const bool away = r0 * cosNear + rho <= 0.0;
+        // cosE |P_R - P_E| = n . (P_R - c) - n . (P - c) <= r0 cosNear - back:
+        // where that is not positive, cosE <= 0 for all.
+        const bool away = r0 * cosNear - back <= 0.0;
         // A share is at most ratio |V_E| A_E cosR cosE / (4 pi r^2): a
         // cluster whose bound fits in what is left of the allowance is left
         // out (nearly in the receiver's plane, nearly edge on, small).
         const double cR = std::min(1.0, (nd + up) * invNl * invMin);
-        const double cE = std::min(1.0, (r0 * cosNear + rho) * invMin);
+        const double cE = std::min(1.0, (r0 * cosNear - back) * invMin);
         const double bound = J.ratio * mass * cR * cE * (0.25 / kPi) * invMin * invMin;
         const bool spend = (L.in[l] != 0) & !behind & !inside & !away & (J.allowance > 0.0) & (L.spent[l] + bound <= J.allowance);
         L.spent[l] += spend ? bound : 0.0;
-        // Both cosines surely positive for every node (beta + alpha < 90 degrees).
+        // Both cosines surely positive for every node (beta + alpha < 90
+        // degrees, and cosE |P_R - P_E| >= r0 cos(beta + alpha) - front > 0).
         const double cosFar = cosB * cosA - sinB * sinA;
-        const bool facing = (nd + down > 0.0) & (cosB > 0.0) & (cosA > 0.0) & (r0 * cosFar > rho);
+        const bool facing = (nd + down > 0.0) & (cosB > 0.0) & (cosA > 0.0) & (r0 * cosFar > front);
         // The remainder of the expansion is of the order (rho / r0)^q of the
         // kernel's size |N_R| |b| / r0^2 (q = order + 1, at least 2), the
         // term itself that size times cosR cosE: accepted when the remainder
@@ -682,9 +690,10 @@ void reach(const Cluster& V, const Cluster& O, const double d[3], double r0, dou
     const double across = std::sqrt(std::max(0.0, 1.0 - na * na)) * O.rho;
     const double ojHi = std::min(O.rho, std::max(na * O.hlo, na * O.hhi) + across);
     const double ojLo = std::max(-O.rho, std::min(na * O.hlo, na * O.hhi) - across);
-    const double slack = s * (O.rho + V.rho);
-    lo = r0 * farthest + ojLo - V.hhi - slack;
-    hi = r0 * nearest + ojHi - V.hlo + slack;
+    // N_i . delta_i by the slab or directly by V's front and back, whichever is tighter.
+    const double ownHi = std::min(V.hhi + s * V.rho, V.front), ownLo = std::max(V.hlo - s * V.rho, V.back);
+    lo = r0 * farthest + ojLo - ownHi - s * O.rho;
+    hi = r0 * nearest + ojHi - ownLo + s * O.rho;
 }
 
 // The obstruction tests of node pairs between two leaves, shared by every
@@ -882,6 +891,7 @@ private:
         Cluster& G = G_;
         for (int a = 0; a < 3; ++a) G.c[a] = 0.5 * (lo[a] + hi[a]), G.axis[a] = s[a] / sl;
         G.rho = G.hlo = G.hhi = 0.0;
+        G.back = std::numeric_limits<double>::infinity(), G.front = -G.back;
         G.cosA = 1.0;
         for (int l = 0; l < n; ++l) {
             if (((live >> l) & 1u) == 0) continue;
@@ -890,6 +900,8 @@ private:
             if (!(r <= G.rho)) G.rho = r;
             const double h = G.axis[0] * d[0] + G.axis[1] * d[1] + G.axis[2] * d[2];
             G.hlo = std::min(G.hlo, h), G.hhi = std::max(G.hhi, h);
+            const double f = L_.nx[l] * d[0] + L_.ny[l] * d[1] + L_.nz[l] * d[2];
+            G.back = std::min(G.back, f), G.front = std::max(G.front, f);
             G.cosA = std::min(G.cosA, G.axis[0] * L_.nx[l] + G.axis[1] * L_.ny[l] + G.axis[2] * L_.nz[l]);
         }
         G.sinA = std::sqrt(std::max(0.0, 1.0 - G.cosA * G.cosA));
