@@ -5,9 +5,11 @@
 // than 60 degrees, such as both sides of a thin wing, is split along the
 // normal component that varies most instead; leaves of at most 16 nodes).
 // Each cluster keeps a bounding sphere (centre c, radius rho), a cone that
-// holds the normals of its nodes (axis, half angle alpha), sum |V| A and the
-// moments of its emission b = V A N about c: W = sum b, D = sum b delta^T,
-// Q = sum b delta delta^T (delta = P - c).
+// holds the normals of its nodes (axis, half angle alpha), the least and
+// largest n . delta over its nodes (n the unit normal, delta = P - c: how far
+// a node stands out of its own plane through c), sum |V| A and the moments of
+// its emission b = V A N about c: W = sum b, D = sum b delta^T, Q = sum b
+// delta delta^T.
 //
 // For a receiver R and an emitter E with d = P_E - P_R, r = |d| and
 // x = cosR A_R / (pi r^2) the exact share is
@@ -60,7 +62,9 @@
 //   - skip a cluster when it lies behind the receiver's plane (by its sphere
 //     and by the slab across the cone's axis that holds its nodes, which is
 //     thin for flat clusters: neighbours on a flat or convex part), or when no
-//     normal of its cone can face the receiver;
+//     node can face the receiver (r0 cos(beta - alpha) - min n . delta <= 0,
+//     beta the angle between the cone's axis and the way back to the
+//     receiver);
 //   - skip it too when its shares are bounded (ratio sum |V| A times the
 //     largest cosR and cosE the bounds allow, over 4 pi (r0 - rho)^2) by what
 //     is left of the receiver's allowance: a quarter of EPS times the largest
@@ -75,7 +79,8 @@
 //     median of the sample instead keeps it small there, at the cost of
 //     most of the gain on that model);
 //   - accept it whole when every node of it surely faces the receiver and
-//     back (sphere, slab and cone bounds), (rho / r0)^q <= theta^q
+//     back (sphere, slab and cone bounds; r0 cos(beta + alpha) > max n .
+//     delta for the nodes' own cosines), (rho / r0)^q <= theta^q
 //     max(0.15, cosR cosE) with q = order + 1 and the cosines at the centre
 //     (the remainder is of the order (rho / r0)^q of |N_R| |b| / r0^2, the
 //     term that size times cosR cosE, so grazing clusters open sooner; the
@@ -122,7 +127,7 @@
 // instead (see hierarchicalSums).
 //
 // Memory: the participants in tree order (about 90 bytes a node), one
-// cluster of about 370 bytes for every 8 nodes, and the sums; with the
+// cluster of 448 bytes for every 8 nodes, and the sums; with the
 // obstruction test also a ray count a node and the pair cache (at most 8
 // pairs of leaves a node, about 110 bytes each), besides the ray-tracing
 // hierarchy and the end regions it builds.
