@@ -472,7 +472,7 @@ __attribute__((target_clones("avx2", "default"))) void leafBlock(const Cluster& 
             bool exchange = false;
             const double s = pairShare(xj - L.px[l], yj - L.py[l], zj - L.pz[l], L.nx[l], L.ny[l], L.nz[l], nxj, nyj,
                                        nzj, L.ai[l], w, std::max(L.ext[l], ej), sqrtPi, exchange);
-            L.exact[l] += (L.in[l] != 0) & exchange ? s : 0.0;
+            L.exact[l] += ((L.in[l] != 0) & exchange) ? s : 0.0;
         }
     }
 }
