@@ -444,13 +444,13 @@ struct Judge {
 //   = ratio w_j a b / (2 r^2 S (S + r sqrt(pi)))
 //   = ratio w_j a b / (2 r (T + sqrt(pi) r sqrt(T r))),
 // which also keeps the digits that the difference loses when x is small.
-// `exchange`: both cosines positive and the nodes apart (m: the larger of
-// their extents); the share is 0 otherwise.
+// 0 unless both cosines are positive and the nodes apart (m: the larger of
+// their extents).
 inline double pairShare(double dx, double dy, double dz, double nxi, double nyi, double nzi, double nxj, double nyj,
-                        double nzj, double ai, double wj, double m, double sqrtPi, bool& exchange) {
+                        double nzj, double ai, double wj, double m, double sqrtPi) {
     const double r = std::sqrt(dx * dx + dy * dy + dz * dz);
     const double a = nxi * dx + nyi * dy + nzi * dz, b = -(nxj * dx + nyj * dy + nzj * dz);
-    exchange = (r > 1e-10 * m) & (a > 0.0) & (b > 0.0);
+    const bool exchange = (r > 1e-10 * m) & (a > 0.0) & (b > 0.0);
     const double T = kPi * r * r * r + a * ai;
     const double den = 2.0 * r * (T + sqrtPi * r * std::sqrt(T * r));
     return exchange ? wj * a * b / den : 0.0;
@@ -469,10 +469,9 @@ __attribute__((target_clones("avx2", "default"))) void leafBlock(const Cluster& 
         const double ej = R.extent[j], w = R.value[j] * R.area[j] * ratio;
 #pragma omp simd
         for (int l = lo; l < hi; ++l) {
-            bool exchange = false;
             const double s = pairShare(xj - L.px[l], yj - L.py[l], zj - L.pz[l], L.nx[l], L.ny[l], L.nz[l], nxj, nyj,
-                                       nzj, L.ai[l], w, std::max(L.ext[l], ej), sqrtPi, exchange);
-            L.exact[l] += ((L.in[l] != 0) & exchange) ? s : 0.0;
+                                       nzj, L.ai[l], w, std::max(L.ext[l], ej), sqrtPi);
+            L.exact[l] += L.in[l] != 0 ? s : 0.0;
         }
     }
 }
@@ -1132,10 +1131,8 @@ private:
         const double *area = t_.area.data() + first, *value = t_.value.data() + first, *ext = t_.extent.data() + first;
 #pragma omp simd
         for (std::size_t k = 0; k < count; ++k) {
-            bool exchange = false;
-            const double s = pairShare(x[k] - px, y[k] - py, z[k] - pz, nx, ny, nz, mx[k], my[k], mz[k], ai,
-                                       value[k] * area[k] * ratio_, std::max(ei, ext[k]), sqrtPi_, exchange);
-            out[k] = exchange ? s : 0.0;
+            out[k] = pairShare(x[k] - px, y[k] - py, z[k] - pz, nx, ny, nz, mx[k], my[k], mz[k], ai,
+                               value[k] * area[k] * ratio_, std::max(ei, ext[k]), sqrtPi_);
         }
     }
 
