@@ -175,6 +175,9 @@ constexpr int kLanes = 64;             // receivers walked together
 constexpr double kOpenRatio = 2.0;     // a group opens clusters larger than this times its radius
 constexpr double kGroupShare = 0.5;    // a group takes clusters whole at this share of theta^3
 
+// The pairs j <= k of axes, in the order of Cluster::Q.
+constexpr int kPairM[6] = {0, 0, 0, 1, 1, 2}, kPairN[6] = {0, 1, 2, 1, 2, 2};
+
 struct alignas(64) Cluster {
     double c[3];           // centre of the bounding sphere
     double rho;            // its radius (NaN when a position is not finite)
@@ -230,6 +233,10 @@ public:
         // Every cluster is a range of the tree order: described from the flat arrays.
 #pragma omp parallel for schedule(dynamic, 16)
         for (std::size_t c = 0; c < clusters.size(); ++c) describe(clusters[c]);
+        // Children come after their parent: from the last cluster back, each
+        // parent finds its children's moments ready.
+        for (std::size_t c = clusters.size(); c-- > 0;)
+            if (clusters[c].child[0] >= 0) gather(clusters[c]);
         // A cluster of at most kLanes nodes, or a leaf, not within the last group is a group.
         for (std::size_t c = 0; c < clusters.size(); ++c) {
             const Cluster& C = clusters[c];
@@ -340,7 +347,27 @@ private:
 #pragma omp taskwait
     }
 
-    // Cluster C's sphere, cone, slab, moments and samples, from the flat arrays.
+    // A parent's moments about its centre c from its children's about
+    // theirs, c_k = c + s: delta = delta_k + s, so that
+    //   W = sum W_k, D_ij = sum D_k,ij + W_k,i s_j,
+    //   Q_ijl = sum Q_k,ijl + D_k,ij s_l + D_k,il s_j + W_k,i s_j s_l.
+    void gather(Cluster& C) const {
+        for (const std::int32_t id : C.child) {
+            const Cluster& K = clusters[static_cast<std::size_t>(id)];
+            const double sh[3] = {K.c[0] - C.c[0], K.c[1] - C.c[1], K.c[2] - C.c[2]};
+            for (int i = 0; i < 3; ++i) {
+                C.W[i] += K.W[i];
+                for (int j = 0; j < 3; ++j) C.D[3 * i + j] += K.D[3 * i + j] + K.W[i] * sh[j];
+                for (int s = 0; s < 6; ++s) {
+                    const int j = kPairM[s], l = kPairN[s];
+                    C.Q[6 * i + s] += K.Q[6 * i + s] + K.D[3 * i + j] * sh[l] + K.D[3 * i + l] * sh[j] + K.W[i] * sh[j] * sh[l];
+                }
+            }
+        }
+    }
+
+    // Cluster C's sphere, cone, slab, moments (a leaf's; see gather) and
+    // samples, from the flat arrays.
     void describe(Cluster& C) const {
         const std::int32_t begin = C.begin, end = C.end;
         auto at = [](std::int32_t k) { return static_cast<std::size_t>(k); };
@@ -379,6 +406,7 @@ private:
             if (r < nearestD) nearestD = r, nearest = k;
             const double w = value[i] * area[i];
             C.mass += std::abs(w);
+            if (C.child[0] >= 0) continue;  // a parent's moments come from its children's (gather)
             const double b[3] = {w * nx[i], w * ny[i], w * nz[i]};
             for (int r0 = 0; r0 < 3; ++r0) {
                 C.W[r0] += b[r0];
@@ -605,7 +633,6 @@ __attribute__((target_clones("avx2", "default"))) void farTerms(const Cluster& C
 struct Poly {
     double v[10];
 };
-constexpr int kPairM[6] = {0, 0, 0, 1, 1, 2}, kPairN[6] = {0, 1, 2, 1, 2, 2};
 
 // What the clusters a group takes whole give each of its receivers, as a
 // field about the group's centre: receiver i at P_i = c + delta with normal
