@@ -450,7 +450,7 @@ struct Lanes {
     alignas(64) double px[kLanes], py[kLanes], pz[kLanes], nx[kLanes], ny[kLanes], nz[kLanes], nl[kLanes],
         ai[kLanes];
     alignas(64) double invNl[kLanes], spent[kLanes], far[kLanes], exact[kLanes], ext[kLanes];
-    alignas(64) double dx[kLanes], dy[kLanes], dz[kLanes], r0[kLanes], nd[kLanes];
+    alignas(64) double dx[kLanes], dy[kLanes], dz[kLanes], inv0[kLanes], nd[kLanes];
     alignas(64) std::int32_t kind[kLanes];  // Kind
     alignas(64) std::int32_t take[kLanes];  // 1: the cluster counts whole for this lane
     alignas(64) std::int32_t in[kLanes];    // 1: the lane looks at the cluster
@@ -520,7 +520,7 @@ __attribute__((target_clones("avx2", "default"))) void classifyLanes(const Clust
         const double r0 = std::sqrt(dx * dx + dy * dy + dz * dz);
         const double nx = L.nx[l], ny = L.ny[l], nz = L.nz[l], nl = L.nl[l];
         const double nd = nx * dx + ny * dy + nz * dz;
-        L.dx[l] = dx, L.dy[l] = dy, L.dz[l] = dz, L.r0[l] = r0, L.nd[l] = nd;
+        L.dx[l] = dx, L.dy[l] = dy, L.dz[l] = dz, L.nd[l] = nd;
         // How far the nodes reach along N_R from the centre, by the sphere and
         // by the slab along the cone's axis (tight for flat clusters).
         const double na = nx * ax + ny * ay + nz * az;
@@ -531,8 +531,10 @@ __attribute__((target_clones("avx2", "default"))) void classifyLanes(const Clust
         const bool behind = nd + up <= 0.0;
         const bool inside = !(r0 > rho);
         const double rmin = r0 - rho;
-        // (two divisions a lane; the rest multiplies)
-        const double inv0 = 1.0 / r0, invMin = 1.0 / rmin, invNl = L.invNl[l];
+        // (one division a lane; the rest multiplies)
+        const double q = 1.0 / (r0 * rmin);
+        const double inv0 = rmin * q, invMin = r0 * q, invNl = L.invNl[l];
+        L.inv0[l] = inv0;
         // beta: the angle between the cone's axis and the direction back to the receiver.
         const double cosB = -(ax * dx + ay * dy + az * dz) * inv0;
         const double sinB = std::sqrt(std::max(0.0, 1.0 - cosB * cosB));
@@ -593,7 +595,7 @@ __attribute__((target_clones("avx2", "default"))) void farTerms(const Cluster& C
     for (int l = lo; l < hi; ++l) {
         const double d0 = L.dx[l], d1 = L.dy[l], d2 = L.dz[l];
         const double n0 = L.nx[l], n1 = L.ny[l], n2 = L.nz[l];
-        const double r0 = L.r0[l], r2 = r0 * r0, r4 = r2 * r2, inv2 = 1.0 / r2;
+        const double inv0 = L.inv0[l], inv2 = inv0 * inv0;
         const double a0 = L.nd[l];
         const double T0 = a0 * (W0 * d0 + W1 * d1 + W2 * d2);
         // a^T D^T d0 = sum_ij a_j D_ij d_i
@@ -618,10 +620,10 @@ __attribute__((target_clones("avx2", "default"))) void farTerms(const Cluster& C
         T2 += P[0] * e + P[3] * e + P[5] * e;
         for (int s = 0; s < 6; ++s) T2 += P[s] * (ag[s] + mult[s] * h * dd[s]);
         const double T = T0 + w1 * T1 + w2 * T2;
-        const double x = a0 / r0 * L.ai[l] / (kPi * r2);
+        const double x = a0 * inv0 * inv2 * L.ai[l] * (1.0 / kPi);
         const double s = std::sqrt(1.0 + x);
         const double gx = 2.0 / ((s + 1.0) * s);
-        const double term = -ratio * gx / (4.0 * kPi) * T / r4;
+        const double term = -ratio * (0.25 / kPi) * gx * T * inv2 * inv2;
         L.far[l] += L.take[l] != 0 ? term : 0.0;
     }
 }
