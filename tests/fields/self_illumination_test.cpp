@@ -365,6 +365,47 @@ TEST(SelfIlluminationKernel, RepeatsToTheBit) {
             ASSERT_EQ(std::memcmp(same[0].data(), again.data(), same[0].size() * sizeof(double)), 0);
 }
 
+// A plate taken whole by a far one: the expansion of order q errs as
+// (size / distance)^(q + 1), so four times the distance divides the error
+// by 4^(q + 1). Order 1 is the receivers' own terms (moments W and D), order 2
+// the groups' field (W, D and Q, a parent's gathered from its children's);
+// a moment or a shift of the wrong order leaves an error of lower order.
+TEST(SelfIlluminationHierarchy, FarTermsErrAsTheirOrderSays) {
+    for (const int order : {1, 2}) {
+        double error[2] = {0, 0};
+        for (int far = 0; far < 2; ++far) {
+            const double gap = far == 0 ? 8.0 : 32.0;
+            auto plate = [](double z, double n, double shift) {
+                shapes::Block b = shapes::grid(16, 16, [=](int i, int j) { return V(0.06 * i + shift, 0.05 * j, z); }, {0, 0, n});
+                for (std::size_t k = 0; k < b.pos.size(); ++k) b.value[k] = 1.0 + 0.8 * b.pos[k].x + 0.3 * b.pos[k].y * b.pos[k].y;
+                return b;
+            };
+            const FieldMasterD f = shapes::build({plate(0.0, 1.0, 0.0), plate(gap, -1.0, 0.3 * gap)});
+            const tundrel::Surface s(f);
+            const std::vector<double> area = tundrel::detail::nodeAreas(f, s, std::vector<unsigned char>(s.nodeCount(), 1));
+            const std::vector<double> v = values(f, "P");
+            tundrel::detail::IlluminationNodes nodes;
+            for (std::size_t k = 0; k < s.nodeCount(); ++k) nodes.add(s, f.normals()->data()[k], k, area[k], v[k]);
+            tundrel::detail::FarFieldRule rule;
+            rule.order = order;
+            rule.theta = 0.5;
+            tundrel::SelfIlluminationStats stats;
+            const std::vector<double> exact = tundrel::detail::illuminationSums(nodes, 0.7, nullptr);
+            const std::vector<double> got = tundrel::detail::hierarchicalSums(nodes, 0.7, rule, nullptr, &stats);
+            ASSERT_GT(stats.clusterTerms, 0);
+            double worst = 0, largest = 0;
+            for (std::size_t i = 0; i < exact.size(); ++i) {
+                worst = std::max(worst, std::abs(got[i] - exact[i]));
+                largest = std::max(largest, std::abs(exact[i]));
+            }
+            error[far] = worst / largest;
+        }
+        SCOPED_TRACE(testing::Message() << "order " << order << ": " << error[0] << " then " << error[1]);
+        EXPECT_GT(error[1], 0.0);
+        EXPECT_GT(error[0] / error[1], 0.75 * std::pow(4.0, order + 1));
+    }
+}
+
 // With nothing taken whole (theta 0, no tolerance) the hierarchical walk
 // must reach every pair once, whatever the leaf size (single nodes, leaves
 // that part a group, leaves larger than a group): it then sums what the
