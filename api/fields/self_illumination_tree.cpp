@@ -1090,18 +1090,15 @@ private:
         // The shares in node order, each with what is known of it (seen,
         // hidden, or still to trace), summed in that order once traced: the
         // sum does not depend on which answers the cache already held.
-        share_.clear();
-        state_.clear();
         trace_.clear();
         const auto first = static_cast<std::size_t>(C.begin), count = static_cast<std::size_t>(C.end - C.begin);
         shares_.resize(count);
+        state_.assign(count, kSeen);
         leafShares(first, count, l, shares_.data());
         for (std::size_t k = 0; k < count; ++k) {
             const double s = shares_[k];
             if (!(s != 0.0)) continue;  // no exchange
             const std::size_t j = first + k;
-            share_.push_back(s);
-            state_.push_back(kSeen);
             // A share that fits in what is left of the allowance counts as
             // seen, untested: it errs by at most what it spends.
             if (allowance > 0.0 && L_.spent[l] + std::abs(s) <= allowance) {
@@ -1114,12 +1111,12 @@ private:
                 b = PairCache::bit(mine, own, id, static_cast<std::int32_t>(j), t_);
                 const std::uint64_t mask = std::uint64_t{1} << (b % 64);
                 if ((known.known[b / 64] & mask) != 0) {
-                    if ((known.hidden[b / 64] & mask) != 0) state_.back() = kHidden;
+                    if ((known.hidden[b / 64] & mask) != 0) state_[k] = kHidden;
                     continue;
                 }
             }
-            state_.back() = kPending;
-            trace_.push_back({static_cast<std::int32_t>(share_.size() - 1), static_cast<std::int32_t>(j), b});
+            state_[k] = kPending;
+            trace_.push_back({static_cast<std::int32_t>(k), static_cast<std::int32_t>(j), b});
         }
         // Each pair is traced from its lower node number, as the exact pass traces it.
         constexpr int P = SurfaceBvh::kPacket;
@@ -1145,8 +1142,8 @@ private:
                 if (hidden[k]) found.hidden[t.bit / 64] |= mask;
             }
         }
-        for (std::size_t k = 0; k < share_.size(); ++k)
-            if (state_[k] == kSeen) L_.exact[l] += share_[k];
+        for (std::size_t k = 0; k < count; ++k)
+            if (state_[k] == kSeen) L_.exact[l] += shares_[k];
         if (!trace_.empty() && cached) pairs_->put(key, found);
     }
 
@@ -1167,9 +1164,9 @@ private:
 
     static constexpr std::uint8_t kSeen = 0, kHidden = 1, kPending = 2;
     struct Traced {
-        std::int32_t share, node, bit;
+        std::int32_t share, node, bit;  // share: the node's place in the leaf
     };
-    std::vector<double> share_, shares_;
+    std::vector<double> shares_;
     std::vector<std::uint8_t> state_;
     std::vector<Traced> trace_;
 };
