@@ -15,6 +15,21 @@ def example_dir():
 
 
 @pytest.fixture
+def example_field(example_dir):
+    def field(refine=0):
+        """The bundled example as face patches, each triangle split in four `refine` times."""
+        faces = tundrel.region_fe()
+        tundrel.converter_reg_to_reg_fe(tundrel.read(example_dir / "wingbody.fld")[0], faces)
+        for _ in range(refine):
+            tundrel.block_fe_compress(faces, list(range(len(faces))))
+        fm = tundrel.FieldMaster()
+        tundrel.Region_to_fieldMaster(tundrel.region(), faces, fm, tundrel.ambientFlow())
+        return fm
+
+    return field
+
+
+@pytest.fixture
 def make_grid():
     def grid_patch(I, J, extra=()):
         """A structured patch on a bent grid with x, y, z and the named extra variables."""

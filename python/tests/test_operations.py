@@ -76,11 +76,22 @@ def test_self_illumination_keywords_default_afresh_on_every_call():
     np.testing.assert_allclose(seen.values - cp, 10 * (low.values - cp), rtol=1e-9, atol=1e-15)
 
 
+def test_self_illumination_tolerance_stays_within_it_of_the_exact_correction(example_field):
+    fm = example_field(refine=1)
+    cp = fm["cp"].values.copy()
+    exact = cp - tundrel.self_illumination(fm, "cp", ratio=0.5, name="exact").values
+    far = cp - tundrel.self_illumination(fm, "cp", ratio=0.5, name="far", tolerance=1e-3).values
+    error = np.max(np.abs(far - exact)) / np.max(np.abs(exact))
+    assert 0 < error <= 1e-3  # far groups taken whole: close to, but not, the exact sums
+
+
 @pytest.mark.parametrize(
     "field, kwargs, error, text",
     [
         ("cp", {"name": "cp"}, tundrel.MessageError, "The function name alredy exist"),
         ("cp", {"ratio": float("nan")}, tundrel.MessageError, "Please enter a number."),
+        *[("cp", {"tolerance": t}, tundrel.MessageError, "The tolerance must be a number of at least 0.")
+          for t in (float("nan"), -1e-3, float("inf"))],
         ("$_N", {}, ValueError, None),
         ("absent", {}, KeyError, "absent"),
     ],

@@ -10,20 +10,10 @@ import pytest
 import tundrel
 
 
-def example_field(example_dir, refine=0):
-    faces = tundrel.region_fe()
-    tundrel.converter_reg_to_reg_fe(tundrel.read(example_dir / "wingbody.fld")[0], faces)
-    for _ in range(refine):
-        tundrel.block_fe_compress(faces, list(range(len(faces))))
-    fm = tundrel.FieldMaster()
-    tundrel.Region_to_fieldMaster(tundrel.region(), faces, fm, tundrel.ambientFlow())
-    return fm
-
-
-def test_threads_give_the_results_of_one_thread(example_dir):
-    shared = example_field(example_dir)
-    fields = [shared, shared, example_field(example_dir)]  # calls on one container take turns
-    alone = tundrel.self_illumination(example_field(example_dir), "cp", ratio=0.5).values
+def test_threads_give_the_results_of_one_thread(example_field):
+    shared = example_field()
+    fields = [shared, shared, example_field()]  # calls on one container take turns
+    alone = tundrel.self_illumination(example_field(), "cp", ratio=0.5).values
     threads = [threading.Thread(target=tundrel.self_illumination, args=(fm, "cp"), kwargs={"ratio": 0.5, "name": f"si{k}"})
                for k, fm in enumerate(fields)]
     [t.start() for t in threads] + [t.join() for t in threads]
@@ -32,8 +22,8 @@ def test_threads_give_the_results_of_one_thread(example_dir):
 
 
 @pytest.mark.parametrize("operation", ["self_illumination", "pressure_ports"])
-def test_ctrl_c_stops_the_run_and_changes_nothing(example_dir, operation):
-    fm = example_field(example_dir, refine=1)
+def test_ctrl_c_stops_the_run_and_changes_nothing(example_dir, example_field, operation):
+    fm = example_field(refine=1)
     before = [f.name for f in fm.functions]
     run = {"self_illumination": lambda: tundrel.self_illumination(fm, "cp"),
            "pressure_ports": lambda: tundrel.pressure_ports(fm, markers_file=example_dir / "wingbody_ports.mrk",
