@@ -73,11 +73,13 @@
 //     that lie nearly in the receiver's plane or nearly edge on, which
 //     otherwise open down to their leaves (a flat part: every node of it).
 //     The allowance follows the error measure, which is relative to the
-//     largest correction: on the example refined to 287,000 nodes the
-//     sampled corrections spread from 7e-4 (median) to 6e8 (a few nodes of
-//     tiny area), so it is large against most nodes' own corrections (the
-//     median of the sample instead keeps it small there, at the cost of
-//     most of the gain on that model);
+//     largest correction; the samples find less than the largest where it
+//     lies in a small corner (the example refined twice: 0.11 of 2.0, the
+//     corner between wing and body), which keeps the allowance small there.
+//     On a smooth convex part it cannot pay for the clusters that straddle
+//     the receiver's plane along a line through the receiver (along a
+//     wing's span, along a fuselage): their bounds, slack by the cluster's
+//     size, add up to more, and they open down to their leaves;
 //   - accept it whole when every node of it surely faces the receiver and
 //     back (sphere, slab and cone bounds; r0 cos(beta + alpha) > max n .
 //     delta for the nodes' own cosines), (rho / r0)^q <= theta^q
@@ -112,15 +114,13 @@
 // All clear: the cluster counts whole; all hidden: it gives nothing; mixed:
 // it is opened, down to the exact test of every pair at the leaves. There a
 // pair whose share fits in what is left of the receiver's allowance counts
-// as seen without a ray (it errs by at most what it spends: on the example
-// refined twice this leaves 17 rays a node of 43), and a pair's answer is
+// as seen without a ray (it errs by at most what it spends), and a pair's answer is
 // kept for the pair's other node, whose walk may need it too (PairCache:
 // on the concave model half its rays). The end regions the exact pass trims
 // its segments by cost more to build than a few rays: here a node's are
 // built once it has been an end of 256 rays, and until then its segments
 // are traced whole (the closed sphere of 20,000 nodes: 19 s where whole
-// segments everywhere take 29.5 s; the example refined twice: 1.0 s where
-// trimming everywhere takes 1.3 s).
+// segments everywhere take 29.5 s).
 //
 // Where a few receivers' dry walks (rays counted, none traced) come to at
 // least half the rays the exact pass traces a node, the exact pass runs
@@ -166,8 +166,7 @@ constexpr std::size_t kRaySamples = 64;
 constexpr std::size_t kPairSamples = 4096;
 constexpr std::int32_t kTrimAfter = 256;
 // Pairs of leaves the pair cache keeps, a participant (about 110 bytes
-// each): the concave model of 16,400 nodes would fill 14 a node, the
-// example refined to 288,547 nodes fills 2.
+// each): the concave model of 16,400 nodes would fill 14 a node.
 constexpr std::size_t kPairsKept = 8;
 constexpr double kVisibleTheta = 1.9;
 constexpr double kGrazingFloor = 0.15;
