@@ -78,7 +78,9 @@ def test_self_illumination_keywords_default_afresh_on_every_call():
 
 def test_self_illumination_tolerance_stays_within_it_of_the_exact_correction(example_field):
     fm = example_field(refine=1)
-    cp = fm["cp"].values.copy()
+    cp = fm["cp"].values  # a view: refinement's means of the no-value marker made no value again
+    cp[cp < -1e9] = -1e10
+    cp = cp.copy()
     exact = cp - tundrel.self_illumination(fm, "cp", ratio=0.5, name="exact").values
     far = cp - tundrel.self_illumination(fm, "cp", ratio=0.5, name="far", tolerance=1e-3).values
     error = np.max(np.abs(far - exact)) / np.max(np.abs(exact))
