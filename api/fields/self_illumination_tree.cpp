@@ -114,9 +114,9 @@
 // All clear: the cluster counts whole; all hidden: it gives nothing; mixed:
 // it is opened, down to the exact test of every pair at the leaves. There a
 // pair whose share fits in what is left of the receiver's allowance counts
-// as seen without a ray (it errs by at most what it spends), and a pair's answer is
-// kept for the pair's other node, whose walk may need it too (PairCache:
-// on the concave model half its rays). The end regions the exact pass trims
+// as seen without a ray (it errs by at most what it spends), and a pair's
+// answer is kept for the pair's other node, whose walk may need it too
+// (PairCache: on the concave model half its rays). The end regions the exact pass trims
 // its segments by cost more to build than a few rays: here a node's are
 // built once it has been an end of 256 rays, and until then its segments
 // are traced whole (the closed sphere of 20,000 nodes: 19 s where whole
