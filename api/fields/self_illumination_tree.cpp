@@ -144,6 +144,7 @@
 #include <mutex>
 #include <numeric>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "api/detail/self_illumination_kernel.h"
@@ -171,6 +172,7 @@ constexpr std::size_t kPairsKept = 8;
 constexpr double kVisibleTheta = 1.9;
 constexpr double kGrazingFloor = 0.15;
 constexpr int kLanes = 64;             // receivers walked together
+constexpr int kBlock = 4;              // lanes a vector: loops over lanes go in whole blocks, with no remainder
 constexpr double kOpenRatio = 2.0;     // a group opens clusters larger than this times its radius
 constexpr double kGroupShare = 0.5;    // a group takes clusters whole at this share of theta^3
 
@@ -450,18 +452,28 @@ struct Lanes {
         ai[kLanes];
     alignas(64) double invNl[kLanes], spent[kLanes], far[kLanes], exact[kLanes], ext[kLanes];
     alignas(64) double dx[kLanes], dy[kLanes], dz[kLanes], inv0[kLanes], nd[kLanes];
-    alignas(64) std::int32_t kind[kLanes];  // Kind
-    alignas(64) std::int32_t take[kLanes];  // 1: the cluster counts whole for this lane
-    alignas(64) std::int32_t in[kLanes];    // 1: the lane looks at the cluster
+    alignas(64) std::int64_t kind[kLanes];  // Kind; as wide as a double, or the loop that sets it
+                                            // would not fill whole vectors
+    alignas(64) double take[kLanes];  // 1: the cluster counts whole for this lane, else 0
+    alignas(64) double in[kLanes];    // 1: the lane looks at the cluster, else 0
 };
 
-enum Kind : std::int32_t { kSkip = 0, kAccept = 1, kOpen = 2 };
+enum Kind : std::int64_t { kSkip = 0, kAccept = 1, kOpen = 2 };
 
 // What the walk's judgement needs besides the cluster.
 struct Judge {
     double ratio, theta, thq, allowance;
     int order;
 };
+
+// The lanes from the first to the last in `mask`, in whole blocks. Every
+// loop over lanes runs block by block, a block of kBlock lanes being one
+// vector: a loop of a span the compiler cannot see is vectorised only from
+// two vectors on, and most spans are one block.
+inline std::pair<int, int> laneSpan(std::uint64_t mask) {
+    return {std::countr_zero(mask) & ~(kBlock - 1),
+            std::min(kLanes, (kLanes - std::countl_zero(mask) + kBlock - 1) & ~(kBlock - 1))};
+}
 
 // The exact kernel's share of emitter j at receiver i, written with one
 // division: with d = P_j - P_i, r = |d|, a = N_i . d = r cosR, b = -N_j . d
@@ -489,16 +501,18 @@ inline double pairShare(double dx, double dy, double dz, double nxi, double nyi,
 // gets nothing from it).
 __attribute__((target_clones("avx2", "default"))) void leafBlock(const Cluster& C, Lanes& L, std::uint64_t lanes,
                                                                  double ratio, double sqrtPi, const LeafRow& R) {
-    const int lo = std::countr_zero(lanes) & ~3, hi = std::min(kLanes, (kLanes - std::countl_zero(lanes) + 3) & ~3);
-    for (int l = lo; l < hi; ++l) L.in[l] = static_cast<std::int32_t>((lanes >> l) & 1u);
+    const auto [lo, hi] = laneSpan(lanes);
+    for (int l = lo; l < hi; ++l) L.in[l] = static_cast<double>((lanes >> l) & 1u);
     for (auto j = static_cast<std::size_t>(C.begin); j < static_cast<std::size_t>(C.end); ++j) {
         const double xj = R.x[j], yj = R.y[j], zj = R.z[j], nxj = R.nx[j], nyj = R.ny[j], nzj = R.nz[j];
         const double ej = R.extent[j], w = R.value[j] * R.area[j] * ratio;
+        for (int v = lo; v < hi; v += kBlock) {
 #pragma omp simd
-        for (int l = lo; l < hi; ++l) {
-            const double s = pairShare(xj - L.px[l], yj - L.py[l], zj - L.pz[l], L.nx[l], L.ny[l], L.nz[l], nxj, nyj,
-                                       nzj, L.ai[l], w, std::max(L.ext[l], ej), sqrtPi);
-            L.exact[l] += L.in[l] != 0 ? s : 0.0;
+            for (int l = v; l < v + kBlock; ++l) {
+                const double s = pairShare(xj - L.px[l], yj - L.py[l], zj - L.pz[l], L.nx[l], L.ny[l], L.nz[l], nxj, nyj,
+                                           nzj, L.ai[l], w, std::max(L.ext[l], ej), sqrtPi);
+                L.exact[l] += L.in[l] != 0.0 ? s : 0.0;
+            }
         }
     }
 }
@@ -511,10 +525,11 @@ __attribute__((target_clones("avx2", "default"))) void classifyLanes(const Clust
     const double ax = C.axis[0], ay = C.axis[1], az = C.axis[2], cosA = C.cosA, sinA = C.sinA;
     const double hlo = C.hlo, hhi = C.hhi, mass = C.mass, back = C.back, front = C.front;
     // Only the lanes from the first to the last in the mask, in whole vectors.
-    const int lo = std::countr_zero(mask) & ~3, hi = std::min(kLanes, (kLanes - std::countl_zero(mask) + 3) & ~3);
-    for (int l = lo; l < hi; ++l) L.in[l] = static_cast<std::int32_t>((mask >> l) & 1u);
+    const auto [lo, hi] = laneSpan(mask);
+    for (int l = lo; l < hi; ++l) L.in[l] = static_cast<double>((mask >> l) & 1u);
+    for (int v = lo; v < hi; v += kBlock)
 #pragma omp simd
-    for (int l = lo; l < hi; ++l) {
+    for (int l = v; l < v + kBlock; ++l) {
         const double dx = cx - L.px[l], dy = cy - L.py[l], dz = cz - L.pz[l];
         const double r0 = std::sqrt(dx * dx + dy * dy + dz * dz);
         const double nx = L.nx[l], ny = L.ny[l], nz = L.nz[l], nl = L.nl[l];
@@ -548,7 +563,7 @@ __attribute__((target_clones("avx2", "default"))) void classifyLanes(const Clust
         const double cR = std::min(1.0, (nd + up) * invNl * invMin);
         const double cE = std::min(1.0, (r0 * cosNear - back) * invMin);
         const double bound = J.ratio * mass * cR * cE * (0.25 / kPi) * invMin * invMin;
-        const bool spend = (L.in[l] != 0) & !behind & !inside & !away & (J.allowance > 0.0) & (L.spent[l] + bound <= J.allowance);
+        const bool spend = (L.in[l] != 0.0) & !behind & !inside & !away & (J.allowance > 0.0) & (L.spent[l] + bound <= J.allowance);
         L.spent[l] += spend ? bound : 0.0;
         // Both cosines surely positive for every node (beta + alpha < 90
         // degrees, and cosE |P_R - P_E| >= r0 cos(beta + alpha) - front > 0).
@@ -582,16 +597,17 @@ __attribute__((target_clones("avx2", "default"))) void classifyLanes(const Clust
 //   sum_i sum_k Q_iik (a + a0 g)_k + sum_jk P_jk (a_j g_k + a0 H_jk / 2).
 __attribute__((target_clones("avx2", "default"))) void farTerms(const Cluster& C, Lanes& L, std::uint64_t take,
                                                                 double ratio, int order) {
-    const int lo = std::countr_zero(take) & ~3, hi = std::min(kLanes, (kLanes - std::countl_zero(take) + 3) & ~3);
-    for (int l = lo; l < hi; ++l) L.take[l] = static_cast<std::int32_t>((take >> l) & 1u);
+    const auto [lo, hi] = laneSpan(take);
+    for (int l = lo; l < hi; ++l) L.take[l] = static_cast<double>((take >> l) & 1u);
     const double w1 = order >= 1 ? 1.0 : 0.0, w2 = order >= 2 ? 1.0 : 0.0;
     const double W0 = C.W[0], W1 = C.W[1], W2 = C.W[2];
     double D[9], Q[18];
     std::copy(std::begin(C.D), std::end(C.D), D);
     std::copy(std::begin(C.Q), std::end(C.Q), Q);
     const double trD = D[0] + D[4] + D[8];
+    for (int v = lo; v < hi; v += kBlock)
 #pragma omp simd
-    for (int l = lo; l < hi; ++l) {
+    for (int l = v; l < v + kBlock; ++l) {
         const double d0 = L.dx[l], d1 = L.dy[l], d2 = L.dz[l];
         const double n0 = L.nx[l], n1 = L.ny[l], n2 = L.nz[l];
         const double inv0 = L.inv0[l], inv2 = inv0 * inv0;
@@ -623,7 +639,7 @@ __attribute__((target_clones("avx2", "default"))) void farTerms(const Cluster& C
         const double s = std::sqrt(1.0 + x);
         const double gx = 2.0 / ((s + 1.0) * s);
         const double term = -ratio * (0.25 / kPi) * gx * T * inv2 * inv2;
-        L.far[l] += L.take[l] != 0 ? term : 0.0;
+        L.far[l] += L.take[l] != 0.0 ? term : 0.0;
     }
 }
 
