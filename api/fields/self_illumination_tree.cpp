@@ -531,7 +531,7 @@ __attribute__((target_clones("avx2", "default"))) void classifyLanes(const Clust
 #pragma omp simd
     for (int l = v; l < v + kBlock; ++l) {
         const double dx = cx - L.px[l], dy = cy - L.py[l], dz = cz - L.pz[l];
-        const double r0 = std::sqrt(dx * dx + dy * dy + dz * dz);
+        const double r2 = dx * dx + dy * dy + dz * dz, r0 = std::sqrt(r2);
         const double nx = L.nx[l], ny = L.ny[l], nz = L.nz[l], nl = L.nl[l];
         const double nd = nx * dx + ny * dy + nz * dz;
         L.dx[l] = dx, L.dy[l] = dy, L.dz[l] = dz, L.nd[l] = nd;
@@ -549,26 +549,28 @@ __attribute__((target_clones("avx2", "default"))) void classifyLanes(const Clust
         const double q = 1.0 / (r0 * rmin);
         const double inv0 = rmin * q, invMin = r0 * q, invNl = L.invNl[l];
         L.inv0[l] = inv0;
-        // beta: the angle between the cone's axis and the direction back to the receiver.
-        const double cosB = -(ax * dx + ay * dy + az * dz) * inv0;
-        const double sinB = std::sqrt(std::max(0.0, 1.0 - cosB * cosB));
-        // The largest cosE any node can have: the cone's normal nearest the way back.
-        const double cosNear = cosB <= cosA ? cosB * cosA + sinB * sinA : 1.0;
-        // cosE |P_R - P_E| = n . (P_R - c) - n . (P - c) <= r0 cosNear - back:
+        // beta: the angle between the cone's axis and the direction back to
+        // the receiver, as r0 cos(beta) and r0 sin(beta) (neither waits for
+        // the division).
+        const double rcosB = -(ax * dx + ay * dy + az * dz);
+        const double rsinB = std::sqrt(std::max(0.0, r2 - rcosB * rcosB));
+        // The largest cosE any node can have, times r0: the cone's normal nearest the way back.
+        const double rNear = rcosB <= r0 * cosA ? rcosB * cosA + rsinB * sinA : r0;
+        // cosE |P_R - P_E| = n . (P_R - c) - n . (P - c) <= rNear - back:
         // where that is not positive, cosE <= 0 for all.
-        const bool away = r0 * cosNear - back <= 0.0;
+        const bool away = rNear - back <= 0.0;
         // A share is at most ratio |V_E| A_E cosR cosE / (4 pi r^2): a
         // cluster whose bound fits in what is left of the allowance is left
         // out (nearly in the receiver's plane, nearly edge on, small).
         const double cR = std::min(1.0, (nd + up) * invNl * invMin);
-        const double cE = std::min(1.0, (r0 * cosNear - back) * invMin);
+        const double cE = std::min(1.0, (rNear - back) * invMin);
         const double bound = J.ratio * mass * cR * cE * (0.25 / kPi) * invMin * invMin;
         const bool spend = (L.in[l] != 0.0) & !behind & !inside & !away & (J.allowance > 0.0) & (L.spent[l] + bound <= J.allowance);
         L.spent[l] += spend ? bound : 0.0;
         // Both cosines surely positive for every node (beta + alpha < 90
         // degrees, and cosE |P_R - P_E| >= r0 cos(beta + alpha) - front > 0).
-        const double cosFar = cosB * cosA - sinB * sinA;
-        const bool facing = (nd + down > 0.0) & (cosB > 0.0) & (cosA > 0.0) & (r0 * cosFar > front);
+        const double rFar = rcosB * cosA - rsinB * sinA;
+        const bool facing = (nd + down > 0.0) & (rcosB > 0.0) & (cosA > 0.0) & (rFar > front);
         // The remainder of the expansion is of the order (rho / r0)^q of the
         // kernel's size |N_R| |b| / r0^2 (q = order + 1, at least 2), the
         // term itself that size times cosR cosE: accepted when the remainder
@@ -580,7 +582,7 @@ __attribute__((target_clones("avx2", "default"))) void classifyLanes(const Clust
         const double cosR = nd * invNl * inv0;
         const double t = rho * inv0;
         const double tq = t * t * (J.order >= 2 ? t : 1.0);
-        const bool relative = (tq <= J.thq * std::max(kGrazingFloor, cosR * cosB)) &
+        const bool relative = (tq <= J.thq * std::max(kGrazingFloor, cosR * rcosB * inv0)) &
                               (L.ai[l] <= J.thq / J.theta * kPi * rmin * rmin);
         const bool skip = behind | spend | (!inside & away);
         const bool accept = !inside & facing & relative;
