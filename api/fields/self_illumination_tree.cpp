@@ -475,6 +475,20 @@ inline std::pair<int, int> laneSpan(std::uint64_t mask) {
             std::min(kLanes, (kLanes - std::countl_zero(mask) + kBlock - 1) & ~(kBlock - 1))};
 }
 
+// The bits of `mask` from lo to hi as 1 and 0, a block at a time.
+struct BlockFlags {
+    alignas(32) double of[1 << kBlock][kBlock];
+    constexpr BlockFlags() : of{} {
+        for (int m = 0; m < (1 << kBlock); ++m)
+            for (int k = 0; k < kBlock; ++k) of[m][k] = (m >> k) & 1;
+    }
+};
+constexpr BlockFlags kBlockFlags{};
+inline void laneFlags(std::uint64_t mask, int lo, int hi, double* out) {
+    for (int v = lo; v < hi; v += kBlock)
+        std::copy_n(kBlockFlags.of[(mask >> v) & ((1u << kBlock) - 1)], kBlock, out + v);
+}
+
 // The exact kernel's share of emitter j at receiver i, written with one
 // division: with d = P_j - P_i, r = |d|, a = N_i . d = r cosR, b = -N_j . d
 // = r cosE and S^2 = pi r^2 + cosR A_i, S - r sqrt(pi) = cosR A_i / (S + r
@@ -502,7 +516,7 @@ inline double pairShare(double dx, double dy, double dz, double nxi, double nyi,
 __attribute__((target_clones("avx2", "default"))) void leafBlock(const Cluster& C, Lanes& L, std::uint64_t lanes,
                                                                  double ratio, double sqrtPi, const LeafRow& R) {
     const auto [lo, hi] = laneSpan(lanes);
-    for (int l = lo; l < hi; ++l) L.in[l] = static_cast<double>((lanes >> l) & 1u);
+    laneFlags(lanes, lo, hi, L.in);
     for (auto j = static_cast<std::size_t>(C.begin); j < static_cast<std::size_t>(C.end); ++j) {
         const double xj = R.x[j], yj = R.y[j], zj = R.z[j], nxj = R.nx[j], nyj = R.ny[j], nzj = R.nz[j];
         const double ej = R.extent[j], w = R.value[j] * R.area[j] * ratio;
@@ -526,7 +540,7 @@ __attribute__((target_clones("avx2", "default"))) void classifyLanes(const Clust
     const double hlo = C.hlo, hhi = C.hhi, mass = C.mass, back = C.back, front = C.front;
     // Only the lanes from the first to the last in the mask, in whole vectors.
     const auto [lo, hi] = laneSpan(mask);
-    for (int l = lo; l < hi; ++l) L.in[l] = static_cast<double>((mask >> l) & 1u);
+    laneFlags(mask, lo, hi, L.in);
     for (int v = lo; v < hi; v += kBlock)
 #pragma omp simd
     for (int l = v; l < v + kBlock; ++l) {
@@ -600,7 +614,7 @@ __attribute__((target_clones("avx2", "default"))) void classifyLanes(const Clust
 __attribute__((target_clones("avx2", "default"))) void farTerms(const Cluster& C, Lanes& L, std::uint64_t take,
                                                                 double ratio, int order) {
     const auto [lo, hi] = laneSpan(take);
-    for (int l = lo; l < hi; ++l) L.take[l] = static_cast<double>((take >> l) & 1u);
+    laneFlags(take, lo, hi, L.take);
     const double w1 = order >= 1 ? 1.0 : 0.0, w2 = order >= 2 ? 1.0 : 0.0;
     const double W0 = C.W[0], W1 = C.W[1], W2 = C.W[2];
     double D[9], Q[18];
