@@ -94,7 +94,9 @@ bool ownsBlock(std::size_t block, WorkShare share);
 struct FarFieldRule {
     double theta = 0.0;
     int order = 1;
-    int leafSize = 16;  // largest number of nodes in a leaf cluster
+    // Largest number of nodes in a leaf cluster; 0: 32, or with the
+    // obstruction test 16, the leaves whose pairs' answers are kept.
+    int leafSize = 0;
     // Above 0: each receiver may leave out clusters whose shares are bounded
     // by a quarter of tolerance times the largest correction of a sample.
     double tolerance = 0.0;
