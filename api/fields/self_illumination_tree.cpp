@@ -99,13 +99,13 @@
 // and 2.7e-4 (the concave model with a screen), at 0.35 1.7e-3. Leaves of 32
 // nodes, no faster there, are faster on larger models, where judging
 // clusters takes more of the time (the example refined three times, 288,547
-// nodes: 7.4 s against 9.1 s, the least of three runs; 48 and 64 were
-// slower). The group's walk, with the same theta, errs 2.5e-4 (sphere) and
+// nodes: 7.4 s against 9.1 s, the least of three runs; 64 nodes: 8.1 s).
+// The group's walk, with the same theta, errs 2.5e-4 (sphere) and
 // 2.7e-4 (concave) at 20,000 nodes; groups that went on as halves of 32 and
 // 16 receivers (each judging what the larger handed down) were slower, the
 // expansions costing more than the receivers' own terms they saved, and so
-// was opening clusters down to the group's radius (rather than twice it) or
-// to three times it.
+// was opening clusters down to the group's radius (rather than twice it);
+// down to three times it was no faster.
 //
 // With the obstruction test a few rays judge an accepted cluster (below), and
 // they judge it well only while it is small as seen from the receiver: theta
