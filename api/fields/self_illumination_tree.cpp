@@ -465,7 +465,7 @@ struct LeafRow {
 struct Lanes {
     alignas(64) double px[kLanes], py[kLanes], pz[kLanes], nx[kLanes], ny[kLanes], nz[kLanes], nl[kLanes],
         ai[kLanes];
-    alignas(64) double invNl[kLanes], spent[kLanes], far[kLanes], exact[kLanes], ext[kLanes];
+    alignas(64) double invNl[kLanes], spent[kLanes], far[kLanes], exact[kLanes], ext[kLanes], aiPi[kLanes];
     alignas(64) double dx[kLanes], dy[kLanes], dz[kLanes], inv0[kLanes], nd[kLanes];
     alignas(64) std::int64_t kind[kLanes];  // Kind; as wide as a double, or the loop that sets it
                                             // would not fill whole vectors
@@ -531,17 +531,18 @@ inline double pairShare(double dx, double dy, double dz, double nxi, double nyi,
 // by less than 231 x^5 / 512 of the share (kSeriesError). One square root
 // and one division, side by side: the exact form's chain of two square
 // roots and a division is what a block of pairs waits for.
+// (aiPi: A_i / pi; wq: ratio w_j / (4 pi).)
 inline double nearShare(double dx, double dy, double dz, double nxi, double nyi, double nzi, double nxj, double nyj,
-                        double nzj, double ai, double wj, double m) {
+                        double nzj, double aiPi, double wq, double m) {
     const double r2 = dx * dx + dy * dy + dz * dz;
     const double r = std::sqrt(r2), ir2 = 1.0 / r2;
     const double a = nxi * dx + nyi * dy + nzi * dz, b = -(nxj * dx + nyj * dy + nzj * dz);
     const bool exchange = (r > 1e-10 * m) & (a > 0.0) & (b > 0.0);
     const double ir4 = ir2 * ir2;
-    const double x = a * ai * (1.0 / kPi) * ir4 * r;
+    const double x = a * aiPi * (ir4 * r);
     const double x2 = x * x;
     const double g = (1.0 - 0.75 * x) + x2 * ((0.625 - (35.0 / 64.0) * x) + x2 * (63.0 / 128.0));
-    return exchange ? wj * a * b * (0.25 / kPi) * ir4 * g : 0.0;
+    return exchange ? wq * a * b * ir4 * g : 0.0;
 }
 
 // What the receivers in `lanes` get from the leaf's nodes: a block of the
@@ -553,12 +554,12 @@ template <bool series>
 inline void leafPairs(const Cluster& C, Lanes& L, int lo, int hi, double ratio, double sqrtPi, const LeafRow& R) {
     for (auto j = static_cast<std::size_t>(C.begin); j < static_cast<std::size_t>(C.end); ++j) {
         const double xj = R.x[j], yj = R.y[j], zj = R.z[j], nxj = R.nx[j], nyj = R.ny[j], nzj = R.nz[j];
-        const double ej = R.extent[j], w = R.value[j] * R.area[j] * ratio;
+        const double ej = R.extent[j], w = R.value[j] * R.area[j] * ratio, wq = w * (0.25 / kPi);
         for (int v = lo; v < hi; v += kBlock) {
 #pragma omp simd
             for (int l = v; l < v + kBlock; ++l) {
                 const double dx = xj - L.px[l], dy = yj - L.py[l], dz = zj - L.pz[l], m = std::max(L.ext[l], ej);
-                const double s = series ? nearShare(dx, dy, dz, L.nx[l], L.ny[l], L.nz[l], nxj, nyj, nzj, L.ai[l], w, m)
+                const double s = series ? nearShare(dx, dy, dz, L.nx[l], L.ny[l], L.nz[l], nxj, nyj, nzj, L.aiPi[l], wq, m)
                                         : pairShare(dx, dy, dz, L.nx[l], L.ny[l], L.nz[l], nxj, nyj, nzj, L.ai[l], w, m,
                                                     sqrtPi);
                 L.exact[l] += L.in[l] != 0.0 ? s : 0.0;
@@ -896,6 +897,7 @@ public:
             L_.px[l] = t_.x[i], L_.py[l] = t_.y[i], L_.pz[l] = t_.z[i];
             L_.nx[l] = t_.nx[i], L_.ny[l] = t_.ny[i], L_.nz[l] = t_.nz[i];
             L_.ai[l] = t_.area[i];
+            L_.aiPi[l] = t_.area[i] / kPi;
             L_.ext[l] = t_.extent[i];
             L_.nl[l] = std::sqrt(L_.nx[l] * L_.nx[l] + L_.ny[l] * L_.ny[l] + L_.nz[l] * L_.nz[l]);
             L_.invNl[l] = 1.0 / L_.nl[l];
