@@ -1142,7 +1142,7 @@ private:
     }
 
     // The leaf's nodes to the receivers in `lanes`, pair by pair with the
-    // exact kernel's arithmetic.
+    // exact kernel's arithmetic or, where x is small, its series.
     void leaf(std::int32_t id, const Cluster& C, std::uint64_t lanes) {
         if (bvh_ == nullptr) {
             // The series serves when, for every receiver, x is at most
