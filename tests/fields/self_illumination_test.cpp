@@ -324,6 +324,29 @@ TEST(SelfIlluminationHierarchy, StaysWithinTheToleranceOfTheExactCorrection) {
     }
 }
 
+// The correction is a matter of angles and of areas over squared distances:
+// the model scaled by a power of two (every length exact) gives the same
+// one. A bound or a rule that weighs lengths of different powers against
+// each other would leave out or take whole other clusters and leaves.
+TEST(SelfIlluminationHierarchy, GivesTheSameCorrectionAtEveryScale) {
+    for (const bool visibility : {false, true}) {
+        std::vector<double> unscaled;
+        for (const double scale : {1.0, 0x1p-12, 0x1p12}) {
+            SCOPED_TRACE(testing::Message() << visibility << " " << scale);
+            std::vector<shapes::Block> blocks = {
+                bowl(25, 25, 0.0, 1.0, true), bowl(25, 25, 4.0, -1.0, false),
+                shapes::grid(15, 15, [](int i, int j) { return V(0.2 * i, 0.2 * j - 1.5, 2.0); }, {0, 0, 1})};
+            for (auto& b : blocks)
+                for (auto& p : b.pos) p = p * scale;
+            const auto got = tundrel::detail::selfIlluminationValues(shapes::build(blocks), "P", 0.8, visibility,
+                                                                     nullptr, 1e-3);
+            if (unscaled.empty()) unscaled = got;
+            ASSERT_EQ(got.size(), unscaled.size());
+            for (std::size_t k = 0; k < got.size(); ++k) EXPECT_NEAR(got[k], unscaled[k], 1e-12) << k;
+        }
+    }
+}
+
 // With the obstruction test a tolerance runs the exact pass where the walks
 // would trace about as many rays as it does (the inside of a closed sphere:
 // every pair exchanges, near by), and the walk where far parts can be judged
