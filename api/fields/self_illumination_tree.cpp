@@ -1222,35 +1222,41 @@ private:
         }
     }
 
+    // The lanes of `lanes` that still look at the leaf: a receiver whose
+    // bound of the leaf's shares (leafFan) fits in what is left of its
+    // leaves' allowance skips it. Groups call this while it skips often
+    // enough to pay for the bounds.
+    std::uint64_t unbounded(const Cluster& C, std::uint64_t lanes, const LeafRow& R) {
+        if (gappy(lanes)) {
+            int lane[kLanes];
+            leafFan(C, packed_, 0, packLanes(L_, lanes, packed_, lane), R);
+            for (int k = 0, n = std::popcount(lanes); k < n; ++k) L_.fan[lane[k]] = packed_.fan[k];
+        } else {
+            const auto [lo, hi] = laneSpan(lanes);
+            leafFan(C, L_, lo, hi, R);
+        }
+        for (std::uint64_t m = lanes; m != 0; m &= m - 1) {
+            const int l = std::countr_zero(m);
+            const double rmin = 1.0 / L_.inv0[l] - C.rho, r2 = rmin * rmin;
+            const double bound = ratio_ * (0.25 / kPi) * L_.fan[l] / (r2 * r2);
+            ++fanned_;
+            if (rmin > 0.0 && L_.leafSpent[l] + bound <= leafAllowance) {
+                L_.leafSpent[l] += bound;
+                lanes &= ~(std::uint64_t{1} << l);
+                ++fanSkipped_;
+            }
+        }
+        return lanes;
+    }
+
     // The leaf's nodes to the receivers in `lanes`, pair by pair with the
     // exact kernel's arithmetic or, where x is small, its series.
     void leaf(std::int32_t id, const Cluster& C, std::uint64_t lanes) {
         if (bvh_ == nullptr) {
             const LeafRow R{t_.x.data(),  t_.y.data(),    t_.z.data(),     t_.nx.data(),    t_.ny.data(),
                             t_.nz.data(), t_.area.data(), t_.value.data(), t_.extent.data()};
-            // A receiver whose bound of the leaf's shares fits in what is
-            // left of its leaves' allowance skips the leaf, while that
-            // happens often enough in this group to pay for the bounds.
             if (leafAllowance > 0.0 && (fanned_ < kFanTrial || fanSkipped_ * kFanWorth >= fanned_)) {
-                if (gappy(lanes)) {
-                    int lane[kLanes];
-                    leafFan(C, packed_, 0, packLanes(L_, lanes, packed_, lane), R);
-                    for (int k = 0, n = std::popcount(lanes); k < n; ++k) L_.fan[lane[k]] = packed_.fan[k];
-                } else {
-                    const auto [lo, hi] = laneSpan(lanes);
-                    leafFan(C, L_, lo, hi, R);
-                }
-                for (std::uint64_t m = lanes; m != 0; m &= m - 1) {
-                    const int l = std::countr_zero(m);
-                    const double rmin = 1.0 / L_.inv0[l] - C.rho, r2 = rmin * rmin;
-                    const double bound = ratio_ * (0.25 / kPi) * L_.fan[l] / (r2 * r2);
-                    ++fanned_;
-                    if (rmin > 0.0 && L_.leafSpent[l] + bound <= leafAllowance) {
-                        L_.leafSpent[l] += bound;
-                        lanes &= ~(std::uint64_t{1} << l);
-                        ++fanSkipped_;
-                    }
-                }
+                lanes = unbounded(C, lanes, R);
                 if (lanes == 0) return;
             }
             // The series serves when, for every receiver, x is at most
