@@ -1222,6 +1222,10 @@ private:
         }
     }
 
+    // The least distance from lane l's receiver to a node of C, by C's
+    // sphere (negative inside it), as the last classifyLanes left inv0.
+    double nearest(int l, const Cluster& C) const { return 1.0 / L_.inv0[l] - C.rho; }
+
     // The lanes of `lanes` that still look at the leaf: a receiver whose
     // bound of the leaf's shares (leafFan) fits in what is left of its
     // leaves' allowance skips it. Groups call this while it skips often
@@ -1237,7 +1241,7 @@ private:
         }
         for (std::uint64_t m = lanes; m != 0; m &= m - 1) {
             const int l = std::countr_zero(m);
-            const double rmin = 1.0 / L_.inv0[l] - C.rho, r2 = rmin * rmin;
+            const double rmin = nearest(l, C), r2 = rmin * rmin;
             const double bound = ratio_ * (0.25 / kPi) * L_.fan[l] / (r2 * r2);
             ++fanned_;
             if (rmin > 0.0 && L_.leafSpent[l] + bound <= leafAllowance) {
@@ -1265,7 +1269,7 @@ private:
             bool series = seriesX_ > 0.0;
             for (std::uint64_t m = lanes; m != 0 && series; m &= m - 1) {
                 const int l = std::countr_zero(m);
-                const double rmin = 1.0 / L_.inv0[l] - C.rho;
+                const double rmin = nearest(l, C);
                 series = rmin > 0.0 &&
                          L_.ai[l] * std::max(0.0, L_.nd[l] + L_.nl[l] * C.rho) <= seriesX_ * kPi * rmin * rmin * rmin;
             }
