@@ -103,6 +103,9 @@ struct FarFieldRule {
     // With the obstruction test: run the exact pass instead when a few
     // receivers' walks show that it would trace about as many rays.
     bool exactWhenCheaper = false;
+    // With the obstruction test: how many pairs of leaves whose rays' answers
+    // are kept for the other node's walk, a participant (about 110 bytes each).
+    double pairsKept = 8.0;
 };
 // The rule a tolerance asks for; exactWhenCheaper as preferExactWhenCheaper
 // last set it (on unless a test or benchmark measures the walk itself).

@@ -204,9 +204,6 @@ constexpr double kCheaperShare = 0.7;
 constexpr std::size_t kRaySamples = 64;
 constexpr std::size_t kPairSamples = 4096;
 constexpr std::int32_t kTrimAfter = 256;
-// Pairs of leaves the pair cache keeps, a participant (about 110 bytes
-// each): the concave model of 16,400 nodes would fill 14 a node.
-constexpr std::size_t kPairsKept = 8;
 constexpr double kVisibleTheta = 1.9;
 constexpr double kGrazingFloor = 0.15;
 constexpr int kLeafSize = 32;          // nodes in a leaf at most, without the obstruction test
@@ -898,14 +895,24 @@ void reach(const Cluster& V, const Cluster& O, const double d[3], double r0, dou
 // meets the other's leaf first (traced from the lower node number, as the
 // exact pass traces it, so the answer does not depend on which). A pair of
 // leaves keeps a bit a pair of their nodes, what is known and what is
-// hidden, in shards under their own locks.
+// hidden, in shards under their own locks. Once the receivers of both
+// leaves have walked, a pair of leaves is of no more use: when the cache is
+// full it drops those (prune), rather than keep what the walks met first.
 class PairCache {
 public:
     static constexpr int kSide = 16;  // leaves of more nodes are not kept
 
     // At most `limit` pairs of leaves are kept: the memory stays linear in
-    // the nodes however many pairs the walks trace.
-    explicit PairCache(std::size_t limit) : limit_(limit) {}
+    // the nodes however many pairs the walks trace. `clusters`: how many
+    // cluster numbers there are, `leaves` of them leaves.
+    PairCache(std::size_t limit, std::size_t clusters, std::size_t leaves)
+        : limit_(limit), leaves_(leaves), walked_(std::make_unique<std::atomic<std::uint8_t>[]>(clusters)) {}
+
+    // Every receiver of leaf `id` has walked (or walks elsewhere).
+    void walked(std::int32_t id) {
+        if (walked_[static_cast<std::size_t>(id)].exchange(1, std::memory_order_relaxed) == 0)
+            walkedCount_.fetch_add(1, std::memory_order_relaxed);
+    }
 
     struct Bits {
         std::uint64_t known[kSide * kSide / 64] = {}, hidden[kSide * kSide / 64] = {};
@@ -930,6 +937,7 @@ public:
         return it == s.map.end() ? Bits{} : it->second;
     }
     void put(std::uint64_t k, const Bits& found) {
+        if (size_.load(std::memory_order_relaxed) >= limit_) prune();
         Shard& s = shard(k);
         const std::lock_guard<std::mutex> lock(s.m);
         auto it = s.map.find(k);
@@ -952,8 +960,36 @@ private:
     };
     static constexpr int kShards = 64;
     Shard shards_[kShards];
-    std::size_t limit_;
+    std::size_t limit_, leaves_;
     std::atomic<std::size_t> size_{0};
+    std::unique_ptr<std::atomic<std::uint8_t>[]> walked_;
+    std::atomic<std::size_t> walkedCount_{0}, prunedAt_{0};
+    std::mutex pruning_;
+
+    bool done(std::uint32_t id) const { return walked_[id].load(std::memory_order_relaxed) != 0; }
+
+    // Drops the pairs of leaves whose receivers have all walked, by one
+    // thread while the others go on (their pairs are not kept meanwhile),
+    // and only once a further 1/32 of the leaves have walked since the last
+    // time: a full cache of live pairs is not swept again and again.
+    void prune() {
+        const std::size_t walked = walkedCount_.load(std::memory_order_relaxed);
+        if (walked < prunedAt_.load(std::memory_order_relaxed) + std::max<std::size_t>(1, leaves_ / 32)) return;
+        const std::unique_lock<std::mutex> one(pruning_, std::try_to_lock);
+        if (!one.owns_lock()) return;
+        prunedAt_.store(walked, std::memory_order_relaxed);
+        for (Shard& s : shards_) {
+            const std::lock_guard<std::mutex> lock(s.m);
+            for (auto it = s.map.begin(); it != s.map.end();) {
+                if (done(static_cast<std::uint32_t>(it->first >> 32)) && done(static_cast<std::uint32_t>(it->first))) {
+                    it = s.map.erase(it);
+                    size_.fetch_sub(1, std::memory_order_relaxed);
+                } else {
+                    ++it;
+                }
+            }
+        }
+    }
     Shard& shard(std::uint64_t k) { return shards_[(k * 0x9E3779B97F4A7C15ull) >> 58]; }
 };
 
@@ -1442,7 +1478,10 @@ std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, F
     // obstruction only takes shares away), and the few largest again with
     // it.
     double allowance = 0.0;
-    PairCache pairs(kPairsKept * static_cast<std::size_t>(M));
+    // (the concave model of 16,400 nodes would fill 14 a node, the example refined twice about 15)
+    PairCache pairs(static_cast<std::size_t>(std::max(0.0, rule.pairsKept) * static_cast<double>(M)), tree.clusters.size(),
+                    static_cast<std::size_t>(std::count_if(tree.clusters.begin(), tree.clusters.end(),
+                                                           [](const Cluster& C) { return C.child[0] < 0; })));
     std::unique_ptr<std::atomic<std::int32_t>[]> uses;
     if (bvh != nullptr) uses = std::make_unique<std::atomic<std::int32_t>[]>(M);
     if (rule.tolerance > 0.0 && M > 0) {
@@ -1510,6 +1549,13 @@ std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, F
     PairProgress progress(receivers);
     std::int64_t tests = 0, terms = 0;
     std::exception_ptr failure;
+    // The leaves of group k have walked: their pairs of leaves may go.
+    auto walked = [&](std::int64_t k) {
+        for (std::int32_t i = groupAt(k).begin; i < groupAt(k).end; ++i) pairs.walked(tree.leafOf[static_cast<std::size_t>(i)]);
+    };
+    if (bvh != nullptr)
+        for (std::int64_t k = 0; k < groups; ++k)
+            if (!owned(k)) walked(k);
 
     // One walk a group of receivers (a cluster of at most kLanes nodes, or a larger leaf in parts).
 #pragma omp parallel reduction(+ : tests, terms)
@@ -1532,6 +1578,7 @@ std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, F
 #pragma omp critical(tundrel_self_illumination_tree_failure)
                 if (!failure) failure = std::current_exception();
             }
+            if (bvh != nullptr) walked(k);
             progress.add(static_cast<std::int64_t>(L.end - L.begin));
         }
         tests += walk.tests;

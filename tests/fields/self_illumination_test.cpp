@@ -374,6 +374,37 @@ TEST(SelfIlluminationHierarchy, RunsTheExactPassWhereThatIsCheaper) {
     }
 }
 
+// The answers the walks keep for each other only spare rays: with room for
+// no pair of leaves, for a few (dropped and taken again as the walks go on),
+// or for all, the walk gives the same bits.
+TEST(SelfIlluminationHierarchy, KeptAnswersChangeNothing) {
+    const FieldMasterD f = shapes::build({bowl(25, 25, 0.0, 1.0, true), bowl(25, 25, 4.0, -1.0, false),
+                                          shapes::grid(15, 15, [](int i, int j) { return V(0.2 * i, 0.2 * j - 1.5, 2.0); },
+                                                       {0, 0, 1})});
+    const tundrel::Surface s(f);
+    const std::vector<double> area = tundrel::detail::nodeAreas(f, s, std::vector<unsigned char>(s.nodeCount(), 1));
+    const std::vector<double> v = values(f, "P");
+    tundrel::detail::IlluminationNodes nodes;
+    for (std::size_t k = 0; k < s.nodeCount(); ++k) nodes.add(s, f.normals()->data()[k], k, area[k], v[k]);
+    const tundrel::SurfaceBvh bvh(s);
+    std::vector<double> first;
+    std::int64_t rays[3] = {};
+    for (int run = 0; run < 3; ++run) {
+        tundrel::detail::FarFieldRule rule = tundrel::detail::farFieldRule(1e-3);
+        rule.exactWhenCheaper = false;
+        rule.pairsKept = run == 0 ? 8.0 : run == 1 ? 0.02 : 0.0;
+        tundrel::SelfIlluminationStats stats;
+        const std::vector<double> got = tundrel::detail::hierarchicalSums(nodes, 0.8, rule, &bvh, &stats);
+        rays[run] = stats.segmentTests;
+        if (first.empty()) first = got;
+        ASSERT_EQ(got.size(), first.size());
+        EXPECT_EQ(std::memcmp(got.data(), first.data(), got.size() * sizeof(double)), 0) << rule.pairsKept;
+    }
+    // Kept answers spared rays, and fewer kept spared fewer.
+    EXPECT_LT(rays[0], rays[1]);
+    EXPECT_LE(rays[1], rays[2]);
+}
+
 // A run repeats to the bit, with and without the obstruction test, however
 // the threads happen to share the rows.
 TEST(SelfIlluminationKernel, RepeatsToTheBit) {
