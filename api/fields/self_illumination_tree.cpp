@@ -137,7 +137,7 @@
 // it is opened, down to the exact test of every pair at the leaves. A
 // receiver skips a leaf whose pairs' bound (leafFan, above) fits in what is
 // left of its second allowance, with no ray (occlusion only takes shares
-// away, so the bound holds): on the example refined twice a fifth fewer
+// away, so the bound holds): on the example refined twice 18% fewer
 // rays at the leaves, 17.2 to 17.6 s against 23.6 s. A pair whose share fits
 // in what is left of the receiver's allowance counts as seen without a ray
 // (it errs by at most what it spends; giving such pairs the second
@@ -152,11 +152,11 @@
 // Where a few receivers' dry walks (rays counted, none traced) come to at
 // least 0.7 of the rays the exact pass traces a node, the exact pass runs
 // instead (see hierarchicalSums). On the example refined twice the walks
-// trace 1,756 rays a node against the exact pass's 2,537 (the dry walks
-// count 0.63 of them): 17.2 to 17.6 s against 21.3 to 21.4 s, a walk's ray
-// costing about 1.17 times an exact one (whole segments at first, and the
-// walk). The sphere of 19,902 nodes counts 1.02, the concave model of 16,400
-// 2.17, the example 1.33: the exact pass, 1.3 to 1.4 times as fast there.
+// trace 1,537 rays a node against the exact pass's 2,537 (the dry walks
+// count 0.59 of them): 16.1 to 17.3 s against 20 to 24 s, a walk's ray
+// costing about 1.2 times an exact one (whole segments at first, and the
+// walk). The sphere of 19,902 nodes counts 0.89, the concave model of 16,400
+// 2.08, the example 1.30: the exact pass, 1.05 to 1.4 times as fast there.
 //
 // Memory: the participants in tree order (about 90 bytes a node), one
 // cluster of 448 bytes for every 8 nodes, and the sums; with the
