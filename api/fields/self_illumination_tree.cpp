@@ -1480,10 +1480,14 @@ std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, F
     // obstruction only takes shares away), and the few largest again with
     // it.
     double allowance = 0.0;
-    // (the concave model of 16,400 nodes would fill 14 a node, the example refined twice about 15)
-    PairCache pairs(static_cast<std::size_t>(std::max(0.0, rule.pairsKept) * static_cast<double>(M)), tree.clusters.size(),
-                    static_cast<std::size_t>(std::count_if(tree.clusters.begin(), tree.clusters.end(),
-                                                           [](const Cluster& C) { return C.child[0] < 0; })));
+    // (the concave model of 16,400 nodes would fill 14 a node, the example
+    // refined twice about 15); without the obstruction test it stays empty.
+    const auto leaves = bvh == nullptr ? std::size_t{0}
+                                       : static_cast<std::size_t>(std::count_if(
+                                             tree.clusters.begin(), tree.clusters.end(),
+                                             [](const Cluster& C) { return C.child[0] < 0; }));
+    PairCache pairs(static_cast<std::size_t>(std::max(0.0, rule.pairsKept) * static_cast<double>(M)),
+                    bvh != nullptr ? tree.clusters.size() : 0, leaves);
     std::unique_ptr<std::atomic<std::int32_t>[]> uses;
     if (bvh != nullptr) uses = std::make_unique<std::atomic<std::int32_t>[]>(M);
     if (rule.tolerance > 0.0 && M > 0) {
