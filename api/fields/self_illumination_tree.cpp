@@ -189,11 +189,14 @@ namespace {
 constexpr double kPi = 3.14159265358979;
 constexpr int kSamples = 4;
 constexpr std::size_t kAllowanceSamples = 256;
-constexpr std::size_t kObstructedSamples = 8;  // of them walked again with the obstruction test
+constexpr std::size_t kObstructedSamples = 8;  // largest walked again with the obstruction test
 constexpr double kAllowanceShare = 0.25;
 // What a receiver may leave out in leaves whose pairs' bound is small (leafFan),
 // besides the allowance of the clusters: a tenth of theirs.
 constexpr double kLeafAllowanceShare = 0.025;
+// What a receiver may take whole without looking, with the obstruction test
+// (accepted clusters whose bound is small), besides the other two.
+constexpr double kSightAllowanceShare = 0.25;
 // A group of receivers bounds its leaves' pairs while that lets at least one
 // lane in kFanWorth skip the leaf (judged after kFanTrial lanes).
 constexpr std::int64_t kFanTrial = 256;
@@ -501,6 +504,8 @@ struct Lanes {
     alignas(64) double in[kLanes];    // 1: the lane looks at the cluster, else 0
     alignas(64) double fan[kLanes];   // a leaf's sum of |V| A max(0, a) max(0, b), see leafFan
     alignas(64) double leafSpent[kLanes];  // what the lane has left out in leaves
+    alignas(64) double bound[kLanes];      // the bound of the last cluster's shares to the lane
+    alignas(64) double sightSpent[kLanes];  // what the lane has taken whole without rays
 };
 
 enum Kind : std::int64_t { kSkip = 0, kAccept = 1, kOpen = 2 };
@@ -713,6 +718,7 @@ __attribute__((target_clones("avx2", "default"))) void classifyLanes(const Clust
         const double bound = J.ratio * mass * cR * cE * (0.25 / kPi) * invMin * invMin;
         const bool spend = (L.in[l] != 0.0) & !behind & !inside & !away & (J.allowance > 0.0) & (L.spent[l] + bound <= J.allowance);
         L.spent[l] += spend ? bound : 0.0;
+        L.bound[l] = bound;
         // Both cosines surely positive for every node (beta + alpha < 90
         // degrees, and cosE |P_R - P_E| >= r0 cos(beta + alpha) - front > 0).
         const double rFar = rcosB * cosA - rsinB * sinA;
@@ -1007,9 +1013,11 @@ public:
         : t_(t), ratio_(ratio), rule_(rule), bvh_(bvh), sqrtPi_(sqrtPi), pairs_(pairs), uses_(uses),
           seriesX_(std::min(kSeriesLargestX, std::pow(kSeriesShare * rule.tolerance / kSeriesError, 0.2))) {}
 
-    // What each receiver may leave out in clusters whose bound is small, and
-    // in leaves whose pairs' bound is (leafFan).
-    double allowance = 0.0, leafAllowance = 0.0;
+    // What each receiver may leave out in clusters whose bound is small, in
+    // leaves whose pairs' bound is (leafFan), and what it may take whole
+    // without looking (with the obstruction test, accepted clusters whose
+    // bound is small).
+    double allowance = 0.0, leafAllowance = 0.0, sightAllowance = 0.0;
     // Rays are counted, not traced: every one is taken as clear.
     bool dry = false;
 
@@ -1028,7 +1036,7 @@ public:
             L_.ext[l] = t_.extent[i];
             L_.nl[l] = std::sqrt(L_.nx[l] * L_.nx[l] + L_.ny[l] * L_.ny[l] + L_.nz[l] * L_.nz[l]);
             L_.invNl[l] = 1.0 / L_.nl[l];
-            L_.exact[l] = L_.far[l] = L_.spent[l] = L_.leafSpent[l] = 0.0;
+            L_.exact[l] = L_.far[l] = L_.spent[l] = L_.leafSpent[l] = L_.sightSpent[l] = 0.0;
             L_.take[l] = 0;
             if (l < n && L_.ai[l] > 0.0) live |= std::uint64_t{1} << l;  // no area: nothing is subtracted
         }
@@ -1249,6 +1257,18 @@ private:
         std::int32_t from[P], to[P];
         bool hidden[P];
         int lane[P];
+        // A cluster whose bound fits in what is left of the receiver's
+        // sight allowance counts whole, unlooked at: hidden, it errs by at
+        // most what it spends.
+        if (sightAllowance > 0.0)
+            for (std::uint64_t m = accepted; m != 0; m &= m - 1) {
+                const int l = std::countr_zero(m);
+                if (L_.sightSpent[l] + L_.bound[l] <= sightAllowance) {
+                    L_.sightSpent[l] += L_.bound[l];
+                    take |= std::uint64_t{1} << l;
+                    accepted &= ~(std::uint64_t{1} << l);
+                }
+            }
         while (accepted != 0) {
             int n = 0, lanes = 0;
             for (; accepted != 0 && n + C.samples <= P; accepted &= accepted - 1) {
@@ -1465,6 +1485,7 @@ void preferExactWhenCheaper(bool on) { exactWhenCheaperByDefault.store(on); }
 std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, FarFieldRule rule,
                                      const SurfaceBvh* bvh, SelfIlluminationStats* stats, WorkShare share) {
     const std::size_t M = p.size();
+    const double openTheta = rule.theta;
     // A few rays judge an accepted cluster's visibility well only when it is
     // small as seen from the receiver: with the obstruction test the
     // clusters taken whole stay within kVisibleTheta sqrt(EPS) of it.
@@ -1475,10 +1496,13 @@ std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, F
     const double sqrtPi = std::sqrt(kPi);
     // The allowance: a share of the tolerance times the largest correction
     // of receivers spread over the tree (walked without it), which is at
-    // most the largest of all. With the obstruction test the samples are
-    // walked without it first (an unobstructed walk traces no rays, and
-    // obstruction only takes shares away), and the few largest again with
-    // it.
+    // most the largest of all. With the obstruction test the largest often
+    // lies in a corner the spread receivers miss (the example refined twice:
+    // 0.11 of 2.0), and the allowances pay for most of the rays: an
+    // unobstructed walk of every receiver (at the unobstructed theta, a few
+    // hundredths of the obstructed walk's time) tells where it lies, and
+    // the few largest there and among the spread receivers are walked again
+    // with the obstruction test and without the allowance.
     double allowance = 0.0;
     // (the concave model of 16,400 nodes would fill 14 a node, the example
     // refined twice about 15); without the obstruction test it stays empty.
@@ -1490,6 +1514,15 @@ std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, F
                     bvh != nullptr ? tree.clusters.size() : 0, leaves);
     std::unique_ptr<std::atomic<std::int32_t>[]> uses;
     if (bvh != nullptr) uses = std::make_unique<std::atomic<std::int32_t>[]>(M);
+    const auto groups = static_cast<std::int64_t>(tree.groups.size());
+    auto groupAt = [&](std::int64_t k) -> const Cluster& {
+        return tree.clusters[static_cast<std::size_t>(tree.groups[static_cast<std::size_t>(k)])];
+    };
+    auto allow = [](Group& walk, double a) {
+        walk.allowance = a;
+        walk.leafAllowance = kLeafAllowanceShare / kAllowanceShare * a;
+        walk.sightAllowance = kSightAllowanceShare / kAllowanceShare * a;
+    };
     if (rule.tolerance > 0.0 && M > 0) {
         const std::size_t n = std::min<std::size_t>(M, kAllowanceSamples);
         std::vector<double> sampled(n, 0.0);
@@ -1499,26 +1532,64 @@ std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, F
 #pragma omp for schedule(dynamic, 1)
             for (std::size_t k = 0; k < n; ++k) walk.sum(k * M / n, 1, &sampled[k]);
         }
-        std::vector<std::size_t> rank(n);
-        std::iota(rank.begin(), rank.end(), std::size_t{0});
-        auto size = [&](std::size_t k) { return std::isfinite(sampled[k]) ? std::abs(sampled[k]) : -1.0; };
-        std::stable_sort(rank.begin(), rank.end(), [&](std::size_t a, std::size_t b) { return size(a) > size(b); });
+        auto size = [](double v) { return std::isfinite(v) ? std::abs(v) : -1.0; };
+        // The tree positions of the n largest of `values` (at positions at(k)), largest first.
+        auto largestOf = [&](const std::vector<double>& values, std::size_t n, auto at) {
+            std::vector<std::size_t> rank(values.size());
+            std::iota(rank.begin(), rank.end(), std::size_t{0});
+            n = std::min(n, rank.size());
+            std::partial_sort(rank.begin(), rank.begin() + static_cast<std::ptrdiff_t>(n), rank.end(),
+                              [&](std::size_t a, std::size_t b) {
+                                  return size(values[a]) > size(values[b]) || (size(values[a]) == size(values[b]) && a < b);
+                              });
+            rank.resize(n);
+            for (std::size_t& k : rank) k = at(k);
+            return rank;
+        };
+        double largest = 0.0;
+        for (const double v : sampled) largest = std::max(largest, size(v));
+        if (bvh != nullptr) {
+            std::vector<double> open(M, 0.0);
+            FarFieldRule unobstructed = rule;
+            unobstructed.theta = openTheta;
+#pragma omp parallel
+            {
+                Group walk(tree, ratio, unobstructed, nullptr, sqrtPi);
+                allow(walk, kAllowanceShare * rule.tolerance * largest);
+#pragma omp for schedule(dynamic, 4)
+                for (std::int64_t k = 0; k < groups; ++k)
+                    for (std::int32_t first = groupAt(k).begin; first < groupAt(k).end; first += kLanes)
+                        walk.sum(static_cast<std::size_t>(first), std::min<std::int32_t>(kLanes, groupAt(k).end - first),
+                                 &open[static_cast<std::size_t>(first)]);
+            }
+            auto candidates = largestOf(open, kObstructedSamples, [](std::size_t k) { return k; });
+            for (const std::size_t k : largestOf(sampled, kObstructedSamples, [&](std::size_t k) { return k * M / n; }))
+                if (std::find(candidates.begin(), candidates.end(), k) == candidates.end()) candidates.push_back(k);
+            std::vector<double> seen(candidates.size(), 0.0);
+#pragma omp parallel
+            {
+                Group walk(tree, ratio, rule, bvh, sqrtPi, &pairs, uses.get());
+#pragma omp for schedule(dynamic, 1)
+                for (std::size_t k = 0; k < candidates.size(); ++k) walk.sum(candidates[k], 1, &seen[k]);
+            }
+            largest = 0.0;
+            for (const double v : seen) largest = std::max(largest, size(v));
+        }
+        allowance = kAllowanceShare * rule.tolerance * largest;
         // With the obstruction test, a model that sees much of itself near
         // by (the inside of a closed sphere, two bowls facing each other)
         // has the walks trace about as many rays as the exact pass, and
         // dearer ones (whole segments): a few receivers spread over the
-        // tree, walked alone without tracing (every ray taken as clear) and
-        // with the allowance these samples give before obstruction (the
-        // larger), tell, and the exact pass runs instead. Every share of a
-        // run finds the same.
+        // tree, walked alone with the allowances without tracing (every ray
+        // taken as clear), tell, and the exact pass runs instead. Every
+        // share of a run finds the same.
         if (bvh != nullptr && rule.exactWhenCheaper && M > 1) {
             const std::size_t m = std::min<std::size_t>(M, kRaySamples);
             std::int64_t rays = 0;
 #pragma omp parallel reduction(+ : rays)
             {
                 Group walk(tree, ratio, rule, bvh, sqrtPi);
-                walk.allowance = kAllowanceShare * rule.tolerance * std::max(0.0, size(rank[0]));
-                walk.leafAllowance = kLeafAllowanceShare / kAllowanceShare * walk.allowance;
+                allow(walk, allowance);
                 walk.dry = true;
                 double sum = 0.0;
 #pragma omp for schedule(dynamic, 1)
@@ -1529,25 +1600,9 @@ std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, F
             if (static_cast<double>(rays) / static_cast<double>(m) >= kCheaperShare * exact)
                 return illuminationSums(p, ratio, bvh, stats, share);
         }
-        if (bvh != nullptr) {
-            rank.resize(std::min(n, kObstructedSamples));
-#pragma omp parallel
-            {
-                Group walk(tree, ratio, rule, bvh, sqrtPi, &pairs, uses.get());
-#pragma omp for schedule(dynamic, 1)
-                for (std::size_t k = 0; k < rank.size(); ++k) walk.sum(rank[k] * M / n, 1, &sampled[rank[k]]);
-            }
-        }
-        double largest = 0.0;
-        for (const std::size_t k : rank) largest = std::max(largest, std::max(0.0, size(k)));
-        allowance = kAllowanceShare * rule.tolerance * largest;
     }
     // A share of several: its own groups of receivers only, dealt out as
     // ownsBlock deals out blocks of rows.
-    const auto groups = static_cast<std::int64_t>(tree.groups.size());
-    auto groupAt = [&](std::int64_t k) -> const Cluster& {
-        return tree.clusters[static_cast<std::size_t>(tree.groups[static_cast<std::size_t>(k)])];
-    };
     auto owned = [&](std::int64_t k) { return share.count <= 1 || ownsBlock(static_cast<std::size_t>(k), share); };
     std::int64_t receivers = 0;
     for (std::int64_t k = 0; k < groups; ++k)
@@ -1567,8 +1622,7 @@ std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, F
 #pragma omp parallel reduction(+ : tests, terms)
     {
         Group walk(tree, ratio, rule, bvh, sqrtPi, &pairs, uses.get());
-        walk.allowance = allowance;
-        walk.leafAllowance = kLeafAllowanceShare / kAllowanceShare * allowance;
+        allow(walk, allowance);
         double out[kLanes];
 #pragma omp for schedule(dynamic, 4)
         for (std::int64_t k = 0; k < groups; ++k) {
