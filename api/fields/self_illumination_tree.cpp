@@ -77,6 +77,9 @@
 //     largest correction; the samples find less than the largest where it
 //     lies in a small corner (the example refined twice: 0.11 of 2.0, the
 //     corner between wing and body), which keeps the allowance small there.
+//     With the obstruction test, where the allowances pay for most of the
+//     rays, an unobstructed walk of every receiver finds the corner, and
+//     the largest there are walked with the obstruction test (2.0);
 //     On a smooth convex part it cannot pay for the clusters that straddle
 //     the receiver's plane along a line through the receiver (along a
 //     wing's span, along a fuselage): their bounds, slack by the cluster's
@@ -134,7 +137,14 @@
 // few rays from the receiver: to the node nearest the centre and to up to
 // three nodes spread over the cluster (each the farthest from those before).
 // All clear: the cluster counts whole; all hidden: it gives nothing; mixed:
-// it is opened, down to the exact test of every pair at the leaves. A
+// it is opened, down to the exact test of every pair at the leaves. An
+// accepted cluster whose bound fits in what is left of a third allowance,
+// as large as the first and kept apart from it, counts whole without a
+// ray (hidden, it errs by at most what it spends): on the example refined
+// twice it takes 85% of the clusters judged, and with the allowance from
+// the corner the walks trace 585 rays a node rather than 1,537 (4.8 s
+// against 8.5 s; refined three times 1,595 rather than 3,860, 48.8 s
+// against 88.6 s). The concave model errs 4.5e-4 rather than 2.9e-4. A
 // receiver skips a leaf whose pairs' bound (leafFan, above) fits in what is
 // left of its second allowance, with no ray (occlusion only takes shares
 // away, so the bound holds): on the example refined twice 18% fewer

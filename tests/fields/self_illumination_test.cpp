@@ -277,12 +277,13 @@ TEST(SelfIlluminationHierarchy, StaysWithinTheToleranceOfTheExactCorrection) {
     const testutil::WalkItself walk;
     const struct {
         int shape;  // 0 sphere, 1 cap (the nodes with z > 0.5 selected), 2 bowls and plate, 3 thin wing over a bowl,
-                    // 4 two small plates far apart facing each other (taken whole by groups of receivers)
+                    // 4 two small plates far apart facing each other (taken whole by groups of receivers),
+                    // 5 two plates facing each other, a screen that takes no part hiding their middles
         bool visibility;
         double tolerance, limit;  // limit: the value every participant tends to, or 0
     } cases[] = {{0, false, 1e-3, 1 - 0.8 / 4},        {0, true, 1e-3, 1 - 0.8 / 4}, {1, false, 1e-3, 1 - 0.8 * 0.25 / 4},
                  {2, false, 1e-3, 0}, {2, true, 1e-3, 0}, {2, true, 1e-2, 0}, {2, false, 1e-6, 0}, {3, false, 1e-3, 0},
-                 {4, false, 1e-3, 0}};
+                 {4, false, 1e-3, 0}, {5, true, 1e-3, 0}};
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << c.shape << " " << c.visibility << " " << c.tolerance);
         std::vector<shapes::Block> blocks;
@@ -294,6 +295,16 @@ TEST(SelfIlluminationHierarchy, StaysWithinTheToleranceOfTheExactCorrection) {
                 return shapes::grid(16, 16, [=](int i, int j) { return V(0.05 * i + 0.1 * z, 0.05 * j, z); }, {0, 0, n});
             };
             blocks = {plate(0.0, 1.0), plate(20.0, -1.0)};
+        } else if (c.shape == 5) {
+            // Unobstructed, the middles would take most light; the largest
+            // correction is at the rims, and tells what may be left out.
+            auto plate = [](double z, double n, double w, int m) {
+                return shapes::grid(m, m, [=](int i, int j) { return V(w * i / (m - 1) - w / 2, w * j / (m - 1) - w / 2, z); },
+                                    {0, 0, n});
+            };
+            blocks = {plate(0.0, 1.0, 2.0, 24), plate(1.0, -1.0, 2.0, 24), plate(0.5, 1.0, 1.85, 12)};
+            std::fill(blocks[0].selected.begin(), blocks[0].selected.end(), 1);
+            std::fill(blocks[1].selected.begin(), blocks[1].selected.end(), 1);
         } else if (c.shape == 3) {  // both sides of the wing in its clusters
             auto side = [](double z, double n) {  // values 1, as the check below assumes
                 return shapes::grid(30, 30, [=](int i, int j) { return V(0.1 * i - 1.5, 0.1 * j - 1.5, z); }, {0, 0, n});
