@@ -176,11 +176,11 @@
 // Where a few receivers' dry walks (rays counted, none traced) come to at
 // least 0.7 of the rays the exact pass traces a node, the exact pass runs
 // instead (see hierarchicalSums). On the example refined twice the walks
-// trace 585 rays a node against the exact pass's about 2,500 (the dry walks
-// count 0.22 of them): 4.8 to 4.9 s against 10.9 s, a walk's ray costing
-// more than an exact one (whole segments at first, and the walk). The
-// sphere of 19,902 nodes counts 0.89, the concave model of 16,400 2.08, the
-// example 1.16: the exact pass, 1.15 to 1.55 times as fast there.
+// trace 524 rays a node against the exact pass's about 2,500 (the dry walks
+// count 0.22 of them): 4.8 to 5.3 s against 10.9 to 11.4 s, a walk's ray
+// costing more than an exact one (whole segments at first, and the walk).
+// The sphere of 19,902 nodes counts 1.11, the concave model of 16,400 2.10,
+// the example 1.16: the exact pass, 1.4 to 1.75 times as fast there.
 //
 // Memory: the participants in tree order (about 90 bytes a node), one
 // cluster of 448 bytes for every 8 nodes, and the sums (twice with the
