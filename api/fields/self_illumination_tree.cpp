@@ -225,10 +225,10 @@ constexpr double kSightAllowanceShare = 0.25;
 // From this many receivers of a group judging a cluster by rays, kProbes of
 // them judge it first for all (Group::probeLanes).
 constexpr int kProbeLanes = 8;
+constexpr int kProbes = 4;
 // A cluster is judged by rays only where its bound is at most this share of
 // the tolerance times the largest correction (it is opened otherwise).
 constexpr double kSampleShare = 1.0;
-constexpr int kProbes = 4;
 // A group of receivers bounds its leaves' pairs while that lets at least one
 // lane in kFanWorth skip the leaf (judged after kFanTrial lanes).
 constexpr std::int64_t kFanTrial = 256;
