@@ -1288,21 +1288,17 @@ private:
     void judgeByRays(const Cluster& C, std::uint64_t accepted, std::uint64_t& take, std::uint64_t& open) {
         // A cluster whose bound fits in what is left of the receiver's
         // sight allowance counts whole, unlooked at: hidden, it errs by at
-        // most what it spends.
-        if (sightAllowance > 0.0)
-            for (std::uint64_t m = accepted; m != 0; m &= m - 1) {
-                const int l = std::countr_zero(m);
-                if (L_.sightSpent[l] + L_.bound[l] <= sightAllowance) {
-                    L_.sightSpent[l] += L_.bound[l];
-                    take |= std::uint64_t{1} << l;
-                    accepted &= ~(std::uint64_t{1} << l);
-                }
-            }
+        // most what it spends. One whose bound passes sampleLimit is opened.
         for (std::uint64_t m = accepted; m != 0; m &= m - 1) {
             const int l = std::countr_zero(m);
-            if (L_.bound[l] > sampleLimit) {
-                open |= std::uint64_t{1} << l;
-                accepted &= ~(std::uint64_t{1} << l);
+            const std::uint64_t bit = std::uint64_t{1} << l;
+            if (sightAllowance > 0.0 && L_.sightSpent[l] + L_.bound[l] <= sightAllowance) {
+                L_.sightSpent[l] += L_.bound[l];
+                take |= bit;
+                accepted &= ~bit;
+            } else if (L_.bound[l] > sampleLimit) {
+                open |= bit;
+                accepted &= ~bit;
             }
         }
         if (std::popcount(accepted) >= kProbeLanes) {
