@@ -151,22 +151,35 @@
 // samples are: all of those clear, every one of them takes it (kProbeLanes).
 // Of the 585 rays a node on the example refined twice, 110 judged
 // clusters: 524 now; refined three times 1,117 rather than 1,595 (45.1 s
-// rather than 51.4 s), the errors as before. An
-// accepted cluster whose bound fits in what is left of a third allowance,
-// as large as the first and kept apart from it, counts whole without a
-// ray (hidden, it errs by at most what it spends): on the example refined
-// twice it takes 85% of the clusters judged, and with the allowance from
-// the corner the walks trace 585 rays a node rather than 1,537 (4.8 s
-// against 8.5 s; refined three times 1,595 rather than 3,860, 48.8 s
-// against 88.6 s). The concave model errs 4.5e-4 rather than 2.9e-4. A
-// receiver skips a leaf whose pairs' bound (leafFan, above) fits in what is
-// left of its second allowance, with no ray (occlusion only takes shares
-// away, so the bound holds): on the example refined twice 18% fewer
-// rays at the leaves, 17.2 to 17.6 s against 23.6 s. A pair whose share fits
-// in what is left of the receiver's allowance counts as seen without a ray
-// (it errs by at most what it spends; giving such pairs the second
-// allowance too left fewer whole leaves skipped and traced more), and a pair's
-// answer is kept for the pair's other node, whose walk may need it too
+// rather than 51.4 s), the errors as before. An accepted cluster whose
+// bound fits in what is left of a third allowance, as large as the first
+// and kept apart from it, counts whole without a ray (hidden, it errs by at
+// most what it spends): on the example refined twice, with the allowance
+// from the corner, the walks traced 585 rays a node rather than 1,537. The
+// concave model errs 4.5e-4 rather than 2.9e-4. A receiver skips a leaf
+// whose pairs' bound (leafFan, above) fits in what is left of its second
+// allowance, with no ray (occlusion only takes shares away, so the bound
+// holds): on the example refined twice 18% fewer rays at the leaves. A
+// pair whose share fits in what is left of the receiver's first allowance,
+// or of a fourth, a tenth of EPS times the largest correction, counts as
+// seen without a ray (it errs by at most what it spends). A cluster may take
+// at most a sixteenth of what is left of the third, a pair a 256th of the
+// fourth, so that the many small ones spend them rather than whichever the
+// walk meets first: of the example refined twice's 37.6 M rays, 34.0 M
+// went to pairs at the leaves, most of them of less than a thousandth of
+// the allowance each, traced once the clusters had spent the first. With
+// the fourth the walks there trace 179 rays a node rather than 524 (2.2 s
+// rather than 5.1 s; refined three times 393 rather than 1,117, 18.4 s
+// rather than 44 s), the errors 1.46e-4 rather than 1.29e-4 and, on the
+// concave model walked, 5.4e-4. Measured on the example refined twice: the
+// pairs' allowance taken in the order met, 443 rays a node; capped at a
+// 256th of the whole rather than of what is left, 282; a 64th of what is
+// left, 218 rather than 201 (the clusters uncapped); a fifth of EPS rather
+// than a tenth, 163, the concave model erring 6.4e-4. Refined three times:
+// a 1,024th of what is left, 431 rather than 393; the clusters uncapped 488,
+// capped at a quarter 455. Giving such pairs the second allowance
+// too left fewer whole leaves skipped and traced more. A pair's answer is
+// kept for the pair's other node, whose walk may need it too
 // (PairCache: on the concave model half its rays). The end regions the exact pass trims
 // its segments by cost more to build than a few rays: here a node's are
 // built once it has been an end of 256 rays, and until then its segments
@@ -176,11 +189,11 @@
 // Where a few receivers' dry walks (rays counted, none traced) come to at
 // least 0.7 of the rays the exact pass traces a node, the exact pass runs
 // instead (see hierarchicalSums). On the example refined twice the walks
-// trace 524 rays a node against the exact pass's about 2,500 (the dry walks
-// count 0.22 of them): 4.8 to 5.3 s against 10.9 to 11.4 s, a walk's ray
-// costing more than an exact one (whole segments at first, and the walk).
-// The sphere of 19,902 nodes counts 1.11, the concave model of 16,400 2.10,
-// the example 1.16: the exact pass, 1.4 to 1.75 times as fast there.
+// trace 179 rays a node against the exact pass's about 2,500 (the dry walks
+// count 0.07 of them): 2.2 s against 11.3 s, a walk's ray costing more
+// than an exact one (whole segments at first, and the walk). The sphere of
+// 19,902 nodes counts 1.11, the concave model of 16,400 2.08, the example
+// 1.01: the exact pass, 1.3 to 1.5 times as fast there.
 //
 // Memory: the participants in tree order (about 90 bytes a node), one
 // cluster of 448 bytes for every 8 nodes, and the sums (twice with the
@@ -222,6 +235,15 @@ constexpr double kLeafAllowanceShare = 0.025;
 // What a receiver may take whole without looking, with the obstruction test
 // (accepted clusters whose bound is small), besides the other two.
 constexpr double kSightAllowanceShare = 0.25;
+// What a receiver may take as seen without a ray in leaf pairs whose shares
+// are small, besides the other three.
+constexpr double kPairAllowanceShare = 0.1;
+// A cluster taken whole without looking may spend at most this share of what
+// is left of the sight allowance, a pair taken as seen untraced at most this
+// share of what is left of the pairs' allowance: the many small ones come
+// first, rather than whichever the walk meets first.
+constexpr double kSightSpend = 1.0 / 16.0;
+constexpr double kPairSpend = 1.0 / 256.0;
 // From this many receivers of a group judging a cluster by rays, kProbes of
 // them judge it first for all (Group::probeLanes).
 constexpr int kProbeLanes = 8;
@@ -538,6 +560,7 @@ struct Lanes {
     alignas(64) double leafSpent[kLanes];  // what the lane has left out in leaves
     alignas(64) double bound[kLanes];      // the bound of the last cluster's shares to the lane
     alignas(64) double sightSpent[kLanes];  // what the lane has taken whole without rays
+    alignas(64) double pairSpent[kLanes];   // what the lane has taken as seen in pairs without rays
 };
 
 enum Kind : std::int64_t { kSkip = 0, kAccept = 1, kOpen = 2 };
@@ -1046,10 +1069,10 @@ public:
           seriesX_(std::min(kSeriesLargestX, std::pow(kSeriesShare * rule.tolerance / kSeriesError, 0.2))) {}
 
     // What each receiver may leave out in clusters whose bound is small, in
-    // leaves whose pairs' bound is (leafFan), and what it may take whole
-    // without looking (with the obstruction test, accepted clusters whose
-    // bound is small).
-    double allowance = 0.0, leafAllowance = 0.0, sightAllowance = 0.0;
+    // leaves whose pairs' bound is (leafFan), and, with the obstruction test,
+    // what it may take whole without looking (accepted clusters whose bound
+    // is small) and as seen without a ray (pairs whose share is small).
+    double allowance = 0.0, leafAllowance = 0.0, sightAllowance = 0.0, pairAllowance = 0.0;
     double sampleLimit = std::numeric_limits<double>::infinity();
     // Rays are counted, not traced: every one is taken as clear.
     bool dry = false;
@@ -1069,7 +1092,7 @@ public:
             L_.ext[l] = t_.extent[i];
             L_.nl[l] = std::sqrt(L_.nx[l] * L_.nx[l] + L_.ny[l] * L_.ny[l] + L_.nz[l] * L_.nz[l]);
             L_.invNl[l] = 1.0 / L_.nl[l];
-            L_.exact[l] = L_.far[l] = L_.spent[l] = L_.leafSpent[l] = L_.sightSpent[l] = 0.0;
+            L_.exact[l] = L_.far[l] = L_.spent[l] = L_.leafSpent[l] = L_.sightSpent[l] = L_.pairSpent[l] = 0.0;
             L_.take[l] = 0;
             if (l < n && L_.ai[l] > 0.0) live |= std::uint64_t{1} << l;  // no area: nothing is subtracted
         }
@@ -1292,7 +1315,7 @@ private:
         for (std::uint64_t m = accepted; m != 0; m &= m - 1) {
             const int l = std::countr_zero(m);
             const std::uint64_t bit = std::uint64_t{1} << l;
-            if (sightAllowance > 0.0 && L_.sightSpent[l] + L_.bound[l] <= sightAllowance) {
+            if (sightAllowance > 0.0 && L_.bound[l] <= kSightSpend * (sightAllowance - L_.sightSpent[l])) {
                 L_.sightSpent[l] += L_.bound[l];
                 take |= bit;
                 accepted &= ~bit;
@@ -1484,6 +1507,10 @@ private:
                 L_.spent[l] += std::abs(s);
                 continue;
             }
+            if (std::abs(s) <= kPairSpend * (pairAllowance - L_.pairSpent[l])) {
+                L_.pairSpent[l] += std::abs(s);
+                continue;
+            }
             int b = 0;
             if (cached) {
                 if (!looked) known = pairs_->get(key), looked = true;
@@ -1627,6 +1654,7 @@ std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, F
         walk.allowance = a;
         walk.leafAllowance = kLeafAllowanceShare / kAllowanceShare * a;
         walk.sightAllowance = kSightAllowanceShare / kAllowanceShare * a;
+        walk.pairAllowance = kPairAllowanceShare / kAllowanceShare * a;
         walk.sampleLimit = kSampleShare / kAllowanceShare * a;
     };
     if (rule.tolerance > 0.0 && M > 0) {
