@@ -228,13 +228,14 @@ void ruleArgs(benchmark::internal::Benchmark* b) {
 }
 BENCHMARK(BM_Rule)->Apply(ruleArgs)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
 
-// The exact obstruction tests of every pair of about 2,000 nodes, on every
+// The exact obstruction tests of every pair of 900 to 3,300 nodes, on every
 // thread: one ray a test with occluded() (as before), packets of rays from
 // one node over the whole segment, and packets that trace only the middle of
 // the segment between its end regions, with empty tangent balls looked for
-// up to `cap` times the half extent. Models: a closed ball of 20,000 nodes
-// (every 10th node), the concave model with a screen (every 5th of 16,000;
-// real obstructions), the example refined once (every 20th of 62,000).
+// up to `cap` times the half extent. Models: 0, a closed ball of 20,000
+// nodes (every 10th node); 1, the example refined once (every 20th of
+// about 18,400; every pair, facing or not); 2, the concave model with a screen
+// (every 5th of 16,400; real obstructions).
 // `differ` counts the pairs whose answer is not that of occluded().
 void BM_ObstructionRays(benchmark::State& state) {
     const auto kind = static_cast<int>(state.range(0));
@@ -317,9 +318,9 @@ BENCHMARK(BM_ObstructionRays)
 
 // The example refined two, three and four times (72,595 to 1,150,530 nodes),
 // hierarchical only: time and the peak memory the run adds, a node (the
-// sizes show how both grow). With the obstruction test the walks of the
-// second and the third trace about 3,900 and 6,600 whole segments a node
-// (against the exact pass's 10,000 and 42,000 trimmed ones): long runs.
+// sizes show how both grow). With the obstruction test the walks trace
+// about 180, 390 and 1,200 segments a node (the exact pass about 2,500 on
+// the second): long runs.
 void BM_Million(benchmark::State& state) {
     const bool visibility = state.range(0) != 0;
     const FieldMasterD& f = model(1, static_cast<int>(state.range(1)));
