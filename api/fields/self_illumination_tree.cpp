@@ -571,6 +571,14 @@ struct Lanes {
 
 enum Kind : std::int64_t { kSkip = 0, kAccept = 1, kOpen = 2 };
 
+// Whether `x` fits in at most `share` of what is left of an allowance of
+// which `spent` is used; if so it is spent.
+inline bool spendFrom(double& spent, double allowance, double share, double x) {
+    if (!(x <= share * (allowance - spent))) return false;
+    spent += x;
+    return true;
+}
+
 // What the walk's judgement needs besides the cluster.
 struct Judge {
     double ratio, theta, thq, allowance;
@@ -1321,8 +1329,7 @@ private:
         for (std::uint64_t m = accepted; m != 0; m &= m - 1) {
             const int l = std::countr_zero(m);
             const std::uint64_t bit = std::uint64_t{1} << l;
-            if (sightAllowance > 0.0 && L_.bound[l] <= kSightSpend * (sightAllowance - L_.sightSpent[l])) {
-                L_.sightSpent[l] += L_.bound[l];
+            if (sightAllowance > 0.0 && spendFrom(L_.sightSpent[l], sightAllowance, kSightSpend, L_.bound[l])) {
                 take |= bit;
                 accepted &= ~bit;
             } else if (L_.bound[l] > sampleLimit) {
@@ -1447,8 +1454,7 @@ private:
             const double rmin = nearest(l, C), r2 = rmin * rmin;
             const double bound = ratio_ * (0.25 / kPi) * L_.fan[l] / (r2 * r2);
             ++fanned_;
-            if (rmin > 0.0 && bound <= kLeafSpend * (leafAllowance - L_.leafSpent[l])) {
-                L_.leafSpent[l] += bound;
+            if (rmin > 0.0 && spendFrom(L_.leafSpent[l], leafAllowance, kLeafSpend, bound)) {
                 lanes &= ~(std::uint64_t{1} << l);
                 ++fanSkipped_;
             }
@@ -1513,10 +1519,7 @@ private:
                 L_.spent[l] += std::abs(s);
                 continue;
             }
-            if (std::abs(s) <= kPairSpend * (pairAllowance - L_.pairSpent[l])) {
-                L_.pairSpent[l] += std::abs(s);
-                continue;
-            }
+            if (spendFrom(L_.pairSpent[l], pairAllowance, kPairSpend, std::abs(s))) continue;
             int b = 0;
             if (cached) {
                 if (!looked) known = pairs_->get(key), looked = true;
