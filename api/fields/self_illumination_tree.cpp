@@ -78,8 +78,8 @@
 //     lies in a small corner (the example refined twice: 0.11 of 2.0, the
 //     corner between wing and body), which keeps the allowance small there.
 //     With the obstruction test, where the allowances pay for most of the
-//     rays, an unobstructed walk of every receiver finds the corner, and
-//     the largest there are walked with the obstruction test (2.0).
+//     rays, every receiver's near field finds the corner, and the largest
+//     there are walked with the obstruction test (2.0).
 //     On a smooth convex part it cannot pay for the clusters that straddle
 //     the receiver's plane along a line through the receiver (along a
 //     wing's span, along a fuselage): their bounds, slack by the cluster's
@@ -131,11 +131,17 @@
 // down to three times it was no faster.
 //
 // With the obstruction test a few rays judge an accepted cluster (below), and
-// they judge it well only while it is small as seen from the receiver: theta
-// is then at most 2.2 sqrt(EPS) (0.07 at 1e-3). On the concave model of
-// 16,400 nodes 1.9 sqrt(EPS) erred 1.6e-4, 2.2 sqrt(EPS) 2.9e-4 and 2.5 sqrt(EPS)
-// 7.0e-4 (0.19 erred 1.7 EPS); the walks traced 4,323, 3,467 and 3,304 rays a
-// node, on the sphere of 19,902 nodes 9,654, 6,999 and 6,149 (errors 2.3e-4).
+// they judge it well only while it is small as seen from the receiver: it
+// is then also at most 3 sqrt(EPS) of its distance (0.095 at 1e-3), its
+// expansion judged as without the test. (Theta itself once was at most
+// 2.2 sqrt(EPS), which with the floor for grazing clusters opened those down
+// to 0.037: the example refined twice traced 180 rays a node rather than 94,
+// in 1.9 s rather than 1.6 s.) Measured with the rule as it is, on the
+// concave model of 16,400 nodes and the example refined twice: 2.2 sqrt(EPS)
+// erred 4.8e-4 and 1.48e-4, 2.6 sqrt(EPS) 4.6e-4, 3 sqrt(EPS) 5.0e-4 and
+// 1.34e-4, 4 sqrt(EPS) 6.9e-4, 6 sqrt(EPS) 2.3e-3; the sphere of 19,902 nodes
+// walked, 2.4e-4 throughout. The example refined three times took 11.7 s at
+// 2.2 sqrt(EPS), 10.2 s at 3 sqrt(EPS).
 //
 // With the obstruction test an accepted cluster is first looked at along a
 // few rays from the receiver: to the node nearest the centre and to up to
@@ -193,15 +199,15 @@
 // Where a few receivers' dry walks (rays counted, none traced) come to at
 // least 0.7 of the rays the exact pass traces a node, the exact pass runs
 // instead (see hierarchicalSums). On the example refined twice the walks
-// trace 179 rays a node against the exact pass's about 2,500 (the dry walks
-// count 0.07 of them): 2.2 s against 11.3 s, a walk's ray costing more
-// than an exact one (whole segments at first, and the walk). The sphere of
-// 19,902 nodes counts 1.11, the concave model of 16,400 2.08, the example
-// 1.01: the exact pass, 1.3 to 1.5 times as fast there.
+// trace 94 rays a node against the exact pass's about 2,500 (the dry walks
+// count 0.04 of them): 1.2 s against 11.1 s. The sphere of 19,902 nodes
+// counts 0.94, the concave model of 16,400 1.27, the example 0.87: the
+// exact pass, 1.0 to 1.4 times as fast there (a walk's ray costs more than
+// an exact one: whole segments at first, and the walk).
 //
 // Memory: the participants in tree order (about 90 bytes a node), one
 // cluster of 448 bytes for every 8 nodes, and the sums (twice with the
-// obstruction test, the unobstructed walk's for a while); with the
+// obstruction test, the near fields' for a while); with the
 // obstruction test also a ray count a node and the pair cache (at most 8
 // pairs of leaves a node, about 110 bytes each), besides the ray-tracing
 // hierarchy and the end regions it builds.
@@ -269,7 +275,8 @@ constexpr double kCheaperShare = 0.7;
 constexpr std::size_t kRaySamples = 64;
 constexpr std::size_t kPairSamples = 4096;
 constexpr std::int32_t kTrimAfter = 256;
-constexpr double kVisibleTheta = 2.2;
+constexpr double kVisibleTheta = 3.0;
+constexpr double kNearReach = 1.0;  // the near field that finds the largest: leaves within this times a group's radius
 constexpr double kGrazingFloor = 0.15;
 constexpr int kLeafSize = 32;          // nodes in a leaf at most, without the obstruction test
 constexpr int kLanes = 64;             // receivers walked together
@@ -583,6 +590,7 @@ inline bool spendFrom(double& spent, double allowance, double share, double x) {
 struct Judge {
     double ratio, theta, thq, allowance;
     int order;
+    double sight;  // with the obstruction test, the largest rho / r0 judged by rays
 };
 
 // The lanes from the first to the last in `mask`, in whole blocks. Every
@@ -804,7 +812,7 @@ __attribute__((target_clones("avx2", "default"))) void classifyLanes(const Clust
         const double t = rho * inv0;
         const double tq = t * t * (J.order >= 2 ? t : 1.0);
         const bool relative = (tq <= J.thq * std::max(kGrazingFloor, cosR * rcosB * inv0)) &
-                              (L.ai[l] <= J.thq / J.theta * kPi * rmin * rmin);
+                              (L.ai[l] <= J.thq / J.theta * kPi * rmin * rmin) & (t <= J.sight);
         const bool skip = behind | spend | (!inside & away);
         const bool accept = !inside & facing & relative;
         L.kind[l] = skip ? kSkip : accept ? kAccept : kOpen;
@@ -1080,7 +1088,10 @@ public:
     Group(const Tree& t, double ratio, FarFieldRule rule, const SurfaceBvh* bvh, double sqrtPi,
           PairCache* pairs = nullptr, std::atomic<std::int32_t>* uses = nullptr)
         : t_(t), ratio_(ratio), rule_(rule), bvh_(bvh), sqrtPi_(sqrtPi), pairs_(pairs), uses_(uses),
-          seriesX_(std::min(kSeriesLargestX, std::pow(kSeriesShare * rule.tolerance / kSeriesError, 0.2))) {}
+          seriesX_(std::min(kSeriesLargestX, std::pow(kSeriesShare * rule.tolerance / kSeriesError, 0.2))),
+          sight_(bvh == nullptr ? std::numeric_limits<double>::infinity()
+                 : rule.tolerance > 0.0 ? std::min(rule.theta, kVisibleTheta * std::sqrt(rule.tolerance))
+                                        : rule.theta) {}
 
     // What each receiver may leave out in clusters whose bound is small, in
     // leaves whose pairs' bound is (leafFan), and, with the obstruction test,
@@ -1095,24 +1106,10 @@ public:
 
     // The received sums of the receivers at tree positions [first, first + n), 1 <= n <= kLanes.
     void sum(std::size_t first, int n, double* out) {
-        std::uint64_t live = 0;
-        for (int l = 0; l < kLanes; ++l) {
-            const std::size_t i = first + static_cast<std::size_t>(l < n ? l : 0);
-            i_[l] = i;
-            L_.px[l] = t_.x[i], L_.py[l] = t_.y[i], L_.pz[l] = t_.z[i];
-            L_.nx[l] = t_.nx[i], L_.ny[l] = t_.ny[i], L_.nz[l] = t_.nz[i];
-            L_.ai[l] = t_.area[i];
-            L_.aiPi[l] = t_.area[i] / kPi;
-            L_.ext[l] = t_.extent[i];
-            L_.nl[l] = std::sqrt(L_.nx[l] * L_.nx[l] + L_.ny[l] * L_.ny[l] + L_.nz[l] * L_.nz[l]);
-            L_.invNl[l] = 1.0 / L_.nl[l];
-            L_.exact[l] = L_.far[l] = L_.spent[l] = L_.leafSpent[l] = L_.sightSpent[l] = L_.pairSpent[l] = 0.0;
-            L_.take[l] = 0;
-            if (l < n && L_.ai[l] > 0.0) live |= std::uint64_t{1} << l;  // no area: nothing is subtracted
-        }
+        const std::uint64_t live = load(first, n);
         fanned_ = fanSkipped_ = 0;
         const Judge judge{ratio_, rule_.theta, std::pow(rule_.theta, std::max(2, rule_.order + 1)), allowance,
-                          rule_.order};
+                          rule_.order, sight_};
         // The group first as one (walkGroup): what it takes whole goes
         // into its field, what it cannot judge as one is walked receiver by
         // receiver from there.
@@ -1134,7 +1131,52 @@ public:
         for (int l = 0; l < n; ++l) out[l] = ((live >> l) & 1u) != 0 ? L_.exact[l] + L_.far[l] : 0.0;
     }
 
+    // What the nodes within `reach` of the group's cluster G give its
+    // receivers at tree positions [first, first + n), by the exact kernel
+    // and unobstructed: the near field, where one that is far larger than
+    // the rest (a node in a tight corner) gets it from.
+    void nearSums(const Cluster& G, double reach, std::size_t first, int n, double* out) {
+        const std::uint64_t live = load(first, n);
+        const LeafRow R{t_.x.data(),  t_.y.data(),    t_.z.data(),     t_.nx.data(),    t_.ny.data(),
+                        t_.nz.data(), t_.area.data(), t_.value.data(), t_.extent.data()};
+        open_.assign(1, 0);
+        while (live != 0 && !open_.empty()) {
+            const Cluster& E = t_.clusters[static_cast<std::size_t>(open_.back())];
+            open_.pop_back();
+            const double d[3] = {E.c[0] - G.c[0], E.c[1] - G.c[1], E.c[2] - G.c[2]};
+            if (!(std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]) - E.rho - G.rho <= reach)) continue;
+            if (E.child[0] >= 0) {
+                open_.push_back(E.child[1]);
+                open_.push_back(E.child[0]);
+            } else {
+                leafBlock(E, L_, packed_, live, false, ratio_, sqrtPi_, R);
+            }
+        }
+        for (int l = 0; l < n; ++l) out[l] = ((live >> l) & 1u) != 0 ? L_.exact[l] : 0.0;
+    }
+
 private:
+    // The receivers at tree positions [first, first + n) into the lanes,
+    // nothing summed yet; the lanes that receive.
+    std::uint64_t load(std::size_t first, int n) {
+        std::uint64_t live = 0;
+        for (int l = 0; l < kLanes; ++l) {
+            const std::size_t i = first + static_cast<std::size_t>(l < n ? l : 0);
+            i_[l] = i;
+            L_.px[l] = t_.x[i], L_.py[l] = t_.y[i], L_.pz[l] = t_.z[i];
+            L_.nx[l] = t_.nx[i], L_.ny[l] = t_.ny[i], L_.nz[l] = t_.nz[i];
+            L_.ai[l] = t_.area[i];
+            L_.aiPi[l] = t_.area[i] / kPi;
+            L_.ext[l] = t_.extent[i];
+            L_.nl[l] = std::sqrt(L_.nx[l] * L_.nx[l] + L_.ny[l] * L_.ny[l] + L_.nz[l] * L_.nz[l]);
+            L_.invNl[l] = 1.0 / L_.nl[l];
+            L_.exact[l] = L_.far[l] = L_.spent[l] = L_.leafSpent[l] = L_.sightSpent[l] = L_.pairSpent[l] = 0.0;
+            L_.take[l] = 0;
+            if (l < n && L_.ai[l] > 0.0) live |= std::uint64_t{1} << l;  // no area: nothing is subtracted
+        }
+        return live;
+    }
+
     struct Item {
         std::int32_t cluster;
         std::uint64_t lanes;
@@ -1148,6 +1190,7 @@ private:
     PairCache* pairs_;
     std::atomic<std::int32_t>* uses_;  // rays a tree position has been an end of, over all walks
     double seriesX_;                   // leaf pairs up to this x are summed by the series (nearShare)
+    double sight_;                     // clusters judged by rays are at most this small against their distance
     std::size_t i_[kLanes] = {};
     Lanes L_{};
     Lanes packed_{};  // lanes packed for a leaf's pairs
@@ -1410,7 +1453,7 @@ private:
         const double R = std::sqrt(r2);
         const double e[3] = {c[0] - C.c[0], c[1] - C.c[1], c[2] - C.c[2]};
         const double gap = std::sqrt(e[0] * e[0] + e[1] * e[1] + e[2] * e[2]) - C.rho - R;
-        if (!(first >= 0 && gap > 0.0 && R <= rule_.theta * gap)) return 0;
+        if (!(first >= 0 && gap > 0.0 && R <= sight_ * gap)) return 0;
         int chosen[kProbes] = {first};
         std::uint64_t probes = std::uint64_t{1} << first;
         for (int k = 1; k < kProbes; ++k) {
@@ -1626,11 +1669,6 @@ void preferExactWhenCheaper(bool on) { exactWhenCheaperByDefault.store(on); }
 std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, FarFieldRule rule,
                                      const SurfaceBvh* bvh, SelfIlluminationStats* stats, WorkShare share) {
     const std::size_t M = p.size();
-    const double openTheta = rule.theta;
-    // A few rays judge an accepted cluster's visibility well only when it is
-    // small as seen from the receiver: with the obstruction test the
-    // clusters taken whole stay within kVisibleTheta sqrt(EPS) of it.
-    if (bvh != nullptr && rule.tolerance > 0.0) rule.theta = std::min(rule.theta, kVisibleTheta * std::sqrt(rule.tolerance));
     if (rule.leafSize <= 0) rule.leafSize = bvh != nullptr ? PairCache::kSide : kLeafSize;
     const Tree tree(p, rule.leafSize, bvh != nullptr);
     std::vector<double> sums(M, 0.0);
@@ -1639,11 +1677,17 @@ std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, F
     // of receivers spread over the tree (walked without it), which is at
     // most the largest of all. With the obstruction test the largest often
     // lies in a corner the spread receivers miss (the example refined twice:
-    // 0.11 of 2.0), and the allowances pay for most of the rays: an
-    // unobstructed walk of every receiver (at the unobstructed theta, 4 to
-    // 8% of the obstructed walk's time) tells where it lies, and
-    // the few largest there and among the spread receivers are walked again
-    // with the obstruction test and without the allowance.
+    // 0.11 of 2.0), and the allowances pay for most of the rays. There it
+    // comes from the nodes next to the receiver, which face it at a
+    // distance of the mesh's size: every receiver's near field (nearSums,
+    // exact and unobstructed) tells where it lies, and the few largest
+    // there and among the spread receivers are walked again with the
+    // obstruction test and without the allowance. The near field finds the
+    // same largest as the whole unobstructed walk of every receiver did, on
+    // the example as it is and refined twice and three times (0.102, 1.99,
+    // 1.12), the sphere and the concave model, in a twentieth of its time
+    // (the example refined twice 0.058 s rather than 0.45 s, three times
+    // 0.17 s rather than 3.8 s).
     double allowance = 0.0;
     // (the concave model of 16,400 nodes would fill 14 a node, the example
     // refined twice about 15); without the obstruction test it stays empty.
@@ -1692,18 +1736,20 @@ std::vector<double> hierarchicalSums(const IlluminationNodes& p, double ratio, F
         double largest = 0.0;
         for (const double v : sampled) largest = std::max(largest, size(v));
         if (bvh != nullptr) {
+            // The near field of every receiver, by the exact kernel: what
+            // each group's receivers get from the leaves within the group's
+            // radius of it.
             std::vector<double> open(M, 0.0);
-            FarFieldRule unobstructed = rule;
-            unobstructed.theta = openTheta;
 #pragma omp parallel
             {
-                Group walk(tree, ratio, unobstructed, nullptr, sqrtPi);
-                allow(walk, kAllowanceShare * rule.tolerance * largest);
+                Group walk(tree, ratio, rule, nullptr, sqrtPi);
 #pragma omp for schedule(dynamic, 4)
-                for (std::int64_t k = 0; k < groups; ++k)
-                    for (std::int32_t first = groupAt(k).begin; first < groupAt(k).end; first += kLanes)
-                        walk.sum(static_cast<std::size_t>(first), std::min<std::int32_t>(kLanes, groupAt(k).end - first),
-                                 &open[static_cast<std::size_t>(first)]);
+                for (std::int64_t k = 0; k < groups; ++k) {
+                    const Cluster& G = groupAt(k);
+                    for (std::int32_t first = G.begin; first < G.end; first += kLanes)
+                        walk.nearSums(G, kNearReach * G.rho, static_cast<std::size_t>(first),
+                                      std::min<std::int32_t>(kLanes, G.end - first), &open[static_cast<std::size_t>(first)]);
+                }
             }
             auto candidates = largestOf(open, kObstructedSamples, [](std::size_t k) { return k; });
             for (const std::size_t k : largestOf(sampled, kObstructedSamples, [&](std::size_t k) { return k * M / n; }))
