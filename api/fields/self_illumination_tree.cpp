@@ -37,6 +37,14 @@
 //     rho_E) / r0 and the cosines of the centres' axes, and the largest
 //     receiver area A gives x <= A / (pi (r0 - rho_G - rho_E)^2) <=
 //     theta^3 / 4;
+//   - with the obstruction test (where the group takes nothing whole), is
+//     handed to the receivers' own walks as it is when every pair surely
+//     faces both ways and each receiver would take it by the rule below at
+//     the floor of the cosines, with the clusters judged by rays: rho_E /
+//     (r0 - rho_G) small enough (the example refined three times: 144
+//     rays and 351 terms a node rather than 198 and 575, 7.7 to 8.3 s
+//     rather than 9.5 to 10.2; without the test, where such clusters are
+//     far and the group takes most of them, no faster);
 //   - is opened while it is larger than twice the group's radius, and
 //     handed to the receivers' own walks otherwise.
 // The field: phi(d) = d d^T / |d|^4 at the centres' distance d is expanded
@@ -1313,6 +1321,16 @@ private:
                         areaMax_ <= 0.25 * J.thq * kPi * rmin * rmin) {
                         expand(E, d, J.ratio, F_);
                         ++whole;
+                        continue;
+                    }
+                }
+                // With the obstruction test a cluster that every receiver
+                // would take as it is (by the group's bounds, at the floor of
+                // the cosines) goes to them as it is.
+                if (bvh_ != nullptr && E.child[0] >= 0 && loR > 0.0 && loE > 0.0 && E.cosA > 0.0 && r0 > G.rho) {
+                    const double t = E.rho / (r0 - G.rho);
+                    if (t <= J.sight && t * t * t <= J.thq * kGrazingFloor) {
+                        handed_.push_back(e);
                         continue;
                     }
                 }
