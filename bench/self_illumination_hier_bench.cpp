@@ -319,8 +319,8 @@ BENCHMARK(BM_ObstructionRays)
 // The example refined two, three and four times (72,595 to 1,150,530 nodes),
 // hierarchical only: time and the peak memory the run adds, a node (the
 // sizes show how both grow). With the obstruction test the walks trace
-// about 180, 390 and 1,200 segments a node (the exact pass about 2,500 on
-// the second): long runs.
+// about 93, 144 and 268 segments a node (the exact pass about 2,500 on
+// the first): the last takes a minute and a half.
 void BM_Million(benchmark::State& state) {
     const bool visibility = state.range(0) != 0;
     const FieldMasterD& f = model(1, static_cast<int>(state.range(1)));

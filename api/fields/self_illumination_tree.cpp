@@ -186,7 +186,7 @@
 // walk meets first: of the example refined twice's 37.6 M rays, 34.0 M
 // went to pairs at the leaves, most of them of less than a thousandth of
 // the allowance each, traced once the clusters had spent the first. With
-// the fourth the walks there trace 179 rays a node rather than 524 (2.2 s
+// the fourth the walks there traced 179 rays a node rather than 524 (2.2 s
 // rather than 5.1 s; refined three times 393 rather than 1,117, 18.4 s
 // rather than 44 s), the errors 1.46e-4 rather than 1.29e-4 and, on the
 // concave model walked, 5.4e-4. Measured on the example refined twice: the
